@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// VUsbService: the binder service "vusbservice", the one place where a USB or input device
+// is judged.
+//
+// Platform components report devices here; the service decides by the policy (Util), switches
+// a refused USB device off (UsbDevice), remembers the verdict in its device lists and tells its
+// clients. It also watches the policy file, so that a rewritten policy takes effect at once. The
+// policy tables belong to Util and the map of interfaces to UsbDevice; the service owns the two
+// device lists, the registered callbacks and the watcher thread.
+//
+// There is one service object. Register() makes it, the binder framework keeps it, and it lives
+// until the process ends; that is why the death recipients may hold a plain pointer to it.
+//
+// Thread-safe: every operation runs on any binder thread, several at once, beside the watcher.
+//
+// Locks of the process, and the order in which they may nest:
+//   1. UsbDevice::usb_host_mutex    a whole host port reset, its sleeps included
+//   2. VUsbService::lock_           callbacks_; also held over linking and unlinking a recipient,
+//                                   so that no death notice comes between a link and its entry
+//   3. the device lists' mutex      both device lists; private to vu_service.cpp
+//   4. Util::policy_mutex           shared by a decision while it reads the mode and the rules,
+//                                   exclusive while a load puts its result in force
+//   5. UsbDevice::map_mutex         the device-id map
+// Today 2 to 5 are each held alone, with nothing but the logging library's own lock inside.
+// None of 2 to 5 is held while a callback runs, while sysfs or a file is read or written, or
+// while sleeping: a client may call back into the service from within its callback, and the
+// kernel may keep a sysfs access waiting for 20 s.
+
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <binder/IBinder.h>
+#include <binder/Status.h>
+#include <utils/StrongPointer.h>
+
+#include "android/vus/BnVUsbService.h"
+#include "android/vus/DeviceInfo.h"
+#include "android/vus/IVUsbServiceCallback.h"
+
+namespace android::vus {
+
+// The known devices by deviceId: the USB devices, and the input devices. The first record of an
+// id stays until the id is reported removed.
+//
+// They are `static` on purpose: every source file that includes this header has a pair of its
+// own, and only the pair of vu_service.cpp is ever used. All access to the lists is there.
+static std::map<int32_t, std::unique_ptr<DeviceInfo>> mUsbDeviceInfoList;
+static std::map<int32_t, std::unique_ptr<DeviceInfo>> mInputDeviceInfoList;
+
+class VUsbService : public BnVUsbService {
+  public:
+    class CallbackDeathRecipient;
+    // Keyed by the client's binder. A client that registers twice has two entries.
+    using CallbackMap = std::multimap<IBinder*, sp<CallbackDeathRecipient>>;
+
+    // Loads the policy, publishes a new service object and starts the watcher. A service that
+    // cannot be published ends the process.
+    static void Register();
+
+    // IVUsbService. Every operation answers an OK status.
+    binder::Status registerVusCallback(const sp<IVUsbServiceCallback>& callback) override;
+    binder::Status unregisterVusCallback(const sp<IVUsbServiceCallback>& callback) override;
+    binder::Status getDeviceList(std::vector<DeviceInfo>* out) override;
+    binder::Status updateDeviceList(const DeviceInfo& info, int32_t action) override;
+    binder::Status isDeviceAllowed(const DeviceInfo& info, bool* result) override;
+    binder::Status resetUsbDevices(int32_t value) override;
+
+    // The platform's diagnostic dump: the known devices, or with the argument "test" the USB tree
+    // and the device-id map.
+    status_t dump(int fd, const Vector<String16>& args) override;
+    // One device of the dump.
+    void dumpPrint(int fd, DeviceInfo info);
+
+    // Remembers a judged device, with the categories of its interfaces, and tells the clients of
+    // a USB device. A device that is already known keeps its first record.
+    void addDeviceList(DeviceInfo info, bool allowed, std::string reason);
+
+    // The watcher of the policy file: starts its thread; the thread's body; its read loop, which
+    // returns only when the directory can no longer be watched.
+    static void registerFileObserverViaThread();
+    static void* registerFileObserver(void* unused);
+    static void readFileChangeEvent();
+
+    // Removes one registration and its death link; false if the link could not be removed. The
+    // entry is gone in both cases. The caller holds lock_.
+    bool UnregisterInternal(CallbackMap::iterator entry);
+
+    // True on a debug build of the platform: callback addresses are logged. Set by Register().
+    static std::atomic<bool> debugBuild;
+
+    std::mutex lock_;  // guards callbacks_
+    CallbackMap callbacks_;
+
+  private:
+    struct DeviceLists {
+        std::vector<DeviceInfo> input;
+        std::vector<DeviceInfo> usb;
+    };
+    // Copies of both lists at one moment, each in ascending deviceId.
+    static DeviceLists copyDeviceLists();
+
+    void removeUsbDevice(const DeviceInfo& info);
+
+    // The registered callbacks at one moment, in the order of callbacks_. A walk over them holds
+    // no lock, so a callback may do to the registry whatever it likes.
+    std::vector<sp<IVUsbServiceCallback>> copyCallbacks();
+    void notifyDeviceAdded(const DeviceInfo& info);
+    void notifyDeviceRemoved(const DeviceInfo& info);
+    void logCallbacks(const char* prefix) const;  // the caller holds lock_
+};
+
+// Drops one registration when its client dies. One recipient a registration; owned by its entry
+// in callbacks_ (the binder framework holds it weakly).
+class VUsbService::CallbackDeathRecipient : public IBinder::DeathRecipient {
+  public:
+    CallbackDeathRecipient(sp<IVUsbServiceCallback> callback, VUsbService* owner);
+
+    // Ends the process when `who` is not this registration's binder, or has no registration left.
+    void binderDied(const wp<IBinder>& who) override;
+
+    const sp<IVUsbServiceCallback>& callback() const { return callback_; }
+
+  private:
+    const sp<IVUsbServiceCallback> callback_;
+    VUsbService* const owner_;  // outlives every recipient
+};
+
+}  // namespace android::vus
