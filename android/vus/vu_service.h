@@ -56,6 +56,9 @@ namespace android::vus {
 static std::map<int32_t, std::unique_ptr<DeviceInfo>> mUsbDeviceInfoList;
 static std::map<int32_t, std::unique_ptr<DeviceInfo>> mInputDeviceInfoList;
 
+// What the status file says of a policy that is in force.
+inline constexpr char kStatusSuccess[] = "SUCCESS";
+
 class VUsbService : public BnVUsbService {
   public:
     class CallbackDeathRecipient;
@@ -115,7 +118,22 @@ class VUsbService : public BnVUsbService {
     std::vector<sp<IVUsbServiceCallback>> copyCallbacks();
     void notifyDeviceAdded(const DeviceInfo& info);
     void notifyDeviceRemoved(const DeviceInfo& info);
-    void logCallbacks(const char* prefix) const;  // the caller holds lock_
+
+    // For both, the caller holds lock_. The oldest registration of a binder, or the map's end.
+    CallbackMap::iterator findCallback(IBinder* binder);
+    void logCallbacks(const char* prefix) const;
+
+    // True if the platform runs its own tests and no device is to be judged.
+    static bool isAutomationSet();
+
+    // Resets the USB host ports, or with a positive value undocks for that many milliseconds.
+    // A failure is logged and goes no further.
+    static void resetHostPorts(int32_t value);
+
+    // The watcher's work; on its thread only.
+    static void handleFileEvents(const char* buffer, size_t length);
+    static void reloadPolicy();
+    static void confirmPolicy();
 };
 
 // Drops one registration when its client dies. One recipient a registration; owned by its entry

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The service's start, the device lists and what is reported about devices. All access to the
+// device lists is in this file, because each source file has a pair of its own.
+
+#include "android/vus/vu_service.h"
+
+#include <exception>
+#include <string_view>
+
+#include <android-base/logging.h>
+#include <binder/IServiceManager.h>
+#include <cutils/properties.h>
+#include <utils/String16.h>
+
+#include "android/vus/paths.h"
+#include "android/vus/usbdevice.h"
+#include "android/vus/util.h"
+
+namespace android::vus {
+
+std::atomic<bool> VUsbService::debugBuild{false};
+
+namespace {
+
+using DeviceMap = std::map<int32_t, std::unique_ptr<DeviceInfo>>;
+
+constexpr char kDebugBuildType[] = "userdebug";
+constexpr int32_t kActionRemoved = 0;
+
+std::mutex deviceListMutex;  // guards mUsbDeviceInfoList and mInputDeviceInfoList
+
+void readBuildType() {
+    char type[PROPERTY_VALUE_MAX];
+    // An unset property counts as a debug build, on purpose.
+    property_get(kBuildTypeProperty, type, kDebugBuildType);
+    if (std::string_view(type) == kDebugBuildType) VUsbService::debugBuild = true;
+}
+
+void loadPolicyAtStart() {
+    Util::createMapFromConfig(kPolicyFile);
+    if (!Util::xml_parse_status) {
+        LOG(INFO) << " parsing failed";
+        return;
+    }
+    LOG(INFO) << " updating error fle with success";  // "fle" is spelled so on purpose
+    Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
+    LOG(INFO) << "copying backup ";
+    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
+}
+
+void publish(const sp<VUsbService>& service) {
+    LOG(INFO) << "Register called in vu_service";
+    const status_t status = defaultServiceManager()->addService(String16(kServiceName), service);
+    if (status != OK) {
+        LOG(FATAL) << "Could not register VUS" << status;
+    } else {
+        LOG(INFO) << "vus service Registered successfully";
+    }
+}
+
+// The categories and paths of a device's interfaces, folded into the device's record.
+void sumCategories(const std::vector<usbinterface_custom>& interfaces, DeviceInfo* record) {
+    for (const usbinterface_custom& interface : interfaces) {
+        record->category += interface.category;
+        const std::string path = interface.category_path;
+        // A path that occurs within an earlier one is left out, and the text "empty" of an
+        // interface without a function is kept: both on purpose.
+        if (path.empty() || record->categoryPath.find(path) != std::string::npos) continue;
+        record->categoryPath += path + ";";
+    }
+}
+
+std::unique_ptr<DeviceInfo> makeRecord(const DeviceInfo& info, bool allowed,
+                                       const std::string& reason) {
+    auto record = std::make_unique<DeviceInfo>(info);
+    record->status = allowed ? 1 : 0;
+    record->reason = reason;
+    record->category = 0;
+    record->categoryPath.clear();
+    return record;
+}
+
+// An id that is already known keeps its record, and `record` is dropped: on purpose.
+void insertRecord(DeviceMap* list, std::unique_ptr<DeviceInfo> record) {
+    const std::lock_guard<std::mutex> lock(deviceListMutex);
+    const int32_t id = record->deviceId;
+    list->try_emplace(id, std::move(record));
+}
+
+void eraseRecord(DeviceMap* list, int32_t deviceId) {
+    const std::lock_guard<std::mutex> lock(deviceListMutex);
+    list->erase(deviceId);
+}
+
+std::vector<DeviceInfo> copyRecords(const DeviceMap& list) {
+    std::vector<DeviceInfo> records;
+    records.reserve(list.size());
+    for (const auto& [id, record] : list) records.push_back(*record);
+    return records;
+}
+
+void logListSizes() {
+    size_t inputSize = 0;
+    size_t usbSize = 0;
+    {
+        const std::lock_guard<std::mutex> lock(deviceListMutex);
+        inputSize = mInputDeviceInfoList.size();
+        usbSize = mUsbDeviceInfoList.size();
+    }
+    LOG(INFO) << "updateDeviceList--mInputDeviceInfoList size: " << inputSize
+              << " mUsbDeviceInfoList size: " << usbSize;
+}
+
+}  // namespace
+
+void VUsbService::Register() {
+    LOG(INFO) << " parsing register createmap called";
+    readBuildType();
+    loadPolicyAtStart();
+    publish(sp<VUsbService>(new VUsbService));
+    registerFileObserverViaThread();
+}
+
+binder::Status VUsbService::updateDeviceList(const DeviceInfo& info, int32_t action) {
+    if (isAutomationSet()) {
+        LOG(INFO) << "updateDeviceList::Automation flag set, return";
+        return binder::Status::ok();
+    }
+    LOG(INFO) << "updateDeviceList--Device Name : " << info.deviceName
+              << "updateStatus::Added/Removed " << action;
+    const bool isInput = info.deviceType != 0;
+    if (action != kActionRemoved) {
+        // Nothing is entered here, on purpose: a device enters its list by being judged.
+        LOG(INFO) << info.deviceName << " device added to "
+                  << (isInput ? "mInputDeviceInfoList" : "mUsbDeviceInfoList");
+    } else if (isInput) {
+        LOG(INFO) << info.deviceName << " device removed from mInputDeviceInfoList";
+        eraseRecord(&mInputDeviceInfoList, info.deviceId);
+    } else {
+        removeUsbDevice(info);
+    }
+    logListSizes();
+    return binder::Status::ok();
+}
+
+// The clients hear of every removal, even of a device that was never in the list.
+void VUsbService::removeUsbDevice(const DeviceInfo& info) {
+    LOG(INFO) << "updateDeviceList--calling get_deviceid_data while removing";
+    notifyDeviceRemoved(info);
+    UsbDevice::update_deviceid_map(info.deviceId, false);
+    LOG(INFO) << info.deviceName << " device removed from mUsbDeviceInfoList";
+    eraseRecord(&mUsbDeviceInfoList, info.deviceId);
+}
+
+void VUsbService::addDeviceList(DeviceInfo info, bool allowed, std::string reason) {
+    std::unique_ptr<DeviceInfo> record = makeRecord(info, allowed, reason);
+    if (info.deviceType != 0) {
+        LOG(INFO) << info.deviceName << " device added to mInputDeviceInfoList";
+        insertRecord(&mInputDeviceInfoList, std::move(record));
+        return;
+    }
+    const auto interfaces = UsbDevice::get_deviceid_data(info.deviceId);
+    LOG(INFO) << info.deviceName << " device added to mUsbDeviceInfoList "
+              << "custom_struct size is " << interfaces.size();
+    sumCategories(interfaces, record.get());
+    LOG(INFO) << " device category  " << record->category << " categoryPath "
+              << record->categoryPath;
+    notifyDeviceAdded(*record);
+    insertRecord(&mUsbDeviceInfoList, std::move(record));
+}
+
+VUsbService::DeviceLists VUsbService::copyDeviceLists() {
+    const std::lock_guard<std::mutex> lock(deviceListMutex);
+    return {copyRecords(mInputDeviceInfoList), copyRecords(mUsbDeviceInfoList)};
+}
+
+binder::Status VUsbService::getDeviceList(std::vector<DeviceInfo>* out) {
+    LOG(INFO) << "--getDeviceList()--";
+    const DeviceLists lists = copyDeviceLists();
+    LOG(INFO) << "getDeviceList--completeDeviceInfoList size"
+              << lists.input.size() + lists.usb.size();
+    out->insert(out->end(), lists.input.begin(), lists.input.end());
+    out->insert(out->end(), lists.usb.begin(), lists.usb.end());
+    return binder::Status::ok();
+}
+
+binder::Status VUsbService::resetUsbDevices(int32_t value) {
+    LOG(INFO) << "resetUsbDevices called";
+    resetHostPorts(value);
+    return binder::Status::ok();
+}
+
+// A power supply that does not read as a number must not end the daemon: the reset has failed,
+// its mutex is free again, and the caller goes on.
+void VUsbService::resetHostPorts(int32_t value) {
+    try {
+        UsbDevice::usb_host_reset(value);
+    } catch (const std::exception& failure) {
+        LOG(ERROR) << "usb_host_reset failed: " << failure.what();
+    }
+}
+
+bool VUsbService::isAutomationSet() {
+    return property_get_int32(kAutomationProperty, 0) == 1;
+}
+
+}  // namespace android::vus
