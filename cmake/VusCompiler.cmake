@@ -1,0 +1,45 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# How our own code is compiled. Warnings are errors under g++ 12 and clang 14 alike;
+# code that is not ours (libbinder, aidl's output) opts out with -w where it is built,
+# and the platform's headers are system headers.
+
+set(VUS_SANITIZE "" CACHE STRING "Sanitizers to build with, comma separated (address,undefined or thread)")
+option(VUS_COVERAGE "Instrument for gcov" OFF)
+option(VUS_FUZZ "Build the fuzzers (clang only)" OFF)
+
+add_compile_options(
+  -Wall -Wextra -Wshadow -Wundef -Wvla -Wformat=2 -Wimplicit-fallthrough -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
+
+# Source paths in binaries and logs are relative to the tree, so that a build does not
+# depend on where it was made.
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+if(VUS_SANITIZE)
+  add_compile_options(-fsanitize=${VUS_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VUS_SANITIZE})
+endif()
+
+if(VUS_COVERAGE)
+  # Atomic counters: the tests run threads.
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+if(VUS_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "The fuzzers need clang: cmake --preset fuzz")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+if(NOT VUS_SANITIZE AND NOT VUS_COVERAGE)
+  add_compile_options(-fstack-protector-strong)
+  add_link_options(-Wl,-z,relro,-z,now)
+  if(CMAKE_BUILD_TYPE MATCHES "Rel")
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  endif()
+endif()
