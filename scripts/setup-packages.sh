@@ -1,0 +1,65 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Installs the Debian packages that building and testing on this machine need.
+#
+#   scripts/setup-packages.sh [--list]
+#
+# Needs root, or sudo without a password; otherwise says what an administrator has to
+# run. Does nothing, quickly, when everything is there.
+
+. "$(dirname "$0")/lib.sh"
+
+packages=(
+    # to build
+    g++ clang lld cmake ninja-build pkg-config
+    aidl android-libbase-dev android-liblog-dev android-libutils-dev android-libcutils-dev
+    android-libbacktrace-dev libtinyxml2-dev libudev-dev libevdev-dev
+    # to test
+    libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3 python3-pytest
+    gcovr clang-format util-linux
+    # to fetch and unpack libbinder's source and the device's packages
+    dpkg-dev cpio xz-utils
+)
+
+missing_packages() {
+    local package
+    for package in "${packages[@]}"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+            printf '%s ' "$package"
+    done
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        env DEBIAN_FRONTEND=noninteractive "$@"
+    else
+        sudo -n env DEBIAN_FRONTEND=noninteractive "$@"
+    fi
+}
+
+install_packages() {
+    as_root apt-get -q update || true  # old lists may still do; the installation tells
+    # shellcheck disable=SC2086
+    as_root apt-get -q -y -o DPkg::Lock::Timeout=300 install --no-install-recommends $1 || die \
+        "packages could not be installed ($1): check the network and the disk, see $vus_log, and run this again."
+}
+
+main() {
+    if [ "${1:-}" = --list ]; then
+        printf '%s\n' "${packages[@]}"
+        return
+    fi
+    command -v apt-get >/dev/null || die "this needs Debian 12: there is no apt-get on this machine."
+    local missing
+    missing=$(missing_packages)
+    missing=${missing% }
+    [ -n "$missing" ] || return 0
+    if [ "$(id -u)" -ne 0 ] && ! sudo -n true 2>/dev/null; then
+        die "packages are missing, and installing them needs root; ask an administrator to run: apt-get update && apt-get install --no-install-recommends $missing"
+    fi
+    need_disk 2500
+    install_packages "$missing"
+}
+
+main "$@"
