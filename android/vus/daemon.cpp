@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -19,6 +20,7 @@
 
 #include "android/vus/paths.h"
 #include "android/vus/util.h"
+#include "android/vus/vu_service.h"
 
 namespace android::vus {
 
@@ -76,10 +78,15 @@ void endProcessIfHandlerHangs(int signum) {
     alarm(kCrashHandlerSeconds);
 }
 
+// Keeps the watcher from confirming a policy while it is being rolled back, and from answering the
+// roll-back. It is never given back. A watcher that is stuck is waited for no longer than this,
+// and one that crashed itself not at all.
+void takePolicyFilesForGood() {
+    (void)VUsbService::policyFilesMutex.try_lock_for(std::chrono::seconds(2));
+}
+
 void logStackTrace(Backtrace& unwinder) {
-    if (!unwinder.Unwind(0))
-        LOG(ERROR) << "signalHandler"
-                   << ": Failed to unwind callstack.";
+    if (!unwinder.Unwind(0)) LOG(ERROR) << "signalHandler: Failed to unwind callstack.";
     LOG(INFO) << "Stack Trace\n";
     for (size_t frame = 0; frame < unwinder.NumFrames(); ++frame) {
         LOG(ERROR) << unwinder.FormatFrameData(frame);
@@ -124,8 +131,8 @@ void signalHandler(int signum, siginfo_t* /*info*/, void* /*context*/) {
     endProcessIfHandlerHangs(signum);
 
     // "Segmentation fault" for every signal, an abort included, on purpose.
-    LOG(INFO) << "Segmentation fault"
-              << "signum" << signum << "\n";
+    LOG(INFO) << "Segmentation faultsignum" << signum << "\n";
+    takePolicyFilesForGood();
     Util::copyFileContent(kPolicyBackupFile, kPolicyFile);
     Util::updateErrorFile(Util::statusFilePath, kCrashStatus);
 

@@ -19,13 +19,16 @@
 //   2. VUsbService::lock_           callbacks_; also held over linking and unlinking a recipient,
 //                                   so that no death notice comes between a link and its entry
 //   3. the device lists' mutex      both device lists; private to vu_service.cpp
-//   4. Util::policy_mutex           shared by a decision while it reads the mode and the rules,
+//   4. VUsbService::policyFilesMutex  the watcher's hold on the policy, its backup and the status
+//                                   file during one reload; the crash handler's for ever
+//   5. Util::policy_mutex           shared by a decision while it reads the mode and the rules,
 //                                   exclusive while a load puts its result in force
-//   5. UsbDevice::map_mutex         the device-id map
-// Today 2 to 5 are each held alone, with nothing but the logging library's own lock inside.
-// None of 2 to 5 is held while a callback runs, while sysfs or a file is read or written, or
-// while sleeping: a client may call back into the service from within its callback, and the
-// kernel may keep a sysfs access waiting for 20 s.
+//   6. UsbDevice::map_mutex         the device-id map
+// Of these, only 5 is ever taken inside another (4), and 6 inside 1; each of the others is held
+// alone, with nothing but the logging library's own lock inside. No lock is held while a callback
+// runs, and none but 1 while sysfs is read or written or while sleeping: a client may call back
+// into the service from within its callback, and the kernel may keep a sysfs access waiting for
+// 20 s.
 
 #pragma once
 
@@ -100,6 +103,10 @@ class VUsbService : public BnVUsbService {
     // True on a debug build of the platform: callback addresses are logged. Set by Register().
     static std::atomic<bool> debugBuild;
 
+    // The crash handler takes it and keeps it: see signalHandler. Recursive, for the case that it
+    // is the watcher that crashes.
+    static std::recursive_timed_mutex policyFilesMutex;
+
     std::mutex lock_;  // guards callbacks_
     CallbackMap callbacks_;
 
@@ -132,8 +139,7 @@ class VUsbService : public BnVUsbService {
 
     // The watcher's work; on its thread only.
     static void handleFileEvents(const char* buffer, size_t length);
-    static void reloadPolicy();
-    static void confirmPolicy();
+    static void answerRewrite();
 };
 
 // Drops one registration when its client dies. One recipient a registration; owned by its entry

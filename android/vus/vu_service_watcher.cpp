@@ -26,6 +26,8 @@
 
 namespace android::vus {
 
+std::recursive_timed_mutex VUsbService::policyFilesMutex;
+
 namespace {
 
 constexpr size_t kEventBufferSize = 512;
@@ -80,6 +82,31 @@ void restoreBackup() {
     backupRestoreInProgress = true;
 }
 
+void confirmPolicy() {
+    LOG(INFO) << "Parsing success, so update status file and create backup";
+    Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
+    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
+}
+
+// True if the administrator's policy is in force now and the attached devices are to be judged
+// again. The echo of a restore changes nothing but the tables.
+bool reloadPolicy() {
+    LOG(INFO) << "Admin usb_device_config.xml config file call parsing";
+    Util::createMapFromConfig(kPolicyFile);
+    LOG(INFO) << "Parsing status xml_parse_status " << Util::xml_parse_status;
+    if (!Util::xml_parse_status) {
+        restoreBackup();
+        return false;
+    }
+    setStatusMessage(kStatusSuccess);
+    if (backupRestoreInProgress) {
+        backupRestoreInProgress = false;
+        return false;
+    }
+    confirmPolicy();
+    return true;
+}
+
 }  // namespace
 
 void VUsbService::registerFileObserverViaThread() {
@@ -116,33 +143,19 @@ void VUsbService::handleFileEvents(const char* buffer, size_t length) {
     while (offset + sizeof(inotify_event) <= length) {
         const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
         if (isClosedAfterWriting(*event) && std::string_view(event->name) == kPolicyFileName) {
-            reloadPolicy();
+            answerRewrite();
         }
         offset += sizeof(inotify_event) + event->len;
     }
 }
 
-void VUsbService::reloadPolicy() {
-    LOG(INFO) << "Admin usb_device_config.xml config file call parsing";
-    Util::createMapFromConfig(kPolicyFile);
-    LOG(INFO) << "Parsing status xml_parse_status " << Util::xml_parse_status;
-    if (!Util::xml_parse_status) {
-        restoreBackup();
-        return;
+void VUsbService::answerRewrite() {
+    bool confirmed = false;
+    {
+        const std::lock_guard<std::recursive_timed_mutex> files(policyFilesMutex);
+        confirmed = reloadPolicy();
     }
-    setStatusMessage(kStatusSuccess);
-    if (backupRestoreInProgress) {
-        backupRestoreInProgress = false;
-    } else {
-        confirmPolicy();
-    }
-}
-
-void VUsbService::confirmPolicy() {
-    LOG(INFO) << "Parsing success, so update status file and create backup";
-    Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
-    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
-    resetHostPorts(0);
+    if (confirmed) resetHostPorts(0);
 }
 
 }  // namespace android::vus
