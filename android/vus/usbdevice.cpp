@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,6 +68,30 @@ void read_link_name(int directory, const char* path, char (&name)[kSysfsNameSize
     const std::string_view text(target, static_cast<size_t>(length));
     const size_t slash = text.rfind('/');
     if (slash != std::string_view::npos) copy_text(name, text.substr(slash + 1));
+}
+
+DirectoryReader::DirectoryReader(const char* path)
+      : fd_(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+
+const dirent64* DirectoryReader::next() {
+    if (position_ == filled_) {
+        position_ = 0;
+        filled_ = fd_.ok() ? syscall(SYS_getdents64, fd_.get(), buffer_, sizeof(buffer_)) : 0;
+        if (filled_ <= 0) {
+            filled_ = 0;
+            return nullptr;
+        }
+    }
+    const auto* entry = reinterpret_cast<const dirent64*>(buffer_ + position_);
+    position_ += entry->d_reclen;
+    return entry;
+}
+
+bool DirectoryReader::is_directory(const dirent64& entry) const {
+    if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+    struct stat status;
+    return fstatat(fd_.get(), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
 }
 
 SysfsEntry::SysfsEntry(const char* entry) : entry_(entry) {

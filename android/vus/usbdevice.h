@@ -39,8 +39,8 @@
 namespace android::vus {
 
 // The sizes of every fixed text. A text is always terminated within its size.
-inline constexpr int32_t kSysfsNameSize = 255;    // entry names and driver names
-inline constexpr int32_t kDeviceTextSize = 64;    // texts of a device, category paths
+inline constexpr int32_t kSysfsNameSize = 255;  // entry names and driver names
+inline constexpr int32_t kDeviceTextSize = 64;  // texts of a device, category paths
 inline constexpr int32_t kBusSpeedSize = 8;
 inline constexpr int32_t kSysfsValueSize = 4096;  // values and paths
 
@@ -252,9 +252,9 @@ class UsbDevice {
     static const char* const dc_online_path;
 
     static std::mutex power_val_mutex;
-    static char power_val[kSysfsValueSize];     // last dock supply value; guarded by power_val_mutex
-    static std::atomic<bool> exit_poll;         // tells the watcher that the undock is over
-    static pthread_t sysfs_observer_thread;     // the last watcher; never joined or detached
+    static char power_val[kSysfsValueSize];  // last dock supply value; guarded by power_val_mutex
+    static std::atomic<bool> exit_poll;      // tells the watcher that the undock is over
+    static pthread_t sysfs_observer_thread;  // the last watcher; never joined or detached
 };
 
 }  // namespace android::vus

@@ -11,9 +11,9 @@
 #include <string.h>
 
 #include <algorithm>
-#include <memory>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include <android-base/logging.h>
 #include <android-base/unique_fd.h>
@@ -51,11 +51,27 @@ class SysfsEntry {
 // Stores what follows the last "/" of the link at `path` (below `directory`, if that is open).
 void read_link_name(int directory, const char* path, char (&name)[kSysfsNameSize]);
 
-// A directory that closes itself; null if it could not be opened.
-using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
-inline Directory open_directory(const char* path) {
-    return Directory(opendir(path), closedir);
-}
+// The entries of a directory, in the order in which the kernel lists them.
+//
+// Read by the system call into a buffer of its own: a decision reads some hundred small
+// directories, and opendir() would allocate and free 32 KiB for each.
+class DirectoryReader {
+  public:
+    // A directory that cannot be opened has no entries; errno tells why.
+    explicit DirectoryReader(const char* path);
+
+    bool ok() const { return fd_.ok(); }
+    // The next entry, "." and ".." included, valid until the next call; null at the end.
+    const dirent64* next();
+    // Whether the entry itself is a directory. A link to one is not.
+    bool is_directory(const dirent64& entry) const;
+
+  private:
+    base::unique_fd fd_;
+    long filled_ = 0;
+    long position_ = 0;
+    alignas(dirent64) char buffer_[kSysfsValueSize];
+};
 
 // Links the nodes of the calling thread's lists into the tree, classifies the interfaces, and
 // returns the records of those that belong to a device.
@@ -132,8 +148,8 @@ inline Nodes<usbinterface> interfaces() {
     return Nodes<usbinterface>(UsbDevice::interface_list);
 }
 
-// Adds `node` at the end of a chain through next. A node that is in the chain already stays where it
-// is: added again, it would close the chain to a ring that no walk comes out of.
+// Adds `node` at the end of a chain through next. A node that is in the chain already stays where
+// it is: added again, it would close the chain to a ring that no walk comes out of.
 template <typename Node>
 void append_to_chain(Node** first, Node* node) {
     while (*first != nullptr) {

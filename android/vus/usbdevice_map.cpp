@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <utility>
@@ -18,7 +17,7 @@
 
 namespace android::vus {
 
-using usb::Directory;
+using usb::DirectoryReader;
 using usb::trace;
 
 std::mutex UsbDevice::map_mutex;
@@ -34,19 +33,10 @@ bool is_dot_or_dotdot(const char* name) {
     return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
-// Whether the entry itself is a directory. A link to one is not: the kernel's links to suppliers
-// and consumers have a ':' in their names and would pass for HID directories.
-bool is_directory(DIR* directory, const dirent& entry) {
-    if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
-    struct stat status;
-    return fstatat(dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISDIR(status.st_mode);
-}
-
 // The next entry that is not "." or "..", or null at the end.
-const dirent* next_entry(DIR* directory) {
-    const dirent* entry = readdir(directory);
-    while (entry != nullptr && is_dot_or_dotdot(entry->d_name)) entry = readdir(directory);
+const dirent64* next_entry(DirectoryReader* directory) {
+    const dirent64* entry = directory->next();
+    while (entry != nullptr && is_dot_or_dotdot(entry->d_name)) entry = directory->next();
     return entry;
 }
 
@@ -78,11 +68,10 @@ class CategoryScan {
     }
 
     void run() {
-        const Directory directory = enter("Cannot open directory \n");
-        if (directory == nullptr) return;
-        while (const dirent* entry = next_entry(directory.get())) {
+        DirectoryReader directory = enter("Cannot open directory \n");
+        while (const dirent64* entry = next_entry(&directory)) {
             trace("Entered while with dir is :", entry->d_name);
-            if (decides(directory.get(), *entry)) return;
+            if (decides(directory, *entry)) return;
         }
     }
 
@@ -90,13 +79,15 @@ class CategoryScan {
 
   private:
     // Whether the entry settles the category.
-    bool decides(DIR* directory, const dirent& entry) {
+    bool decides(const DirectoryReader& directory, const dirent64& entry) {
         for (const FunctionDirectory& function : kFunctionDirectories) {
             if (strcmp(entry.d_name, function.name) != 0) continue;
             interface_.category = function.category;
-            return is_directory(directory, entry) && finds_function(function);
+            return directory.is_directory(entry) && finds_function(function);
         }
-        return strchr(entry.d_name, ':') != nullptr && is_directory(directory, entry) &&
+        // The kernel's links to suppliers and consumers have a ':' in their names too: only a
+        // directory of the interface's own is its HID device.
+        return strchr(entry.d_name, ':') != nullptr && directory.is_directory(entry) &&
                finds_vendor_hid(entry.d_name);
     }
 
@@ -107,10 +98,9 @@ class CategoryScan {
         } else {
             LOG(INFO) << function.entered_text << path_;
         }
-        const Directory directory = enter("Cannot open directory \n");
-        if (directory == nullptr) return false;
-        while (const dirent* entry = next_entry(directory.get())) {
-            if (!is_directory(directory.get(), *entry)) continue;
+        DirectoryReader directory = enter("Cannot open directory \n");
+        while (const dirent64* entry = next_entry(&directory)) {
+            if (!directory.is_directory(*entry)) continue;
             usb::copy_text(interface_.category_path, entry->d_name);
             trace(function.found_text, interface_.category_path);
             return true;
@@ -123,13 +113,12 @@ class CategoryScan {
     bool finds_vendor_hid(const char* name) {
         extend(name);
         LOG(INFO) << " new path of subdir for HID:" << path_;
-        if (const Directory directory = enter("Cannot open subdir \n")) {
-            while (const dirent* entry = next_entry(directory.get())) {
-                if (strcmp(entry->d_name, "input") != 0) continue;
-                if (!is_directory(directory.get(), *entry)) continue;
-                trace("input device found");
-                return false;
-            }
+        DirectoryReader directory = enter("Cannot open subdir \n");
+        while (const dirent64* entry = next_entry(&directory)) {
+            if (strcmp(entry->d_name, "input") != 0) continue;
+            if (!directory.is_directory(*entry)) continue;
+            trace("input device found");
+            return false;
         }
         LOG(INFO) << "vendor HID device found";
         interface_.category = kCategoryVendorHid;
@@ -141,9 +130,9 @@ class CategoryScan {
         snprintf(path_ + length, sizeof(path_) - length, "/%s", name);
     }
 
-    Directory enter(const char* failure_text) const {
-        Directory directory = usb::open_directory(path_);
-        if (directory == nullptr) LOG(INFO) << failure_text << path_;
+    DirectoryReader enter(const char* failure_text) const {
+        DirectoryReader directory(path_);
+        if (!directory.ok()) LOG(INFO) << failure_text << path_;
         return directory;
     }
 
@@ -175,12 +164,13 @@ class Rebuild {
     // Makes a node of every entry and links them. Returns false, with errno telling why, if there
     // is no directory; the map is then emptied.
     bool read_tree() {
-        const Directory directory = usb::open_directory(kUsbDevicesDir);
-        if (directory == nullptr) {
+        DirectoryReader directory(kUsbDevicesDir);
+        if (!directory.ok()) {
+            const base::ErrnoRestorer restorer;
             show({});
             return false;
         }
-        while (const dirent* entry = readdir(directory.get())) {
+        while (const dirent64* entry = directory.next()) {
             UsbDevice::inspect_bus_entry(entry->d_name);
         }
         show(usb::connect_nodes());
@@ -223,8 +213,9 @@ void print_record(int32_t id, const usbinterface_custom& record, int fd) {
               << " class:" << record.bInterfaceClass << " Vendor ID:" << record.idVendor
               << " Product ID:" << record.idProduct;
     if (fd == -1) return;
-    const std::string text = "\n DeviceId : " + std::to_string(id) + ", Interface name : " +
-                             record.name + ", class : " + std::to_string(record.bInterfaceClass) +
+    const std::string text = "\n DeviceId : " + std::to_string(id) +
+                             ", Interface name : " + record.name +
+                             ", class : " + std::to_string(record.bInterfaceClass) +
                              ", Vendor ID : " + std::to_string(record.idVendor) +
                              ", Product ID : " + std::to_string(record.idProduct);
     dprintf(fd, " %s\n", text.c_str());

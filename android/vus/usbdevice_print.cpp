@@ -72,8 +72,8 @@ void print_interfaces_of(usbdevice* device, int32_t fd) {
 void print_owner(const usbdevice& owner, const usbinterface& interface, int32_t fd) {
     const std::string text = "\t parent vendorid : " + std::to_string(owner.idVendor) +
                              ", productid: " + std::to_string(owner.idProduct) +
-                             ",parent path: " + owner.name + ",manufacturer: " +
-                             owner.manufacturer + ",product: " + owner.product +
+                             ",parent path: " + owner.name +
+                             ",manufacturer: " + owner.manufacturer + ",product: " + owner.product +
                              ",deviceId:" + std::to_string(usb::device_id(owner)) +
                              " devCategory: " + std::to_string(interface.category);
     dprintf(fd, "\n%s", text.c_str());

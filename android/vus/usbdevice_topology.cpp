@@ -33,7 +33,7 @@ struct Attribute {
     using Text = char (Node::*)[kTextSize];
 
     constexpr Attribute(const char* file, Number field, int32_t number_base)
-        : name(file), number(field), base(number_base) {}
+          : name(file), number(field), base(number_base) {}
     constexpr Attribute(const char* file, Text field) : name(file), text(field) {}
 
     const char* name;
@@ -44,6 +44,7 @@ struct Attribute {
 
 // The tables are in reading order, which is the order of the messages about what is missing.
 constexpr Attribute<usbbusnode, kBusSpeedSize> kBusAttributes[] = {
+        // clang-format off
         {"devnum", &usbbusnode::devnum, 10},
         {"bDeviceClass", &usbbusnode::bDeviceClass, 16},
         {"idProduct", &usbbusnode::idProduct, 16},
@@ -52,6 +53,7 @@ constexpr Attribute<usbbusnode, kBusSpeedSize> kBusAttributes[] = {
         {"speed", &usbbusnode::speed},
         {"rx_lanes", &usbbusnode::rx_lanes, 10},
         {"tx_lanes", &usbbusnode::tx_lanes, 10},
+        // clang-format on
 };
 
 constexpr Attribute<usbdevice> kDeviceAttributes[] = {
@@ -88,8 +90,8 @@ constexpr Attribute<usbinterface> kInterfaceAttributes[] = {
 };
 
 template <typename Node, size_t kTextSize, size_t kCount>
-void read_attributes(const SysfsEntry& entry, const Attribute<Node, kTextSize> (&attributes)[kCount],
-                     Node* node) {
+void read_attributes(const SysfsEntry& entry,
+                     const Attribute<Node, kTextSize> (&attributes)[kCount], Node* node) {
     for (const auto& attribute : attributes) {
         if (attribute.text != nullptr) {
             entry.read_string(attribute.name, node->*attribute.text, kTextSize);
@@ -204,8 +206,7 @@ void trace_record(int32_t id, const usbinterface& interface) {
           " and class: ", interface.bInterfaceClass);
     trace("creating object and populating \t parent vendorid : ", parent.idVendor,
           ", productid: ", parent.idProduct, ",parent path: ", parent.name,
-          ",manufacturer: ", parent.manufacturer, ",product: ", parent.product,
-          ",deviceId:", id);
+          ",manufacturer: ", parent.manufacturer, ",product: ", parent.product, ",deviceId:", id);
     trace("creating object and populating category_path", interface.category_path,
           " and category:", interface.category, " interface path:", interface.name);
 }
