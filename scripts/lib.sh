@@ -81,6 +81,13 @@ _watch() {
     done
 }
 
+# _end_tree PID: ends a process and all that it started.
+_end_tree() {
+    local child
+    for child in $(cat "/proc/$1/task/$1/children" 2>/dev/null); do _end_tree "$child"; done
+    kill "$1" 2>/dev/null || true
+}
+
 # step LABEL COMMAND...
 step() {
     local label=$1 start title log status=0
@@ -93,8 +100,11 @@ step() {
     title=${title%x}
     [ ! -t 1 ] || printf '%s' "$title"
     "$@" >"$log" 2>&1 </dev/null &
+    # A background command does not hear the keyboard's interrupt.
+    trap '_end_tree '$!'; exit 130' INT TERM
     _watch $! "$start" "$title"
     wait $! || status=$?
+    trap - INT TERM
     [ ! -t 1 ] || printf '\r\033[K'
     if [ "$status" -eq 0 ]; then
         printf '%s%s\n' "$title" "$(seconds_since "$start")"
