@@ -51,9 +51,13 @@ static inline struct selabel_handle* selinux_android_service_context_handle(void
     return &handle;
 }
 
-static inline int selinux_status_open(int fallback __unused) { return 0; }
+static inline int selinux_status_open(int fallback __unused) {
+    return 0;
+}
 
-static inline int selinux_status_updated(void) { return 0; }
+static inline int selinux_status_updated(void) {
+    return 0;
+}
 
 static inline void selabel_close(struct selabel_handle* handle __unused) {}
 
@@ -67,7 +71,9 @@ static inline int getpidcon(pid_t pid __unused, char** context) {
     return *context ? 0 : -1;
 }
 
-static inline void freecon(char* context) { free(context); }
+static inline void freecon(char* context) {
+    free(context);
+}
 
 static inline int selabel_lookup(struct selabel_handle* handle __unused, char** context,
                                  const char* key __unused, int type __unused) {

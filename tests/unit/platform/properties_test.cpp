@@ -70,11 +70,11 @@ TEST_F(PropertiesTest, Int32) {
         const char* text;
         int32_t expected;
     };
-    for (const Case& c : {Case{"1", 1}, Case{"-1", -1}, Case{"+5", 5}, Case{"0x1F", 31},
-                          Case{"010", 8}, Case{"12abc", 12}, Case{" 7", 7},
-                          Case{"2147483647", INT32_MAX}, Case{"-2147483648", INT32_MIN},
-                          Case{"2147483648", 99}, Case{"-2147483649", 99},
-                          Case{"99999999999999999999999", 99}, Case{"abc", 99}, Case{"-", 99}}) {
+    for (const Case& c :
+         {Case{"1", 1}, Case{"-1", -1}, Case{"+5", 5}, Case{"0x1F", 31}, Case{"010", 8},
+          Case{"12abc", 12}, Case{" 7", 7}, Case{"2147483647", INT32_MAX},
+          Case{"-2147483648", INT32_MIN}, Case{"2147483648", 99}, Case{"-2147483649", 99},
+          Case{"99999999999999999999999", 99}, Case{"abc", 99}, Case{"-", 99}}) {
         ASSERT_EQ(0, property_set("a", c.text));
         EXPECT_EQ(c.expected, property_get_int32("a", 99)) << c.text;
     }
