@@ -64,7 +64,8 @@ constexpr FunctionDirectory kFunctionDirectories[] = {
 class CategoryScan {
   public:
     explicit CategoryScan(usbinterface* interface) : interface_(*interface) {
-        snprintf(path_, sizeof(path_), "%s/%s", kUsbDevicesDir, interface_.name);
+        usb::copy_text(path_, kUsbDevicesDir);
+        extend(interface_.name);
     }
 
     void run() {
@@ -125,6 +126,7 @@ class CategoryScan {
         return true;
     }
 
+    // A path that does not fit is cut, and then as a rule not found.
     void extend(const char* name) {
         const size_t length = strlen(path_);
         snprintf(path_ + length, sizeof(path_) - length, "/%s", name);
