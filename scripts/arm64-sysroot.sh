@@ -15,7 +15,7 @@ packages=(
     android-libbacktrace-dev libtinyxml2-dev libudev-dev libevdev-dev
 )
 sysroot=$vus_build/sysroot-arm64
-stamp=$sysroot/.$(printf '%s\n' 1 "${packages[@]}" | sha256sum | cut -c 1-16)
+stamp=$sysroot/.$(printf '%s\n' 2 "${packages[@]}" | sha256sum | cut -c 1-16)
 
 download() {
     private_apt_init "$1" deb arm64
@@ -23,14 +23,14 @@ download() {
         die "the arm64 packages could not be downloaded: check the network, and that this machine's package sources are Debian 12's and carry arm64."
 }
 
-# Debian 12's /lib is a link to usr/lib; packages still carry files below both.
+# Debian 12's /lib is a link to usr/lib. Not here: clang would look for its files below
+# lib/gcc/../.., which a tool that shortens such paths (ninja) takes for another place.
 unpack() {
     local deb fresh=$sysroot.new
     rm -rf "$fresh" "$sysroot"
-    mkdir -p "$fresh/usr/lib"
-    ln -s usr/lib "$fresh/lib"
+    mkdir -p "$fresh"
     for deb in "$1"/cache/archives/*.deb; do
-        dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$fresh" --no-same-owner --keep-directory-symlink
+        dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$fresh" --no-same-owner
     done
     relative_links "$fresh"
     touch "$fresh/$(basename "$stamp")"

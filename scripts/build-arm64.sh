@@ -17,7 +17,7 @@ programs=("$@")
 
 # Where the target's linker looks: what our programs' run path says, the system's, and the
 # folder that libbacktrace names for 7z.so.
-search=(usr/lib/aarch64-linux-gnu/android usr/lib/aarch64-linux-gnu usr/lib/p7zip)
+search=(usr/lib/aarch64-linux-gnu/android usr/lib/aarch64-linux-gnu lib/aarch64-linux-gnu usr/lib/p7zip)
 
 needed_by() { llvm_readelf --needed-libs "$@" | sed -n 's/^  *\([^ ]*\.so.*\)/\1/p' | sort -u; }
 
@@ -65,9 +65,12 @@ stage() {
     done
     (cd "$out/bin" && closure "${programs[@]}") >"$out/libs.txt"
     while read -r path; do
-        install -D -m 0755 "$sysroot/$path" "$out/rootfs/$path"
+        # The device has one folder for both of Debian's.
+        install -D -m 0755 "$sysroot/$path" "$out/rootfs/usr/${path#usr/}"
     done <"$out/libs.txt"
+    sed -i 's,^lib/,usr/lib/,' "$out/libs.txt"
     ln -s usr/lib "$out/rootfs/lib"
+    ln -s aarch64-linux-gnu/ld-linux-aarch64.so.1 "$out/rootfs/usr/lib/ld-linux-aarch64.so.1"
 }
 
 "$(dirname "$0")/fetch-binder.sh"
