@@ -1,0 +1,94 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The documents against the tree: links lead somewhere, and the paths, properties and
+messages they name are the program's own."""
+
+import pathlib
+import re
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DOCUMENTS = sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").glob("*.md"))
+REFERENCE = ROOT / "docs" / "properties-and-files.md"
+
+
+def without_code(text):
+    return re.sub(r"^```.*?^```", "", text, flags=re.M | re.S)
+
+
+def anchors(document):
+    """The anchors that GitHub makes of a document's headings."""
+    for title in re.findall(r"^#+ (.*)$", without_code(document.read_text()), flags=re.M):
+        plain = re.sub(r"[^\w\- ]", "", title.strip().lower())
+        yield plain.replace(" ", "-")
+
+
+def links(document):
+    return re.findall(r"\]\(([^)\s]+)\)", without_code(document.read_text()))
+
+
+def literals():
+    """The string literals of the product's sources, adjacent ones joined."""
+    sources = [*ROOT.glob("android/vus/*.cpp"), *ROOT.glob("android/vus/*.h")]
+    for source in sources:
+        for run in re.findall(r'(?:"(?:[^"\\\n]|\\.)*"\s*)+', source.read_text()):
+            pieces = re.findall(r'"((?:[^"\\\n]|\\.)*)"', run)
+            yield "".join(pieces).replace('\\"', '"').replace("\\n", "")
+
+
+def table(heading):
+    """The rows of the tables below a heading, up to the next heading of its level."""
+    text = REFERENCE.read_text()
+    level = re.match("#+", heading).group()
+    section = text.split(heading + "\n", 1)[1]
+    section = re.split(rf"^{level} ", section, maxsplit=1, flags=re.M)[0]
+    rows = re.findall(r"^\|(.*)\|$", section, flags=re.M)
+    return [[cell.strip() for cell in row.split("|")] for row in rows]
+
+
+def first_code(cell):
+    found = re.match(r"`([^`]+)`", cell)
+    return found.group(1) if found else None
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_links_lead_somewhere(document):
+    for link in links(document):
+        if re.match(r"[a-z]+:", link):
+            continue
+        path, _, anchor = link.partition("#")
+        target = (document.parent / path).resolve() if path else document
+        assert target.exists(), link
+        assert target == ROOT or ROOT in target.parents, f"{link} leaves the tree"
+        if anchor:
+            assert anchor in set(anchors(target)), link
+
+
+def test_log_lines_are_the_programs():
+    texts = list(literals())
+    named = [first_code(row[0]) for row in table("## Log lines worth searching for")]
+    named = [text for text in named if text]
+    assert len(named) > 40
+    # The logging library writes this one for a failed CHECK.
+    named.remove("Check failed: ")
+    missing = [text for text in named if not any(text in literal for literal in texts)]
+    assert missing == []
+
+
+def test_status_texts_are_the_programs():
+    texts = list(literals())
+    named = [first_code(row[0]) for row in table("## Status texts")]
+    named = [text for text in named if text and not text.startswith("Error=XML_ERROR_")]
+    assert len(named) == 13
+    assert [text for text in named if not any(text in literal for literal in texts)] == []
+
+
+def test_every_path_and_property_is_documented():
+    """paths.h is where the program names them; a new one needs a line in the reference."""
+    header = (ROOT / "android" / "vus" / "paths.h").read_text()
+    names = re.findall(r'k\w+\[\]\s*=\s*"([^"]+)"', header)
+    assert len(names) > 15
+    reference = REFERENCE.read_text()
+    directory = "/data/system/usbdeviceconfig/"
+    missing = [name for name in names if name.removeprefix(directory) not in reference]
+    assert missing == []
