@@ -15,12 +15,14 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -189,6 +191,16 @@ class UsbTest : public ::testing::Test {
     std::vector<std::string> take_log() {
         const std::lock_guard<std::mutex> lock(log_mutex_);
         return std::exchange(log_, {});
+    }
+    // Waits for a line that another thread logs.
+    void wait_for_line(const std::string& line) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        bool found = false;
+        while (!found && std::chrono::steady_clock::now() < deadline) {
+            for (const std::string& logged : take_log()) found = found || logged == line;
+            std::this_thread::yield();
+        }
+        ASSERT_TRUE(found) << line;
     }
     // The log lines of an action alone.
     std::vector<std::string> log_of(const std::function<void()>& action) {

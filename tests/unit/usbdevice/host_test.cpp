@@ -1,0 +1,491 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Host reset, virtual undock and the dock's power: the order of every write, property and line.
+
+#include <poll.h>
+#include <sys/inotify.h>
+
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+#include <cutils/properties.h>
+
+#include "platform/property_store.h"
+#include "usb_test.h"
+
+namespace android::vus {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// Tells, in order, which files of some directories were written (by their content then) or renamed
+// into place (by their name).
+class FileEvents {
+  public:
+    explicit FileEvents(const std::vector<std::string>& directories)
+          : notify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+        for (const std::string& directory : directories) {
+            std::filesystem::create_directories(directory);
+            const int watch = inotify_add_watch(notify_.get(), directory.c_str(),
+                                                IN_CLOSE_WRITE | IN_MOVED_TO);
+            directories_[watch] = directory;
+        }
+        thread_ = std::thread([this] { follow(); });
+    }
+    ~FileEvents() { take(); }
+
+    // Ends the watch and returns what happened.
+    std::vector<std::string> take() {
+        done_ = true;
+        if (thread_.joinable()) thread_.join();
+        return events_;
+    }
+
+  private:
+    void follow() {
+        bool last_look = false;
+        while (!last_look) {
+            last_look = done_;
+            pollfd ready = {notify_.get(), POLLIN, 0};
+            poll(&ready, 1, 5);
+            read_events();
+        }
+    }
+    void read_events() {
+        alignas(inotify_event) char buffer[8192];
+        const ssize_t count = read(notify_.get(), buffer, sizeof(buffer));
+        for (ssize_t at = 0; at < count;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            at += static_cast<ssize_t>(sizeof(*event) + event->len);
+            const std::string path = directories_[event->wd] + "/" + event->name;
+            const bool is_property = (event->mask & IN_MOVED_TO) != 0;
+            if (!is_property && event->name[0] == '.') continue;
+            std::ifstream file(path);
+            std::string content;
+            std::getline(file, content);
+            const std::string name = is_property ? event->name : path;
+            const bool is_aside = !is_property && directories_[event->wd] == platform::kPropertyDir;
+            if (!is_aside) events_.push_back(name + "=" + content);
+        }
+    }
+
+    base::unique_fd notify_;
+    std::map<int, std::string> directories_;
+    std::atomic<bool> done_ = false;
+    std::vector<std::string> events_;
+    std::thread thread_;
+};
+
+class HostTest : public UsbTest {
+  protected:
+    static constexpr char kHighSpeed[] = "/sys/devices/platform/soc/c200000.hsusb/mode";
+    static constexpr char kSuperSpeed[] = "/sys/devices/platform/soc/a800000.ssusb/mode";
+    static constexpr char kDockController[] = "/sys/devices/platform/soc/a600000.ssusb/mode";
+    // What is left of a logged value after its newline: the logger's next line.
+    static constexpr char kNewline[] = "I ";
+    static constexpr char kDevspec[] = "/soc@0/ssusb@a600000/dwc3@a600000\n";
+
+    void SetUp() override {
+        UsbTest::SetUp();
+        std::filesystem::remove_all(platform::kPropertyDir);
+        memset(UsbDevice::power_val, 0, sizeof(UsbDevice::power_val));
+        UsbDevice::exit_poll = false;
+        UsbDevice::sysfs_observer_thread = {};
+    }
+    void TearDown() override {
+        join_watcher();
+        UsbTest::TearDown();
+    }
+
+    // The test owns the watcher that an undock leaves, because nobody else ever joins it.
+    static void join_watcher() {
+        if (UsbDevice::sysfs_observer_thread == pthread_t{}) return;
+        UsbDevice::exit_poll = true;
+        pthread_join(UsbDevice::sysfs_observer_thread, nullptr);
+        UsbDevice::sysfs_observer_thread = {};
+    }
+    static std::string property(const char* name) {
+        char value[PROPERTY_VALUE_MAX];
+        property_get(name, value, "");
+        return value;
+    }
+    static milliseconds time_of(const std::function<void()>& action) {
+        const auto start = steady_clock::now();
+        action();
+        return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+    }
+    static void attach_displaylink(const std::string& devspec = kDevspec) {
+        put_record(1004, "1-1:1.0");
+        put_record(2003, "2-1:1.0", 0, 0x17e9);
+        put_record(3003, "3-1:1.0", 0, 0x17e9);
+        write_file(path_of("usb2", "devspec"), devspec);
+        write_file(kDockController, "host\n");
+    }
+    static bool usb_host_is_free() {
+        const bool free = UsbDevice::usb_host_mutex.try_lock();
+        if (free) UsbDevice::usb_host_mutex.unlock();
+        return free;
+    }
+};
+
+TEST_F(HostTest, TheControllersAreTheHighAndTheSuperSpeedOne) {
+    EXPECT_THAT(UsbDevice::host_mode_paths,
+                ElementsAre("c200000.hsusb/mode", "a800000.ssusb/mode"));
+    EXPECT_STREQ(UsbDevice::usb_online_path, "/sys/class/power_supply/usb/online");
+    EXPECT_STREQ(UsbDevice::dc_online_path, "/sys/class/power_supply/dc/online");
+}
+
+TEST_F(HostTest, AResetTakesEachControllerOutOfHostModeAndBack) {
+    for (const int value : {0, -5}) {
+        write_file(kHighSpeed, "host\n");
+        write_file(kSuperSpeed, "host");
+        FileEvents events({"/sys/devices/platform/soc/c200000.hsusb",
+                           "/sys/devices/platform/soc/a800000.ssusb"});
+        const std::string high(kHighSpeed), super(kSuperSpeed);
+        milliseconds time;
+        EXPECT_THAT(log_of([&] { time = time_of([=] { UsbDevice::usb_host_reset(value); }); }),
+                    ElementsAre("I usb_host_reset entered:",
+                                "I usb_host_reset mode set to none for syspath: " + high,
+                                "I usb_host_reset mode set to host for syspath: " + high,
+                                "I usb_host_reset mode set to none for syspath: " + super,
+                                "I usb_host_reset mode set to host for syspath: " + super));
+        EXPECT_THAT(events.take(),
+                    ElementsAre(high + "=none", high + "=host", super + "=none", super + "=host"));
+        EXPECT_GE(time, milliseconds(400));
+        EXPECT_LT(time, milliseconds(1000));
+        EXPECT_TRUE(usb_host_is_free());
+    }
+}
+
+TEST_F(HostTest, AControllerThatIsAbsentOrNotInHostModeIsLeftAlone) {
+    write_file(kSuperSpeed, "none\n");
+    const milliseconds time = time_of([this] {
+        EXPECT_THAT(log_of([] { UsbDevice::usb_host_reset(0); }),
+                    ElementsAre("I usb_host_reset entered:"));
+    });
+    EXPECT_LT(time, milliseconds(100));
+    EXPECT_EQ(read_file(kSuperSpeed), "none\n");
+    EXPECT_FALSE(std::filesystem::exists(kHighSpeed));
+}
+
+TEST_F(HostTest, HostModeIsItsFirstFourCharacters) {
+    for (const char* value : {"hos\n", " host\n", "Host\n", "device\n"}) {
+        write_file(kHighSpeed, value);
+        UsbDevice::usb_host_reset(0);
+        EXPECT_EQ(read_file(kHighSpeed), value);
+    }
+    write_file(kHighSpeed, "hostile");
+    EXPECT_THAT(log_of([] { UsbDevice::usb_host_reset(0); }), ::testing::SizeIs(3));
+}
+
+TEST_F(HostTest, AnUnreadableModeIsLoggedAndSkipped) {
+    write_file(kHighSpeed, "");
+    write_file(kSuperSpeed, "host");
+    EXPECT_THAT(log_of([] { UsbDevice::usb_host_reset(0); }),
+                ElementsAre("I usb_host_reset entered:", "E Unable to read from sysfs path0",
+                            "I usb_host_reset mode set to none for syspath: " +
+                                    std::string(kSuperSpeed),
+                            "I usb_host_reset mode set to host for syspath: " +
+                                    std::string(kSuperSpeed)));
+}
+
+TEST_F(HostTest, ResetsWaitForEachOther) {
+    write_file(kHighSpeed, "host");
+    std::thread first([] { UsbDevice::usb_host_reset(0); });
+    while (usb_host_is_free()) std::this_thread::yield();
+    const milliseconds time = time_of([] { UsbDevice::usb_host_reset(0); });
+    first.join();
+    // The second reset finds the controller in host mode again, after the whole of the first.
+    EXPECT_GE(time, milliseconds(300));
+    EXPECT_EQ(read_file(kHighSpeed), "host");
+}
+
+TEST_F(HostTest, WithoutADisplayLinkTheControllerPathIsTheWordEmpty) {
+    put_record(1004, "1-1:1.0");
+    EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::get_displaylink_soc_path(), "empty"); }),
+                IsEmpty());
+}
+
+TEST_F(HostTest, TheControllerIsThatOfTheFirstDisplayLink) {
+    attach_displaylink();
+    EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::get_displaylink_soc_path(), kDockController); }),
+                ElementsAre("I get_displaylink_soc_path /sys/bus/usb/devices/usb2/devspec",
+                            "I get_displaylink_soc_path devspec_val : "
+                            "/soc@0/ssusb@a600000/dwc3@a600000",
+                            kNewline));
+}
+
+TEST_F(HostTest, TheBusIsTheFirstDigitOfTheInterface) {
+    put_record(12003, "12-1:1.0", 0, 6121);
+    write_file(path_of("usb1", "devspec"), "/soc/a@1\n");
+    write_file(path_of("usb12", "devspec"), "/soc/b@2\n");
+    EXPECT_EQ(UsbDevice::get_displaylink_soc_path(), "/sys/devices/platform/soc/1.a/mode");
+}
+
+TEST_F(HostTest, ADevspecThatNamesNoControllerGivesAnEmptyPath) {
+    for (const char* devspec : {"(null)\n", "/\n", "/soc@0\n", "/soc@0/\n", "/soc@0/ssusb\n",
+                                "/soc@0/ssusb@\n", "//", "\n", "soc@0/ssusb@1"}) {
+        clear_map();
+        attach_displaylink(devspec);
+        EXPECT_EQ(UsbDevice::get_displaylink_soc_path(), "") << devspec;
+    }
+    write_file(path_of("usb2", "devspec"), "");
+    EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::get_displaylink_soc_path(), ""); }),
+                ElementsAre("I get_displaylink_soc_path /sys/bus/usb/devices/usb2/devspec",
+                            "E Unable to read from sysfs path0"));
+    std::filesystem::remove_all(path_of("usb2"));
+    EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::get_displaylink_soc_path(), ""); }),
+                Contains("E Unable to open sysfs path for reading/sys/bus/usb/devices/usb2/"
+                         "devspec"));
+}
+
+TEST_F(HostTest, AnUndockWithPowerTakesTheControllerOutAndBack) {
+    attach_displaylink();
+    write_file(kUsbOnlineFile, "1\n");
+    FileEvents events({"/sys/devices/platform/soc/a600000.ssusb", platform::kPropertyDir});
+    milliseconds time;
+    const std::string path(kDockController);
+    EXPECT_THAT(log_of([&] { time = time_of([] { UsbDevice::usb_host_reset(150); }); }),
+                ElementsAre("I usb_host_reset entered:",
+                            "I get_displaylink_soc_path /sys/bus/usb/devices/usb2/devspec",
+                            "I get_displaylink_soc_path devspec_val : "
+                            "/soc@0/ssusb@a600000/dwc3@a600000",
+                            kNewline, "I virtual_undock_dock_event usbPath : " + path,
+                            "I virtual_undock_dock_event usbPath for display link device",
+                            "I virtual_undock_dock_event mode set to none for syspath: " + path,
+                            "I USB charging_state val 1", kNewline, "I power_supply_state val 1",
+                            "I virtual_undock_dock_event mode set to host for syspath: " + path));
+    EXPECT_GE(time, milliseconds(250));
+    EXPECT_THAT(events.take(), ElementsAre(path + "=none", path + "=host"));
+}
+
+TEST_F(HostTest, DockPowerCountsAsPower) {
+    attach_displaylink();
+    write_file(kUsbOnlineFile, "0\n");
+    write_file(kDcOnlineFile, " 1\n");
+    const std::vector<std::string> lines = log_of([] { UsbDevice::usb_host_reset(1); });
+    EXPECT_THAT(std::vector<std::string>(lines.begin() + 7, lines.end()),
+                ElementsAre("I USB charging_state val 0", kNewline, "I power_supply_state val 0",
+                            "I virtual_undock_dock_event check for dc charge state",
+                            "I DC charging_state val  1", kNewline, "I DC power_supply_state val 1",
+                            "I virtual_undock_dock_event mode set to host for syspath: " +
+                                    std::string(kDockController)));
+    EXPECT_EQ(read_file(kDockController), "host\n");
+}
+
+TEST_F(HostTest, WithoutPowerTheControllerStaysOff) {
+    attach_displaylink();
+    write_file(kUsbOnlineFile, "0\n");
+    write_file(kDcOnlineFile, "10\n");
+    EXPECT_EQ(log_of([] { UsbDevice::usb_host_reset(1); }).back(),
+              "I device is undocked, not charging state");
+    EXPECT_EQ(read_file(kDockController), "none\n");
+    // Nothing here brings it back: it is not in host mode any more.
+    write_file(kUsbOnlineFile, "1\n");
+    EXPECT_EQ(log_of([] { UsbDevice::usb_host_reset(1); }).back(),
+              "I virtual_undock_dock_event usbPath for display link device");
+    EXPECT_EQ(read_file(kDockController), "none\n");
+}
+
+TEST_F(HostTest, WithoutAUsbSupplyTheControllerStaysOff) {
+    attach_displaylink();
+    write_file(kDcOnlineFile, "1\n");
+    EXPECT_EQ(log_of([] { UsbDevice::usb_host_reset(1); }).back(),
+              "I virtual_undock_dock_event mode set to none for syspath: " +
+                      std::string(kDockController));
+    EXPECT_EQ(read_file(kDockController), "none\n");
+}
+
+TEST_F(HostTest, AnUndockWithoutAControllerPathEndsAtOnce) {
+    attach_displaylink("(null)\n");
+    const milliseconds time = time_of([this] {
+        const std::vector<std::string> lines = log_of([] { UsbDevice::usb_host_reset(10000); });
+        ASSERT_EQ(lines.size(), 6u);
+        EXPECT_EQ(lines[4], "I virtual_undock_dock_event usbPath : ");
+        EXPECT_EQ(lines[5], "I virtual_undock_dock_event usbPath for display link device");
+    });
+    EXPECT_LT(time, milliseconds(1000));
+    EXPECT_EQ(property(kUndockProperty), "");
+}
+
+TEST_F(HostTest, ASupplyThatIsNoNumberIsTheCallersExceptionAndTheMutexIsFree) {
+    attach_displaylink();
+    write_file(kUsbOnlineFile, "online\n");
+    EXPECT_THROW(UsbDevice::usb_host_reset(1), std::invalid_argument);
+    EXPECT_TRUE(usb_host_is_free());
+
+    write_file(kDockController, "host\n");
+    write_file(kUsbOnlineFile, "99999999999\n");
+    EXPECT_THROW(UsbDevice::usb_host_reset(1), std::out_of_range);
+    EXPECT_TRUE(usb_host_is_free());
+
+    // No dock supply at all is no number either.
+    write_file(kDockController, "host\n");
+    write_file(kUsbOnlineFile, "0\n");
+    EXPECT_THROW(UsbDevice::usb_host_reset(1), std::invalid_argument);
+    EXPECT_TRUE(usb_host_is_free());
+
+    write_file(kDockController, "host\n");
+    write_file(kUsbOnlineFile, "1\n");
+    EXPECT_NO_THROW(UsbDevice::usb_host_reset(1));
+}
+
+TEST_F(HostTest, WithoutDockPowerNothingIsAnnounced) {
+    for (const char* value : {"0\n", "0", "01"}) {
+        write_file(kDcOnlineFile, value);
+        EXPECT_THAT(log_of([] { UsbDevice::usb_host_reset(1); }),
+                    ElementsAre("I usb_host_reset entered:",
+                                "I virtual_undock_dock_event usbPath : empty",
+                                "I virtual_undock_dock_event usbPath empty for non-display link "
+                                "device"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(platform::kPropertyDir));
+    EXPECT_EQ(UsbDevice::sysfs_observer_thread, pthread_t{});
+}
+
+TEST_F(HostTest, WithDockPowerUndockAndDockAreAnnouncedInOrder) {
+    write_file(kDcOnlineFile, "1\n");
+    FileEvents events({platform::kPropertyDir});
+    milliseconds time;
+    const std::vector<std::string> lines =
+            log_of([&] { time = time_of([] { UsbDevice::usb_host_reset(200); }); });
+    EXPECT_THAT(events.take(),
+                ElementsAre(std::string(kUndockProperty) + "=1", std::string(kResetProperty) + "=1",
+                            std::string(kDockProperty) + "=1", std::string(kResetProperty) + "=1"));
+    EXPECT_GE(time, milliseconds(200));
+    EXPECT_THAT(lines, Contains("I registerFileObserverViaThread result--0"));
+    EXPECT_THAT(lines, Contains("I readSysfsChangeEvent:polling for power_val "
+                                "/sys/class/power_supply/dc/onlinepower_val:1"));
+    join_watcher();
+    EXPECT_THAT(take_log(), ElementsAre("I readSysfsChangeEvent:exit poll due to virtual dock"));
+    EXPECT_STREQ(UsbDevice::power_val, "1\n");
+}
+
+TEST_F(HostTest, AnUnreadableDockSupplyCountsAsItsLastValue) {
+    // Never read: not '0', and so announced.
+    FileEvents events({platform::kPropertyDir});
+    UsbDevice::usb_host_reset(1);
+    EXPECT_EQ(events.take().size(), 4u);
+    join_watcher();
+    strcpy(UsbDevice::power_val, "0\n");
+    EXPECT_THAT(log_of([] { UsbDevice::usb_host_reset(1); }), ::testing::SizeIs(4));
+    EXPECT_EQ(UsbDevice::sysfs_observer_thread, pthread_t{});
+    EXPECT_STREQ(UsbDevice::power_val, "0\n");
+}
+
+TEST_F(HostTest, LostDockPowerIsAnnouncedAtOnceAndOnceMoreAtTheEnd) {
+    write_file(kDcOnlineFile, "1\n");
+    FileEvents events({platform::kPropertyDir});
+    std::thread undock([] { UsbDevice::usb_host_reset(900); });
+    const auto polled = [this] { return !property(kUndockProperty).empty(); };
+    while (!polled()) std::this_thread::sleep_for(milliseconds(1));
+    write_file(kDcOnlineFile, "0\n");
+    while (property(kDockProperty).empty()) std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_FALSE(usb_host_is_free()) << "announced while the undock still ran";
+    undock.join();
+    const std::string undocked = kUndockProperty, docked = kDockProperty, reset = kResetProperty;
+    EXPECT_THAT(events.take(), ElementsAre(undocked + "=1", reset + "=1", docked + "=1",
+                                           reset + "=1", docked + "=1", reset + "=1"));
+    EXPECT_THAT(take_log(), Contains("I readSysfsChangeEvent: undocked power_val0"));
+}
+
+// The watcher on a thread of the test's, which sees it end.
+class WatcherTest : public HostTest {
+  protected:
+    std::vector<std::string> watch(const std::function<void()>& meanwhile = [] {}) {
+        take_log();
+        pthread_t thread;
+        EXPECT_EQ(pthread_create(&thread, nullptr, UsbDevice::registersysfsObserver, nullptr), 0);
+        meanwhile();
+        void* result = &thread;
+        EXPECT_EQ(pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, nullptr);
+        return take_log();
+    }
+    static std::string polled(const std::string& value) {
+        return "I readSysfsChangeEvent:polling for power_val " + std::string(kDcOnlineFile) +
+               "power_val:" + value;
+    }
+};
+
+TEST_F(WatcherTest, AnUndockThatIsOverEndsItWithoutAReading) {
+    UsbDevice::exit_poll = true;
+    write_file(kDcOnlineFile, "0\n");
+    EXPECT_THAT(watch(), ElementsAre("I readSysfsChangeEvent:exit poll due to virtual dock"));
+    EXPECT_STREQ(UsbDevice::power_val, "");
+    EXPECT_EQ(property(kDockProperty), "");
+}
+
+TEST_F(WatcherTest, LostPowerAtTheFirstReadingIsAnnouncedAtOnce) {
+    for (const char* value : {"0", "05"}) {
+        std::filesystem::remove_all(platform::kPropertyDir);
+        write_file(kDcOnlineFile, value);
+        FileEvents events({platform::kPropertyDir});
+        EXPECT_LT(time_of([&] {
+                      EXPECT_THAT(watch(),
+                                  ElementsAre(polled(value),
+                                              "I readSysfsChangeEvent: undocked power_val" +
+                                                      std::string(value)));
+                  }),
+                  milliseconds(400));
+        EXPECT_THAT(events.take(), ElementsAre(std::string(kDockProperty) + "=1",
+                                               std::string(kResetProperty) + "=1"));
+    }
+}
+
+TEST_F(WatcherTest, AValueIsLoggedWithItsNewline) {
+    write_file(kDcOnlineFile, "0\n");
+    EXPECT_THAT(watch(), ElementsAre(polled("0"), kNewline,
+                                     "I readSysfsChangeEvent: undocked power_val0", kNewline));
+}
+
+TEST_F(WatcherTest, LastingPowerIsPolledUntilTheUndockIsOver) {
+    write_file(kDcOnlineFile, "10\n");
+    std::vector<std::string> lines;
+    const milliseconds time = time_of([&] {
+        lines = watch([] {
+            std::this_thread::sleep_for(milliseconds(600));
+            UsbDevice::exit_poll = true;
+        });
+    });
+    EXPECT_THAT(lines, ElementsAre(polled("10"), kNewline, polled("10"), kNewline,
+                                   "I readSysfsChangeEvent:exit poll due to virtual dock"));
+    EXPECT_GE(time, milliseconds(800));
+    EXPECT_LT(time, milliseconds(1000 + 400));
+    EXPECT_FALSE(std::filesystem::exists(platform::kPropertyDir));
+}
+
+TEST_F(WatcherTest, AnUnreadableSupplyKeepsItPollingByTheLastValue) {
+    strcpy(UsbDevice::power_val, "1\n");
+    const std::vector<std::string> lines = watch([] { UsbDevice::exit_poll = true; });
+    // The flag may be seen before the first reading or after it.
+    if (lines.size() > 1) {
+        EXPECT_THAT(lines, ElementsAre("E Unable to open sysfs path for reading" +
+                                               std::string(kDcOnlineFile),
+                                       polled("1"),
+                                       "I readSysfsChangeEvent:exit poll due to virtual dock"));
+    }
+    strcpy(UsbDevice::power_val, "0\n");
+    UsbDevice::exit_poll = false;
+    EXPECT_THAT(watch(), Contains("I readSysfsChangeEvent: undocked power_val0"));
+}
+
+TEST_F(WatcherTest, ItsStartIsLoggedUnderTheOtherWatchersName) {
+    UsbDevice::exit_poll = true;
+    take_log();
+    UsbDevice::registersysfsObserverViaThread();
+    join_watcher();
+    const std::vector<std::string> lines = take_log();
+    EXPECT_THAT(lines, ::testing::UnorderedElementsAre("I registerFileObserverViaThread result--0",
+                                                       "I readSysfsChangeEvent:exit poll due to "
+                                                       "virtual dock"));
+}
+
+}  // namespace
+}  // namespace android::vus
