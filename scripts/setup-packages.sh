@@ -23,11 +23,10 @@ packages=(
 )
 
 missing_packages() {
-    local package
-    for package in "${packages[@]}"; do
-        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
-            printf '%s ' "$package"
-    done
+    local installed
+    installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${packages[@]}" 2>/dev/null || true)
+    printf '%s\n' "${packages[@]}" | grep -vxF -f <(sed -n 's/^installed //p' <<<"$installed") |
+        tr '\n' ' ' || true
 }
 
 as_root() {
