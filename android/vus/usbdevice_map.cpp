@@ -103,7 +103,7 @@ class CategoryScan {
         while (const dirent64* entry = next_entry(&directory)) {
             if (!directory.is_directory(*entry)) continue;
             usb::copy_text(interface_.category_path, entry->d_name);
-            trace(function.found_text, interface_.category_path);
+            trace(function.found_text, entry->d_name);
             return true;
         }
         return false;

@@ -2,7 +2,6 @@
 
 // The linked USB tree as text, for the diagnostic dump.
 
-#include <inttypes.h>
 #include <stdio.h>
 
 #include <string>
@@ -50,12 +49,12 @@ void print_identity(const usbdevice& device, int32_t fd) {
 }
 
 void print_paths(const usbdevice& device, int32_t fd) {
-    dprintf(fd, "\n%s/%s  /dev/bus/usb/%03" PRIu32 "/%03" PRIu32 "\n", kUsbDevicesDir, device.name,
-            device.busnum, device.devnum);
+    dprintf(fd, "\n%s/%s  /dev/bus/usb/%03d/%03d\n", kUsbDevicesDir, device.name,
+            static_cast<int>(device.busnum), static_cast<int>(device.devnum));
     dprintf(fd, "printing interfaces for device device:%s and first_interface:%s \n", device.name,
             device.first_interface->name);
     if (device.parent != nullptr) dprintf(fd, "parent name :%s\n", device.parent->name);
-    dprintf(fd, "parent_portnum:%" PRIu32 "\n", device.parent_portnum);
+    dprintf(fd, "parent_portnum:%d\n", static_cast<int>(device.parent_portnum));
     dprintf(fd, "************************\n");
 }
 
@@ -107,8 +106,8 @@ void UsbDevice::print_interfacelist(int32_t fd) {
     for (usbinterface* interface : usb::interfaces()) {
         char path[kSysfsValueSize];
         usb::format_path(path, interface->name, "");
-        dprintf(fd, "\nprint_interfacelist  usbinterface:%s and class:%" PRIu32, path,
-                interface->bInterfaceClass);
+        dprintf(fd, "\nprint_interfacelist  usbinterface:%s and class:%d", path,
+                static_cast<int>(interface->bInterfaceClass));
         if (interface->parent == nullptr) continue;
         populate_category_device(interface);
         print_owner(*interface->parent, *interface, fd);

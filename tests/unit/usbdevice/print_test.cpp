@@ -117,6 +117,16 @@ TEST_F(PrintTest, NumbersKeepTheirWidthAndRange) {
     EXPECT_NE(text.find("/dev/bus/usb/123/4567\n"), std::string::npos) << text;
 }
 
+TEST_F(PrintTest, PathsShowNumbersBeyondTheKernelsAsNegative) {
+    add_bus("usb1");
+    add_device("1-1", {{"devnum", "-1\n"}});
+    add_interface("1-1:1.0", {{"bInterfaceClass", "fffffffe\n"}});
+    discover_and_connect();
+    EXPECT_NE(tree().find("/dev/bus/usb/001/-01\n"), std::string::npos) << tree();
+    EXPECT_NE(tree().find(", DevNum : 4294967295, "), std::string::npos) << tree();
+    EXPECT_NE(interface_list().find(" and class:-2\n"), std::string::npos) << interface_list();
+}
+
 TEST_F(PrintTest, VerbosityGovernsTheBlock) {
     add_bus("usb1");
     add_device("1-1");
@@ -173,9 +183,10 @@ TEST_F(PrintTest, TheInterfaceListClassifiesAgain) {
     EXPECT_STREQ(interface("1-1:1.0")->category_path, "ttyACM0");
 }
 
-TEST_F(PrintTest, ADescriptorThatIsNoneIsNoMatter) {
+TEST_F(PrintTest, ADescriptorThatTakesNothingIsNoMatter) {
     add_hub_with_keyboard();
-    EXPECT_EQ(stderr_of([] { UsbDevice::dump_print_test(9999); }), "");
+    const base::unique_fd read_only(open("/sys", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(stderr_of([&] { UsbDevice::dump_print_test(read_only.get()); }), "");
     EXPECT_EQ(map_names().size(), 2u);
 }
 
