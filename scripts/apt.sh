@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
 #
 # A private apt: the machine's own package sources, another state. Source it after lib.sh.
 #

@@ -57,7 +57,7 @@ compile() {
 
 stage() {
     local name path
-    rm -rf "$out/bin" "$out/rootfs"
+    rm -rf "${out:?}/bin" "${out:?}/rootfs"
     mkdir -p "$out/bin" "$out/rootfs/usr/bin"
     for name in "${programs[@]}"; do
         llvm_strip -o "$out/bin/$name" "$objects/bin/$name"

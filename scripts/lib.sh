@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
 #
 # What the set-up scripts share. Source it; do not run it.
 #
