@@ -61,24 +61,29 @@ _step_title() {
     printf '%s ' "$title"
 }
 
+# Megabytes below build, as " (12 MB)" when they have grown since BEFORE: a download, or a
+# compiler, is getting on.
+_build_size() { du -sm "$vus_build" 2>/dev/null | cut -f1; }
+_growth() {
+    local grown=$(($(_build_size) - $1))
+    [ "$grown" -le 0 ] || printf ' (%d MB)' "$grown"
+}
+
 # _watch PID START_MS TITLE: shows that something happens while PID runs. A terminal gets
 # a counter; a log file a line every half minute.
 _watch() {
-    local pid=$1 start=$2 title=$3 shown=0 got
+    local pid=$1 start=$2 title=$3 shown=0 before elapsed
+    before=$(_build_size)
     while kill -0 "$pid" 2>/dev/null; do
-        sleep 0.1
-        local elapsed=$(($(now_ms) - start))
-        [ $((elapsed - shown)) -ge 1000 ] || continue
-        if [ -t 1 ]; then
-            got=$(du -sm "$vus_downloads" 2>/dev/null | cut -f1)
-            printf '\r%s%d s (%s MB downloaded)\033[K' "$title" $((elapsed / 1000)) "${got:-0}"
-        elif [ $((elapsed - shown)) -ge 30000 ]; then
-            got=$(du -sm "$vus_downloads" 2>/dev/null | cut -f1)
-            printf '%s%d s so far, %s MB downloaded\n' "$title" $((elapsed / 1000)) "${got:-0}"
-        else
-            continue
+        sleep 0.05
+        elapsed=$(($(now_ms) - start))
+        if [ -t 1 ] && [ $((elapsed - shown)) -ge 1000 ]; then
+            printf '\r%s%d s%s\033[K' "$title" $((elapsed / 1000)) "$(_growth "$before")"
+            shown=$elapsed
+        elif [ ! -t 1 ] && [ $((elapsed - shown)) -ge 30000 ]; then
+            printf '%s%d s so far%s\n' "$title" $((elapsed / 1000)) "$(_growth "$before")"
+            shown=$elapsed
         fi
-        shown=$elapsed
     done
 }
 
