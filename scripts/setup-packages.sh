@@ -20,6 +20,8 @@ packages=(
     gcovr clang-format blueprint-tools llvm util-linux
     # to fetch and unpack libbinder's source and the device's packages
     dpkg-dev cpio xz-utils
+    # to make and run the virtual device
+    qemu-system-arm device-tree-compiler kmod make gcc-12-aarch64-linux-gnu
 )
 
 missing_packages() {

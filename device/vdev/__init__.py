@@ -1,0 +1,7 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The virtual device: the product's machine, emulated, and the USB devices to plug into it."""
+
+from .catalog import CATALOG, Gadget, QemuDevice, RedirDevice
+from .machine import GuestError, Machine, MachineError
+
+__all__ = ["CATALOG", "Gadget", "GuestError", "Machine", "MachineError", "QemuDevice", "RedirDevice"]

@@ -1,0 +1,226 @@
+# SPDX-License-Identifier: Apache-2.0
+"""One virtual device: boots it, runs commands in it, plugs USB devices, waits for conditions.
+
+A Machine is a context manager; leaving it ends the emulator and removes its files. Commands
+go through a virtio-serial port to the guest's init, one at a time; plugging goes through
+QEMU's own control socket (QMP). Nothing of the host is shared with the guest.
+"""
+
+import base64
+import json
+import os
+import re
+import select
+import shlex
+import shutil
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+from pathlib import Path
+
+IMAGE_DIR = Path(__file__).resolve().parents[2] / "build" / "device"
+BOOT_SECONDS = 60
+MEMORY_MB = 256
+
+
+class MachineError(Exception):
+    """The emulator or the guest did not do what was asked of it."""
+
+
+class GuestError(MachineError):
+    """A command in the guest ended with another status than 0."""
+
+
+class Qmp:
+    """QEMU's control socket: a request, an answer; events in between are skipped."""
+
+    def __init__(self, connection):
+        self._lock = threading.Lock()
+        self._file = connection.makefile("rw")
+        self._read()  # the greeting
+        self.execute("qmp_capabilities")
+
+    def _read(self):
+        line = self._file.readline()
+        if not line:
+            raise MachineError("the emulator has ended")
+        return json.loads(line)
+
+    def execute(self, command, **arguments):
+        with self._lock:
+            self._file.write(json.dumps({"execute": command, "arguments": arguments}) + "\n")
+            self._file.flush()
+            while True:
+                answer = self._read()
+                if "error" in answer:
+                    raise MachineError(f"{command}: {answer['error']['desc']}")
+                if "return" in answer:
+                    return answer["return"]
+
+
+class Machine:
+    """The hubs: port 2 of the super-speed controller (bus 1) has one, and its port 4 another,
+    so that a device can be plugged at 1-2.4.1."""
+
+    def __init__(self, prompt_socket=None):
+        self._dir = Path(tempfile.mkdtemp(prefix="vus-device."))
+        self._prompt_socket = prompt_socket
+        self._process = None
+        self._pending = b""
+        self._plugged = {}
+        self._lock = threading.Lock()
+        self.boot_seconds = None
+
+    def __enter__(self):
+        try:
+            self._boot()
+        except BaseException:
+            self.close()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    # Life.
+
+    def _command(self):
+        command = [
+            "qemu-system-aarch64", "-M", "virt,acpi=off,gic-version=2", "-cpu", "cortex-a57",
+            "-accel", "tcg", "-m", str(MEMORY_MB), "-nodefaults", "-display", "none",
+            "-monitor", "none", "-no-reboot",
+            "-kernel", str(IMAGE_DIR / "Image"), "-dtb", str(IMAGE_DIR / "soc.dtb"),
+            "-initrd", str(IMAGE_DIR / "device.cpio"),
+            "-append", "console=ttyAMA0 quiet panic=-1 cryptomgr.notests",
+            "-serial", f"file:{self._dir}/console",
+            "-qmp", f"unix:{self._dir}/qmp,server=on,wait=off",
+            "-device", "virtio-serial-pci,romfile=",
+            "-chardev", f"socket,id=agent,path={self._dir}/agent,server=on,wait=off",
+            "-device", "virtserialport,chardev=agent,name=agent",
+            "-device", "qemu-xhci,id=xhci,p2=8,p3=8,addr=0x8",
+            "-device", "usb-hub,id=hub2,bus=xhci.0,port=2",
+            "-device", "usb-hub,id=hub24,bus=xhci.0,port=2.4",
+        ]
+        if self._prompt_socket:
+            command += ["-chardev", f"socket,id=prompt,path={self._prompt_socket},server=on,wait=off",
+                        "-device", "virtserialport,chardev=prompt,name=prompt"]
+        return command
+
+    def _boot(self):
+        if not (IMAGE_DIR / "device.cpio").exists():
+            raise MachineError("the device's image is not built: run device/build.sh")
+        start = time.monotonic()
+        with open(self._dir / "stderr", "wb") as errors:
+            self._process = subprocess.Popen(
+                self._command(), stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
+        self.qmp = Qmp(self._connect("qmp"))
+        self._agent = self._connect("agent")
+        self._read_until(rb"@@READY [\d.]+\n", BOOT_SECONDS)
+        self.boot_seconds = time.monotonic() - start
+
+    def _connect(self, name):
+        deadline = time.monotonic() + 10
+        connection = socket.socket(socket.AF_UNIX)
+        while True:
+            try:
+                connection.connect(str(self._dir / name))
+                return connection
+            except OSError:
+                if self._process.poll() is not None or time.monotonic() > deadline:
+                    raise MachineError("the emulator did not start: " + self._errors()) from None
+                time.sleep(0.01)
+
+    def _errors(self):
+        return (self._dir / "stderr").read_text(errors="replace").strip()
+
+    def console(self):
+        """What the kernel and init printed."""
+        path = self._dir / "console"
+        return path.read_text(errors="replace") if path.exists() else ""
+
+    def close(self):
+        for name in list(self._plugged):
+            self._plugged.pop(name).stop()
+        if self._process and self._process.poll() is None:
+            self._process.kill()
+            self._process.wait()
+        shutil.rmtree(self._dir, ignore_errors=True)
+
+    # Commands.
+
+    def _read_until(self, pattern, seconds):
+        deadline = time.monotonic() + seconds
+        while True:
+            match = re.search(pattern, self._pending)
+            if match:
+                before = self._pending[:match.start()]
+                self._pending = self._pending[match.end():]
+                return before, match
+            ready, _, _ = select.select([self._agent], [], [], max(0, deadline - time.monotonic()))
+            data = self._agent.recv(65536) if ready else b""
+            if not data:
+                what = "the guest does not answer" if not ready else "the guest has ended"
+                raise MachineError(f"{what}\n{self._pending.decode(errors='replace')}\n"
+                                   f"{self.console()[-2000:]}")
+            self._pending += data
+
+    def run(self, command, seconds=60):
+        """Runs a shell command in the guest; returns its exit status and its output."""
+        with self._lock:
+            self._agent.sendall(command.replace("\n", "; ").encode() + b"\n")
+            output, match = self._read_until(rb"\n@@STATUS (\d+)\n", seconds)
+        return int(match.group(1)), output.decode(errors="replace").replace("\r\n", "\n")
+
+    def shell(self, command, seconds=60):
+        """Like run(), but returns the output alone and fails if the command does."""
+        status, output = self.run(command, seconds)
+        if status != 0:
+            raise GuestError(f"status {status} of: {command}\n{output}")
+        return output
+
+    def read(self, path):
+        return self.shell(f"cat {shlex.quote(path)}")
+
+    def exists(self, path):
+        return self.run(f"[ -e {shlex.quote(path)} ]")[0] == 0
+
+    def write(self, path, text):
+        """Writes in place, as a program does that truncates and writes."""
+        data = base64.b64encode(text.encode()).decode()
+        self.shell(f"echo {data} | base64 -d > {shlex.quote(path)}")
+
+    def wait_until(self, condition, seconds=15, what=None):
+        """Waits until `condition` (a shell condition or a callable) holds; returns what it
+        answered. Polls: the guest has no event for most of what is waited for."""
+        deadline = time.monotonic() + seconds
+        while True:
+            answer = condition() if callable(condition) else self.run(condition)[0] == 0
+            if answer:
+                return answer
+            if time.monotonic() > deadline:
+                raise MachineError(f"not within {seconds} s: {what or condition}")
+            time.sleep(0.02)
+
+    # Devices.
+
+    def plug(self, device, name=None, port=None):
+        """Plugs a device of the catalog; returns the name to unplug it by."""
+        name = name or device.name
+        if name in self._plugged:
+            raise MachineError(f"{name} is plugged already")
+        self._plugged[name] = device.plug(self, name, port)
+        return name
+
+    def unplug(self, name):
+        if name not in self._plugged:
+            raise MachineError(f"{name} is not plugged")
+        self._plugged.pop(name).unplug()
+
+    def plugged(self):
+        return sorted(self._plugged)
+
+    def socket_path(self, name):
+        return str(self._dir / name)
+
