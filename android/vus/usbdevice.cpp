@@ -96,7 +96,8 @@ bool DirectoryReader::is_directory(const dirent64& entry) const {
 
 SysfsEntry::SysfsEntry(const char* entry) : entry_(entry) {
     char path[kSysfsValueSize];
-    if (path_fits(format_path(path, entry, ""))) {
+    length_ = format_path(path, entry, "");
+    if (path_fits(length_)) {
         directory_.reset(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
 }
@@ -120,9 +121,15 @@ void SysfsEntry::read_string(const char* attribute, char* buf, int32_t len) cons
     read_line(unique_fd(openat(directory_.get(), attribute, O_RDONLY | O_CLOEXEC)), buf, len);
 }
 
-void SysfsEntry::read_driver(const char* path, char (&driver)[kSysfsNameSize]) const {
-    const bool open = directory_.ok();
-    read_link_name(open ? directory_.get() : AT_FDCWD, open ? "driver" : path, driver);
+int SysfsEntry::path_length(const char* name) const {
+    return length_ + static_cast<int>(strlen(name));
+}
+
+void SysfsEntry::read_driver(char (&driver)[kSysfsNameSize]) const {
+    if (directory_.ok()) return read_link_name(directory_.get(), "driver", driver);
+    char path[kSysfsValueSize];
+    format_path(path, entry_, "driver");
+    read_link_name(AT_FDCWD, path, driver);
 }
 
 }  // namespace usb

@@ -39,12 +39,14 @@ class SysfsEntry {
 
     int32_t read_int(const char* attribute, int32_t base) const;
     void read_string(const char* attribute, char* buf, int32_t len) const;
-    // The last component of the "driver" link, whose path the caller has formatted; left alone if
-    // there is no such link.
-    void read_driver(const char* path, char (&driver)[kSysfsNameSize]) const;
+    // The length that the path of `name` below this entry takes.
+    int path_length(const char* name) const;
+    // The last component of the "driver" link; left alone if there is no such link.
+    void read_driver(char (&driver)[kSysfsNameSize]) const;
 
   private:
     const char* entry_;
+    int length_;  // of the entry's own path, with a '/' at its end
     base::unique_fd directory_;
 };
 

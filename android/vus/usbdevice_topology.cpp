@@ -288,10 +288,9 @@ void UsbDevice::add_usb_device(const char* entry) {
     }
     read_attributes(sysfs, kDeviceAttributes, device.get());
 
-    char path[kSysfsValueSize];
-    const int length = usb::format_path(path, entry, "driver");
+    const int length = sysfs.path_length("driver");
     if (usb::path_fits(length)) {
-        sysfs.read_driver(path, device->driver);
+        sysfs.read_driver(device->driver);
     } else {
         // As for a root hub, the entry stands twice on purpose.
         LOG(ERROR) << "Can not read driver link for " << entry << ": " << entry << length;
@@ -316,10 +315,9 @@ void UsbDevice::add_usb_interface(const char* entry) {
 
     const SysfsEntry sysfs(entry);
     read_attributes(sysfs, kInterfaceAttributes, interface.get());
-    char path[kSysfsValueSize];
-    const int length = usb::format_path(path, entry, "driver");
+    const int length = sysfs.path_length("driver");
     if (usb::path_fits(length)) {
-        sysfs.read_driver(path, interface->driver);
+        sysfs.read_driver(interface->driver);
     } else {
         trace("Can not read driver link for d_name:", entry, "for: ", length);
     }

@@ -514,7 +514,31 @@ TEST_F(TopologyTest, ADeviceWithoutItsHubIsAnOrphanWithInterfaces) {
 }
 
 TEST_F(TopologyTest, AParentMatchesInBusPortAndName) {
-    // Each is a near miss: another bus, another port, and the port of another hub's hub.
+    const struct {
+        uint32_t busnum, portnum;
+        const char* name;
+        bool is_parent;
+    } cases[] = {{1, 2, "1-2", true},  {2, 2, "1-2", false},   {1, 3, "1-2", false},
+                 {1, 2, "1-3", false}, {1, 2, "1-2.4", false}, {1, 2, "1-", false}};
+    stderr_of([] {
+        UsbDevice::add_usb_device("1-2.4");
+        UsbDevice::add_usb_device("1-7");
+    });
+    usbdevice* const child = devices()[0];
+    usbdevice* const candidate = devices()[1];
+    for (const auto& expected : cases) {
+        child->parent = nullptr;
+        candidate->first_child = nullptr;
+        candidate->busnum = expected.busnum;
+        candidate->portnum = expected.portnum;
+        strcpy(candidate->name, expected.name);
+        UsbDevice::assign_dev_to_parent(child);
+        EXPECT_EQ(child->parent == candidate, expected.is_parent) << expected.name;
+        EXPECT_EQ(candidate->first_child == child, expected.is_parent) << expected.name;
+    }
+}
+
+TEST_F(TopologyTest, NearMissesAreNoParents) {
     for (const char* entry : {"2-1", "1-3", "1-2.1", "1-1.4"}) add_device(entry);
     discover_and_connect();
     EXPECT_EQ(device("1-1.4")->parent, nullptr);
