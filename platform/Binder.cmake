@@ -24,7 +24,7 @@ target_compile_options(vus_binder PRIVATE -w)
 target_compile_definitions(vus_binder PRIVATE NDEBUG SIZE_T_MAX=SIZE_MAX)
 # Without __ANDROID__ every ioctl to the driver is compiled out of this one source and
 # calls fail at run time; with it anywhere else, class layouts change.
-# binder_driver_test.cpp notices when it is lost.
+# tests/unit/binder notices when it is lost.
 set_source_files_properties("${binder}/IPCThreadState.cpp" PROPERTIES
                             COMPILE_DEFINITIONS __ANDROID__)
 # Parcels are packed, and read in place.
