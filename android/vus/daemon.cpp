@@ -118,6 +118,10 @@ void installCrashHandler() {
     sigaction(SIGABRT, &action, nullptr);
 }
 
+void ignoreBrokenPipes() {
+    signal(SIGPIPE, SIG_IGN);
+}
+
 void serveBinderCalls() {
     const sp<ProcessState> process = ProcessState::self();
     process->startThreadPool();

@@ -24,6 +24,10 @@ void RunStartupTasks();
 // Makes signalHandler answer SIGSEGV and SIGABRT.
 void installCrashHandler();
 
+// Lets a write to a pipe that nobody reads any more fail, instead of ending the daemon: the reader
+// of a dump, or of the log, may go away at any time.
+void ignoreBrokenPipes();
+
 // Serves binder calls on a pool of threads, the calling thread among them.
 void serveBinderCalls();
 

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     android::vus::installCrashHandler();
+    android::vus::ignoreBrokenPipes();
     android::vus::VUsbService::Register();
     android::vus::serveBinderCalls();
     return 0;

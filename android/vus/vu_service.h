@@ -15,20 +15,20 @@
 // Thread-safe: every operation runs on any binder thread, several at once, beside the watcher.
 //
 // Locks of the process, and the order in which they may nest:
-//   1. UsbDevice::usb_host_mutex    a whole host port reset, its sleeps included
-//   2. VUsbService::lock_           callbacks_; also held over linking and unlinking a recipient,
-//                                   so that no death notice comes between a link and its entry
-//   3. the device lists' mutex      both device lists; private to vu_service.cpp
-//   4. VUsbService::policyFilesMutex  the watcher's hold on the policy, its backup and the status
-//                                   file during one reload; the crash handler's for ever
-//   5. Util::policy_mutex           shared by a decision while it reads the mode and the rules,
-//                                   exclusive while a load puts its result in force
-//   6. UsbDevice::map_mutex         the device-id map
-// Of these, only 5 is ever taken inside another (4), and 6 inside 1; each of the others is held
-// alone, with nothing but the logging library's own lock inside. No lock is held while a callback
-// runs, and none but 1 while sysfs is read or written or while sleeping: a client may call back
-// into the service from within its callback, and the kernel may keep a sysfs access waiting for
-// 20 s.
+//   1. UsbDevice::usb_host_mutex      a whole host port reset, its sleeps included
+//   2. VUsbService::policyFilesMutex  the policy, its backup and the status file during one reload;
+//                                     the crash handler takes it for good
+//   3. VUsbService::lock_             callbacks_; also held over linking and unlinking a recipient,
+//                                     so that no death notice comes between a link and its entry
+//   4. the device lists' mutex        both device lists; private to vu_service.cpp
+//   5. Util::policy_mutex             shared by a decision while it reads the mode and the rules,
+//                                     exclusive while a load puts its result in force
+//   6. UsbDevice::map_mutex           the device-id map
+//      UsbDevice::power_val_mutex     the last value of the dock's supply
+// Only 5 is ever taken inside another one (2), and 6 (1). No lock is held while a callback runs;
+// none but 1 while sysfs is read or written or while sleeping; none but 2 while a file is written:
+// a client may call back into the service from within its callback, and the kernel may keep a
+// sysfs access waiting for 20 s.
 
 #pragma once
 

@@ -2,6 +2,12 @@
 //
 // The diagnostic dump, byte for byte.
 
+#include <fcntl.h>
+
+#include <android-base/unique_fd.h>
+
+#include "android/vus/daemon.h"
+#include "child_process.h"
 #include "service_fixture.h"
 
 namespace android::vus {
@@ -146,9 +152,22 @@ TEST_F(DumpTest, AnyOtherArgumentPrintsNothing) {
     }
 }
 
-TEST_F(DumpTest, ACallerThatStoppedReadingDoesNotMatter) {
+TEST_F(DumpTest, WriteErrorsAreIgnored) {
     service_->addDeviceList(UsbDeviceInfo(1, {8}), true, "");
-    EXPECT_EQ(service_->dump(-1, {}), OK);
+    const base::unique_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    ASSERT_GE(full.get(), 0);
+    EXPECT_EQ(service_->dump(full.get(), {}), OK);
+}
+
+TEST_F(DumpTest, ACallerThatStoppedReadingDoesNotEndTheDaemon) {
+    ExpectPassesInChild([&] {
+        ignoreBrokenPipes();
+        base::unique_fd reader;
+        base::unique_fd writer;
+        ASSERT_TRUE(base::Pipe(&reader, &writer));
+        reader.reset();
+        EXPECT_EQ(service_->dump(writer.get(), {}), OK);
+    });
 }
 
 }  // namespace

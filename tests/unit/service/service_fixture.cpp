@@ -20,7 +20,8 @@ binder::Status RecordingCallback::onDeviceAdded(const DeviceInfo& info) {
         events_.push_back("added " + info.deviceName);
         added.push_back(info);
     }
-    if (on_added) on_added(info);
+    // A copy, because the test may replace it from within.
+    if (const auto action = on_added) action(info);
     return answer;
 }
 
@@ -29,7 +30,7 @@ binder::Status RecordingCallback::onDeviceRemoved(const DeviceInfo& info) {
         const std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back("removed " + info.deviceName);
     }
-    if (on_removed) on_removed(info);
+    if (const auto action = on_removed) action(info);
     return answer;
 }
 
@@ -175,11 +176,12 @@ void ServiceTest::LogToStderr(const std::function<void()>& body) {
     body();
 }
 
-bool ServiceTest::WaitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+bool ServiceTest::WaitFor(const std::function<bool()>& condition,
+                          std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
 }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <utils/String16.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -95,8 +96,9 @@ class ServiceTest : public ::testing::Test {
     // Runs `body` with the log on standard error, where a death test looks for it.
     static void LogToStderr(const std::function<void()>& body);
 
-    // True as soon as `condition` holds, false if it does not within 10 s.
-    static bool WaitFor(const std::function<bool()>& condition);
+    // True as soon as `condition` holds, false if it does not in time.
+    static bool WaitFor(const std::function<bool()>& condition,
+                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
     template <typename T>
     static std::string Text(const T* address) {

@@ -1,11 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include "world.h"
 
+// For ThreadSanitizer, of this program and of a vusd that it runs: the crash handler is not
+// restricted to what is safe in a signal handler, and the watcher's thread is never joined.
+constexpr char kSanitizerOptions[] =
+        "report_signal_unsafe=0:report_thread_leaks=0:atexit_sleep_ms=50";
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+    return kSanitizerOptions;
+}
+
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
+    setenv("TSAN_OPTIONS", kSanitizerOptions, /*overwrite=*/0);
     android::vus::EnterPrivateRoot();
     return RUN_ALL_TESTS();
 }

@@ -284,9 +284,13 @@ TEST_F(WatcherTest, AFileInThePlaceOfTheDirectoryIsLoggedAndWatched) {
 
 TEST_F(WatcherTest, WithoutADescriptorTheThreadEnds) {
     ExpectPassesInChild([&] {
-        const rlimit none = {0, 0};
+        rlimit usual;
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+        const rlimit none = {0, usual.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-        EXPECT_EQ(VUsbService::registerFileObserver(nullptr), nullptr);
+        const void* result = VUsbService::registerFileObserver(nullptr);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+        EXPECT_EQ(result, nullptr);
         EXPECT_THAT(logs_.Errors(),
                     ElementsAre("-1 < 0 Could not register INotify for" + std::string(kConfigDir),
                                 "Could not get read event, Bad file descriptor"));
