@@ -118,7 +118,8 @@ void VUsbService::Register() {
     LOG(INFO) << " parsing register createmap called";
     readBuildType();
     loadPolicyAtStart();
-    publish(sp<VUsbService>(new VUsbService));
+    const sp<VUsbService> service = new VUsbService;
+    publish(service);
     registerFileObserverViaThread();
 }
 
