@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/input_sources.h"
+
+#include <linux/input-event-codes.h>
+
+#include <algorithm>
+#include <initializer_list>
+
+namespace android::vus::hotplug {
+
+namespace {
+
+bool has_key(const InputCapabilities& device, unsigned code) {
+    return device.has_event(EV_KEY, code);
+}
+
+bool has_key_in(const InputCapabilities& device, unsigned first, unsigned end) {
+    for (unsigned code = first; code < end; ++code) {
+        if (has_key(device, code)) return true;
+    }
+    return false;
+}
+
+bool has_all_keys(const InputCapabilities& device, std::initializer_list<unsigned> codes) {
+    return std::all_of(codes.begin(), codes.end(),
+                       [&](unsigned code) { return has_key(device, code); });
+}
+
+bool has_axes(const InputCapabilities& device, unsigned type, unsigned x, unsigned y) {
+    return device.has_event(type, x) && device.has_event(type, y);
+}
+
+bool has_keyboard_keys(const InputCapabilities& device) {
+    return has_key_in(device, KEY_ESC, BTN_MISC) || has_key_in(device, KEY_OK, KEY_CNT);
+}
+
+bool has_gamepad_buttons(const InputCapabilities& device) {
+    return has_key_in(device, BTN_JOYSTICK, BTN_DIGI);
+}
+
+bool is_dpad(const InputCapabilities& device) {
+    return has_all_keys(device, {KEY_UP, KEY_DOWN, KEY_LEFT, KEY_RIGHT}) &&
+           (has_key(device, KEY_SELECT) || has_key(device, KEY_OK));
+}
+
+bool is_mouse(const InputCapabilities& device) {
+    return has_key(device, BTN_MOUSE) && has_axes(device, EV_REL, REL_X, REL_Y);
+}
+
+bool is_touch(const InputCapabilities& device) {
+    if (has_axes(device, EV_ABS, ABS_MT_POSITION_X, ABS_MT_POSITION_Y)) {
+        // Some gamepads report the codes of touches without being touched.
+        return has_key(device, BTN_TOUCH) || !has_gamepad_buttons(device);
+    }
+    return has_key(device, BTN_TOUCH) && has_axes(device, EV_ABS, ABS_X, ABS_Y);
+}
+
+int32_t touch_sources(const InputCapabilities& device) {
+    if (device.has_property(INPUT_PROP_POINTER)) return kSourceTouchpad;
+    const bool pen = has_key(device, BTN_TOOL_PEN);
+    if (pen && !has_key(device, BTN_TOOL_FINGER)) return kSourceStylus;
+    return pen ? kSourceTouchscreen | kSourceStylus : kSourceTouchscreen;
+}
+
+bool is_joystick(const InputCapabilities& device) {
+    return has_gamepad_buttons(device) && has_axes(device, EV_ABS, ABS_X, ABS_Y) &&
+           !is_touch(device);
+}
+
+bool is_rotary_encoder(const InputCapabilities& device) {
+    return !is_mouse(device) && (device.has_event(EV_REL, REL_DIAL) ||
+                                 (device.has_event(EV_REL, REL_WHEEL) &&
+                                  !has_keyboard_keys(device) && !has_key(device, BTN_MOUSE)));
+}
+
+}  // namespace
+
+int32_t input_sources(const InputCapabilities& device) {
+    int32_t sources = 0;
+    if (has_keyboard_keys(device)) sources |= kSourceKeyboard;
+    if (has_gamepad_buttons(device)) sources |= kSourceKeyboard | kSourceGamepad;
+    if (is_dpad(device)) sources |= kSourceDpad;
+    if (is_mouse(device)) sources |= kSourceMouse;
+    if (is_touch(device)) sources |= touch_sources(device);
+    if (is_joystick(device)) sources |= kSourceJoystick;
+    if (is_rotary_encoder(device)) sources |= kSourceRotaryEncoder;
+    return sources;
+}
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What an evdev device is, in the platform's terms: its input source bits (AINPUT_SOURCE_*),
+// derived from the event codes that it can send by the rules that the platform's own input
+// subsystem follows.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+
+namespace android::vus::hotplug {
+
+// The source values, class bits in the low byte included, as android/input.h has them.
+inline constexpr int32_t kSourceKeyboard = 0x00000101;
+inline constexpr int32_t kSourceDpad = 0x00000201;
+inline constexpr int32_t kSourceGamepad = 0x00000401;
+inline constexpr int32_t kSourceTouchscreen = 0x00001002;
+inline constexpr int32_t kSourceMouse = 0x00002002;
+inline constexpr int32_t kSourceStylus = 0x00004002;
+inline constexpr int32_t kSourceTouchpad = 0x00100008;
+inline constexpr int32_t kSourceRotaryEncoder = 0x00400000;
+inline constexpr int32_t kSourceJoystick = 0x01000010;
+
+// What is asked of a device. The functions take the numbers of linux/input-event-codes.h.
+struct InputCapabilities {
+    std::function<bool(unsigned type, unsigned code)> has_event;
+    std::function<bool(unsigned property)> has_property;
+};
+
+// 0 for a device that is none of the platform's sources, such as a lid switch.
+int32_t input_sources(const InputCapabilities& device);
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The command line of vus_hotplug.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace android::vus::hotplug {
+
+struct Options {
+    bool once = false;
+    bool verbose = false;
+    bool help = false;
+    std::string error;  // what is wrong with the command line; empty if nothing is
+};
+
+inline constexpr char kUsage[] =
+        "usage: vus_hotplug [--once] [--verbose]\n"
+        "\n"
+        "Reports USB and input devices to the vus daemon as the kernel finds and loses them,\n"
+        "and those that are present already, at the start and whenever the daemon comes back.\n"
+        "\n"
+        "  --once     judge the devices that are present, and exit\n"
+        "  --verbose  print a line a report: entry, kind, vendor:product, classes, answer\n"
+        "  --help     print this\n"
+        "\n"
+        "Exit status: 0 done; 1 the daemon cannot be reached (--once), or the kernel's events\n"
+        "cannot be heard; 2 wrong usage.\n";
+
+// `arguments` without the program's name.
+Options parse_options(const std::vector<std::string>& arguments);
+
+}  // namespace android::vus::hotplug

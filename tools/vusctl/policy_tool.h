@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The policy as a file: printed, checked by the daemon's own loader, replaced. Each returns an exit
+// status of vusctl.
+
+#pragma once
+
+#include <ostream>
+#include <string>
+
+namespace android::vus::ctl {
+
+int print_file(const std::string& path, std::ostream& out, std::ostream& err);
+
+// Loads the file with the daemon's rules in this process; the daemon does not notice. Prints the
+// text that the daemon would answer.
+int check_policy(const std::string& path, std::ostream& out, std::ostream& err);
+
+// Checks the file, writes it over the policy in place, and waits for the daemon's answer. In place,
+// because the daemon reloads when the policy is closed after writing, and a file that is renamed
+// over it never is.
+int set_policy(const std::string& path, std::ostream& out, std::ostream& err);
+
+}  // namespace android::vus::ctl
