@@ -80,7 +80,8 @@ void EmptyDir(const std::string& path) {
 }  // namespace
 
 void EnterPrivateRoot() {
-    const std::string programs = fs::read_symlink("/proc/self/exe").parent_path();
+    // The build tree stays visible: vusd is in it, and coverage counters are written to it.
+    const std::string build = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
     BecomeRootOfOwnNamespaces();
     Require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
     char root[] = "/tmp/vus-root.XXXXXX";
@@ -93,7 +94,7 @@ void EnterPrivateRoot() {
     for (const char* path : {"/dev/null", "/dev/zero", "/dev/urandom", "/dev/full"}) {
         BindFromHost(root, path);
     }
-    BindFromHost(root, programs);
+    BindFromHost(root, build);
     for (const char* path : {"/data", "/sys", "/run", "/tmp"}) MountTmpfs(std::string(root) + path);
     Require(chdir(root) == 0 && syscall(SYS_pivot_root, ".", ".") == 0, "pivot_root");
     Require(umount2(".", MNT_DETACH) == 0 && chdir("/") == 0, "leaving the host's root");
