@@ -5,11 +5,14 @@
 
 #include "android/vus/util.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
-#include <fstream>
 #include <string_view>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
+#include <android-base/unique_fd.h>
 
 #include "android/vus/paths.h"
 
@@ -76,20 +79,31 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Copies the open source into the destination, or, without one, reports each line that is lost.
-// Returns whether every line was taken.
-bool copyLines(std::ifstream& source, std::ofstream& dest) {
-    bool copied = true;
-    for (std::string line; std::getline(source, line);) {
-        if (dest.is_open()) {
-            LOG(INFO) << line;
-            dest << line << '\n';
-        } else {
+// Creates the file or empties it; an invalid descriptor if it cannot be written.
+base::unique_fd openForWriting(const std::string& path) {
+    constexpr mode_t kAnyoneUnderUmask = 0666;
+    return base::unique_fd(
+            open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kAnyoneUnderUmask));
+}
+
+// Copies every line of the source, a last one without a line end too, with a line end each; reports
+// each line that is lost without a destination. Returns whether none was.
+bool copyLines(const base::unique_fd& source, const base::unique_fd& dest) {
+    std::string text;
+    base::ReadFdToString(source, &text);  // up to a read error, which is not told from the end
+    if (!text.empty() && text.back() != '\n') text += '\n';
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = text.find('\n', start);
+        if (dest.get() < 0) {
             LOG(ERROR) << "ODM error in dest file open";
-            copied = false;
+        } else {
+            LOG(INFO) << std::string_view(text).substr(start, end - start);
         }
+        start = end + 1;
     }
-    return copied;
+    if (dest.get() < 0) return text.empty();
+    base::WriteStringToFd(text, dest);
+    return true;
 }
 
 }  // namespace
@@ -182,8 +196,8 @@ std::vector<int32_t> Util::checkMultiClass(int32_t key_val) {
 
 void Util::updateErrorFile(std::string path, std::string message) {
     LOG(INFO) << "updateErrorFile called with error message : " << message;
-    std::ofstream file(path, std::ios::trunc);
-    file << message;
+    const base::unique_fd file = openForWriting(path);
+    if (file.get() >= 0) base::WriteStringToFd(message, file);
 }
 
 bool Util::copyFileContent(std::string source, std::string dest) {
@@ -191,11 +205,11 @@ bool Util::copyFileContent(std::string source, std::string dest) {
     LOG(INFO) << "USB xml dest path is " << dest;
     bool copied = false;
     {
-        std::ifstream from(source);
+        const base::unique_fd from(open(source.c_str(), O_RDONLY | O_CLOEXEC));
         // Emptied even if there is nothing to copy: a restore without a backup leaves an empty
         // policy, which is rejected, rather than the one that was rejected before.
-        std::ofstream to(dest, std::ios::trunc);
-        if (from.is_open()) {
+        const base::unique_fd to = openForWriting(dest);
+        if (from.get() >= 0) {
             copied = copyLines(from, to);
         } else {
             LOG(ERROR) << "USB device error is source file open";
