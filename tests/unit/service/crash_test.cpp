@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "android/vus/daemon.h"
-#include "child_process.h"
+#include "tests/support/child_process.h"
 #include "service_fixture.h"
 
 namespace android::vus {

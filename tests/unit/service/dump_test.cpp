@@ -7,7 +7,7 @@
 #include <android-base/unique_fd.h>
 
 #include "android/vus/daemon.h"
-#include "child_process.h"
+#include "tests/support/child_process.h"
 #include "service_fixture.h"
 
 namespace android::vus {

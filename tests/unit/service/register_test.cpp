@@ -3,7 +3,7 @@
 // The start of the service: policy, publication, watcher. Each test is a process of its own,
 // because a registered service watches for as long as its process lives.
 
-#include "child_process.h"
+#include "tests/support/child_process.h"
 #include "service_fixture.h"
 
 namespace android::vus {

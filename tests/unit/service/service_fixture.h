@@ -22,8 +22,8 @@
 #include "android/vus/usbdevice.h"
 #include "android/vus/util.h"
 #include "android/vus/vu_service.h"
-#include "fakes.h"
-#include "world.h"
+#include "tests/support/fake_binder.h"
+#include "tests/support/world.h"
 
 namespace android::vus {
 

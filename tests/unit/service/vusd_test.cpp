@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "child_process.h"
+#include "tests/support/child_process.h"
 #include "service_fixture.h"
 
 namespace android::vus {

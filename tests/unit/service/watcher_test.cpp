@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "child_process.h"
+#include "tests/support/child_process.h"
 #include "service_fixture.h"
 
 namespace android::vus {

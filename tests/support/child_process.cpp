@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "child_process.h"
+#include "tests/support/child_process.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

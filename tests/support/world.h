@@ -36,6 +36,7 @@ class LogCapture {
 
     std::vector<std::string> Messages();
     std::vector<std::string> Errors();  // those logged at ERROR
+    std::vector<std::string> Lines();   // each behind the letter of its severity: "I text"
     void Clear();
 
   private:

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include "world.h"
+#include "tests/support/world.h"
 
 // For ThreadSanitizer, of this program and of a vusd that it runs: the crash handler is not
 // restricted to what is safe in a signal handler, and the watcher's thread is never joined.

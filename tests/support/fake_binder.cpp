@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "fakes.h"
+#include "tests/support/fake_binder.h"
 
 #include <algorithm>
 

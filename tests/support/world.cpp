@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "world.h"
+#include "tests/support/world.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -159,6 +159,15 @@ std::vector<std::string> LogCapture::Errors() {
         if (severity == base::ERROR) messages.push_back(message);
     }
     return messages;
+}
+
+std::vector<std::string> LogCapture::Lines() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> lines;
+    for (const auto& [severity, message] : lines_) {
+        lines.push_back(std::string(1, "VDIWEFF"[severity]) + " " + message);
+    }
+    return lines;
 }
 
 void LogCapture::Clear() {
