@@ -7,6 +7,7 @@
 #include <libevdev/libevdev.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 
@@ -77,9 +78,16 @@ DeviceInfo input_info(const std::string& input, const libevdev* device) {
 
 }  // namespace
 
-bool is_reported_usb_device(const std::string& entry) {
+bool is_usb_device(const std::string& entry) {
     return !entry.empty() && isdigit(static_cast<unsigned char>(entry[0])) &&
-           entry.find(':') == std::string::npos && number(entry, "bDeviceClass", 16) != kHubClass;
+           entry.find(':') == std::string::npos;
+}
+
+bool is_hub(const DeviceInfo& info) {
+    const std::vector<int32_t>& classes = info.interfaceClassList;
+    if (classes.empty()) return info.deviceClass == kHubClass;
+    return std::all_of(classes.begin(), classes.end(),
+                       [](int32_t code) { return code == kHubClass; });
 }
 
 std::optional<DeviceInfo> read_usb_device(const std::string& entry) {

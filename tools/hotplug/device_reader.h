@@ -12,10 +12,15 @@
 
 namespace android::vus::hotplug {
 
-// Whether the entry of the USB devices directory is a device that is reported. Buses and
-// interfaces are none; neither is a hub: refusing one would take away every device behind it,
-// and hubs are no device that a policy names.
-bool is_reported_usb_device(const std::string& entry);
+// Whether the entry of the USB devices directory is a device: buses and interfaces are none.
+bool is_usb_device(const std::string& entry);
+
+// Whether the device is a hub and nothing else. Such a device is not reported: refusing it would
+// take away every device behind it, and hubs are no device that a policy names.
+//
+// It is the interfaces that count. The class of the device as a whole is a claim that no driver
+// need honour: a disk that calls itself a hub is bound by the disk's driver all the same.
+bool is_hub(const DeviceInfo& info);
 
 // The USB device of that entry, such as "1-2.4.1"; nothing if it has gone.
 std::optional<DeviceInfo> read_usb_device(const std::string& entry);

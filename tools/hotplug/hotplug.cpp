@@ -155,7 +155,10 @@ void Hotplug::handle_usb(const std::string& entry, const std::string& action) {
         if (reporter_.knows(entry)) return;  // found present before this was read
         settling_.added(entry, Settling::Clock::now());
     } else if (action == "bind") {
-        if (settling_.bound(entry)) judge_usb(entry);
+        // A device that was judged before this, because its time was up or it was found present,
+        // may have had none of its interfaces then. What it has become since counts.
+        if (!settling_.bound(entry)) reporter_.removed(entry);
+        judge_usb(entry);
     } else if (action == "remove") {
         if (!settling_.removed(entry)) reporter_.removed(entry);
     } else if (action == "present" && !settling_.waits_for(entry)) {
@@ -178,8 +181,9 @@ void Hotplug::handle_input(udev_device* device, const std::string& entry,
 }
 
 void Hotplug::judge_usb(const std::string& entry) {
-    if (!is_reported_usb_device(entry)) return;
-    if (const auto info = read_usb_device(entry)) reporter_.judge(entry, *info);
+    if (!is_usb_device(entry)) return;
+    const auto info = read_usb_device(entry);
+    if (info && !is_hub(*info)) reporter_.judge(entry, *info);
 }
 
 void Hotplug::judge_overdue() {
