@@ -4,26 +4,20 @@
 // program's own root holds it, so that nothing of the host is read or written.
 #include <errno.h>
 #include <stdint.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <string>
 
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 
-#include "platform/property_store.h"
+#include "tests/support/world.h"
 
 namespace android::vus::platform {
 namespace {
 
 class PropertiesTest : public ::testing::Test {
   protected:
-    void SetUp() override { Clear(); }
-    void TearDown() override { Clear(); }
-
-    static void Clear() { std::filesystem::remove_all(kPropertyDir); }
+    void SetUp() override { EmptyWorld(); }
 
     static std::string Get(const char* key, const char* fallback) {
         char value[PROPERTY_VALUE_MAX];
