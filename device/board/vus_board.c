@@ -2,9 +2,10 @@
 /*
  * The board of the virtual device: what the product's SoC shows in sysfs and QEMU does not have.
  *
- *   /sys/devices/platform/soc/<controller>/mode      "host" or "none"; a write really unbinds
- *                                                    or binds the controller's driver
- *   /sys/devices/platform/soc/<controller>/mode_log  the writes seen: microseconds and value
+ *   /sys/devices/platform/soc/<controller>/mode      "host" while the controller has its driver,
+ *                                                    else "none"; a write binds or unbinds it
+ *   /sys/devices/platform/soc/<controller>/mode_log  the last writes: microseconds and value;
+ *                                                    writing to it empties it
  *   /sys/class/power_supply/{usb,dc}/online          writable 0 or 1
  *
  * Parameters: controller=NAME=BUS:DEVICE[=NODE],... with BUS "pci" or "platform" and NODE a
@@ -21,6 +22,7 @@
 #include <linux/slab.h>
 
 #define MAX_CONTROLLERS 4
+#define LOG_STAMP 32 /* what a line of the log has besides the value */
 
 static char *controller[MAX_CONTROLLERS];
 static int controller_count;
@@ -33,8 +35,7 @@ struct port {
 	char name[40];
 	char target[40];
 	char node[80];
-	char mode[8];
-	struct mutex lock; /* mode and log, and the binding itself */
+	struct mutex lock; /* log, and the binding itself */
 	char log[2048];
 	size_t logged;
 };
@@ -42,16 +43,33 @@ struct port {
 static struct platform_device *soc;
 static struct port ports[MAX_CONTROLLERS];
 
+/* The oldest line makes room for a new one. */
+static void forget_oldest(struct port *port)
+{
+	char *rest = strchr(port->log, '\n');
+	size_t dropped = rest ? rest + 1 - port->log : port->logged;
+
+	port->logged -= dropped;
+	memmove(port->log, port->log + dropped, port->logged + 1);
+}
+
 static void log_write(struct port *port, const char *value, size_t length)
 {
+	while (port->logged && port->logged + length + LOG_STAMP > sizeof(port->log))
+		forget_oldest(port);
 	port->logged += scnprintf(port->log + port->logged, sizeof(port->log) - port->logged,
 				  "%lld %.*s\n", ktime_to_us(ktime_get()), (int)length, value);
+}
+
+static struct device *find_target(struct port *port)
+{
+	return bus_find_device_by_name(port->bus, NULL, port->target);
 }
 
 /* Binds or unbinds the controller that the port stands for. */
 static int switch_controller(struct port *port, bool host)
 {
-	struct device *target = bus_find_device_by_name(port->bus, NULL, port->target);
+	struct device *target = find_target(port);
 	int rc = 0;
 
 	if (!target)
@@ -64,13 +82,17 @@ static int switch_controller(struct port *port, bool host)
 	return rc < 0 ? rc : 0;
 }
 
+/* Two ports may stand for one controller: the mode is the controller's, not the port's. */
 static ssize_t mode_show(struct device *dev, struct device_attribute *attr, char *buf)
 {
 	struct port *port = dev_get_drvdata(dev);
+	struct device *target;
 	ssize_t length;
 
 	mutex_lock(&port->lock);
-	length = sysfs_emit(buf, "%s\n", port->mode);
+	target = find_target(port);
+	length = sysfs_emit(buf, "%s\n", target && target->driver ? "host" : "none");
+	put_device(target);
 	mutex_unlock(&port->lock);
 	return length;
 }
@@ -87,8 +109,6 @@ static ssize_t mode_store(struct device *dev, struct device_attribute *attr, con
 	mutex_lock(&port->lock);
 	log_write(port, buf, count);
 	rc = switch_controller(port, host);
-	if (!rc)
-		strscpy(port->mode, host ? "host" : "none", sizeof(port->mode));
 	mutex_unlock(&port->lock);
 	return rc ? rc : count;
 }
@@ -105,7 +125,6 @@ static ssize_t mode_log_show(struct device *dev, struct device_attribute *attr, 
 	return length;
 }
 
-/* Any write empties the log. */
 static ssize_t mode_log_store(struct device *dev, struct device_attribute *attr, const char *buf,
 			      size_t count)
 {
@@ -132,7 +151,7 @@ static int give_node(struct port *port)
 	if (!port->node[0])
 		return 0;
 	node = of_find_node_by_path(port->node);
-	target = bus_find_device_by_name(port->bus, NULL, port->target);
+	target = find_target(port);
 	if (node && target) {
 		device_release_driver(target);
 		target->of_node = node;
@@ -160,7 +179,6 @@ static int add_port(struct port *port, const char *text)
 
 	if (rc)
 		return rc;
-	strscpy(port->mode, "host", sizeof(port->mode));
 	mutex_init(&port->lock);
 	rc = give_node(port);
 	if (rc)

@@ -3,5 +3,6 @@
 
 from .catalog import CATALOG, Gadget, QemuDevice, RedirDevice
 from .machine import GuestError, Machine, MachineError
+from .probe import Probe
 
-__all__ = ["CATALOG", "Gadget", "GuestError", "Machine", "MachineError", "QemuDevice", "RedirDevice"]
+__all__ = ["CATALOG", "Gadget", "GuestError", "Machine", "MachineError", "Probe", "QemuDevice", "RedirDevice"]
