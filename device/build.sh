@@ -135,8 +135,7 @@ base_archive() {
     cp "$out/board/vus_board.ko" "$root/modules/"
     cp "$here/guest/init" "$root/init"
     cp "$here/guest/profile" "$root/etc/"
-    install -m 0755 "$here"/guest/{gadget,devices,supervise,host-port,plug,prompt} "$root/usr/bin/"
-    ln -s plug "$root/usr/bin/unplug"
+    install -m 0755 "$here"/guest/{gadget,devices,supervise} "$root/usr/bin/"
     pack "$root" "$out/base.cpio"
 }
 

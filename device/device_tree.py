@@ -1,10 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """Turns the source of QEMU's own device tree into the SoC's.
 
-QEMU's PCIe host becomes /soc@0/ssusb@a800000, and the USB controller in slot 8 its child
-dwc3@a800000, so that the root hubs' devspec names the super-speed controller as on the
-product. The high-speed controller's nodes stand beside it; the board module gives them to
-the emulated one.
+QEMU's PCIe host becomes /soc@0/ssusb@a600000, and the USB controller in slot 8 its child
+dwc3@a600000, so that the root hubs' devspec reads as on the product. The high-speed
+controller's nodes stand beside it; the board module gives them to the emulated one.
 """
 
 import re
@@ -30,8 +29,8 @@ def soc_tree(source):
     pcie = PCIE_NODE.search(source)
     if not pcie:
         raise SystemExit("error: QEMU's device tree has no pcie@10000000 to make the SoC's controller of")
-    controller = pcie.group(0).strip().replace("pcie@10000000", "ssusb@a800000", 1)
-    controller = controller.removesuffix("};") + "\tdwc3@a800000 { reg = <%s>; };\n\t};" % SLOT_8
+    controller = pcie.group(0).strip().replace("pcie@10000000", "ssusb@a600000", 1)
+    controller = controller.removesuffix("};") + "\tdwc3@a600000 { reg = <%s>; };\n\t};" % SLOT_8
     rest = source.replace(pcie.group(0), "\n").rstrip().removesuffix("};")
     return rest + SOC % controller + "};\n"
 

@@ -1,0 +1,69 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The daemon dies, in every way, and comes back with the last good policy."""
+
+import pytest
+
+from conftest import policy
+from vdev.probe import BACKUP, POLICY
+
+GOOD = policy("<class>USB_CLASS_VIDEO</class>")
+CRASHED = "Unable to apply the USB Admin config rules"
+
+
+def end(device, signal):
+    """Ends the daemon and keeps it from coming back."""
+    device.machine.shell(f"touch /run/vusd.hold; kill -{signal} $(cat /run/vusd.pid)")
+    return device.machine.wait_until(lambda: device.probe.ends("vusd"))
+
+
+def come_back(device):
+    device.machine.shell("rm /run/vusd.hold")
+    device.machine.wait_until("vusctl list >/dev/null 2>&1")
+
+
+@pytest.mark.parametrize("signal, status", [("SEGV", 11), ("ABRT", 6)])
+def test_a_crash_restores_the_backup(device, signal, status):
+    assert device.probe.set_policy(GOOD) == (0, "SUCCESS\n")
+    backup = device.machine.read(BACKUP)
+    assert end(device, signal) == [status]
+    assert device.machine.read(POLICY) == backup
+    assert device.probe.status() == CRASHED
+    log = device.machine.read("/data/log/vusd.log")
+    assert f"Segmentation faultsignum{status}" in log
+    assert "Stack Trace" in log and "#00 pc" in log
+    come_back(device)
+    device.plug("webcam", "5")
+    assert device.probe.judged("1-5")["reason"].startswith("Whitelisted: ")
+
+
+def test_a_crash_while_the_policy_is_rewritten(device):
+    assert device.probe.set_policy(GOOD) == (0, "SUCCESS\n")
+    device.machine.shell(f"exec 3>{POLICY}; printf '<usbconfig mode=\"whi' >&3; touch /run/vusd.hold; "
+                         "kill -ABRT $(cat /run/vusd.pid); "
+                         "until grep -q 'vusd ended' /data/log/supervise.log 2>/dev/null; do usleep 10000; done; "
+                         "exec 3>&-")
+    assert device.machine.read(POLICY) == device.machine.read(BACKUP) == GOOD + "\n"
+    come_back(device)
+    assert device.probe.status() == "SUCCESS"
+
+
+def test_devices_are_judged_again_by_the_new_daemon(device):
+    device.plug("webcam", "5")
+    device.plug("keyboard", "1")
+    device.probe.judged("1-5")
+    device.probe.judged_input("Keyboard")
+    end(device, "KILL")
+    assert device.machine.run("vusctl list")[0] == 3
+    come_back(device)
+    device.probe.judged("1-5")
+    device.probe.judged_input("Keyboard")
+
+
+def test_killed_in_the_middle_of_a_decision(device):
+    """The daemon waits for a device that does not answer, and is killed meanwhile."""
+    device.plug("silent", "5")
+    device.machine.wait_until("grep -q create_usb_device_map /data/log/vusd.log")
+    device.machine.shell("kill -9 $(cat /run/vusd.pid)")
+    device.machine.wait_until(lambda: device.probe.ends("vusd"))
+    device.machine.wait_until("vusctl list >/dev/null 2>&1")
+    device.probe.machine.wait_until(lambda: device.probe.record("1-5"), seconds=60)

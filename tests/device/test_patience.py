@@ -1,0 +1,89 @@
+# SPDX-License-Identifier: Apache-2.0
+"""A device that never answers, storms of devices, dying clients: the daemon goes on."""
+
+import json
+import time
+
+from conftest import policy
+
+# Far below the 20 s for which the kernel keeps the silent device's attributes.
+AT_ONCE = 5
+
+
+def test_a_silent_device_holds_up_nobody_else(device):
+    device.plug("webcam", "6")
+    device.probe.judged("1-6")
+    device.plug("silent", "5")
+    # Its decision has begun, and waits for the kernel.
+    device.machine.wait_until("[ $(grep -c create_usb_device_map\\ called /data/log/vusd.log) = 2 ]")
+    start = time.monotonic()
+    assert len(device.probe.records()) == 1
+    assert device.machine.run("vusctl judge --input --id 5 --class 0x101")[0] == 0
+    device.machine.unplug("webcam")
+    device.machine.wait_until(lambda: len(device.probe.records()) == 1, seconds=AT_ONCE)
+    device.machine.write("/data/system/usbdeviceconfig/usb_device_config.xml", policy("", "whitelist"))
+    device.machine.wait_until("grep -q 'no element, blocking all device' /data/log/vusd.log", seconds=AT_ONCE)
+    assert time.monotonic() - start < AT_ONCE
+    assert device.probe.record("1-5") is None, "its own decision has waited all the while"
+
+
+def test_twenty_devices_in_and_out(device):
+    assert device.probe.set_policy(policy("<class>USB_CLASS_VIDEO</class>"))[0] == 0
+    ports = ["1", "3", "4", "5", "6", "7", "8"] + [f"2.{n}" for n in (1, 2, 3, 5, 6, 7, 8)] \
+        + [f"2.4.{n}" for n in (1, 2, 3, 5, 6, 7)]
+    kinds = ["webcam", "headset", "programmer", "displaylink"]
+    for _ in range(2):
+        names = [device.plug(kinds[n % 4], port, f"storm-{n}") for n, port in enumerate(ports)]
+        assert len(names) == 20
+        device.machine.wait_until(lambda: len([r for r in device.probe.records() if r["deviceType"] == 0]) == 20,
+                                  seconds=60)
+        for number, port in enumerate(ports):
+            allowed = "1" if kinds[number % 4] == "webcam" else "0"
+            assert set(device.probe.authorized(f"1-{port}")) == {allowed}, port
+        for name in names:
+            device.machine.unplug(name)
+        device.machine.wait_until(lambda: device.probe.records() == [], seconds=60)
+
+
+def test_clients_hear_of_additions_and_removals(device):
+    device.machine.shell("for n in 1 2 3 4; do vusctl watch --json > /tmp/watch.$n & echo $! > /tmp/watch.$n.pid; done")
+    registered = "[ $(grep -c 'Size of callbacks at registerVusCallback' /data/log/vusd.log) = 4 ]"
+    device.machine.wait_until(registered)
+    device.machine.shell("kill -9 $(cat /tmp/watch.2.pid)")
+    device.machine.wait_until("grep -q 'Callback from dead process unregistered' /data/log/vusd.log")
+    device.plug("webcam", "5")
+    device.probe.judged("1-5")
+    device.machine.unplug("webcam")
+    for number in (1, 3, 4):
+        device.machine.wait_until(f"[ $(wc -l < /tmp/watch.{number}) = 2 ]")
+        events = [json.loads(line) for line in device.machine.read(f"/tmp/watch.{number}").splitlines()]
+        assert [event["event"] for event in events] == ["added", "removed"]
+        assert events[0]["device"]["deviceName"] == "Webcam"
+    device.machine.shell("kill -INT $(cat /tmp/watch.1.pid)")
+    device.machine.wait_until("grep -q 'Callback successfully removed from list' /data/log/vusd.log")
+
+
+def test_an_idle_daemon_sleeps_and_is_small(device):
+    device.plug("webcam", "5")
+    device.probe.judged("1-5")
+
+    def switches():
+        return device.machine.shell("cat /proc/$(cat /run/vusd.pid)/task/*/status | grep ctxt")
+    before = switches()
+    time.sleep(3)  # the measurement itself: three seconds without a call
+    assert switches() == before
+    resident = int(device.machine.shell("grep VmRSS /proc/$(cat /run/vusd.pid)/status").split()[1])
+    assert resident < 8 * 1024
+
+
+def test_no_descriptor_is_left_open(device):
+    count = "ls /proc/$(cat /run/vusd.pid)/fd | wc -l"
+    for _ in range(2):
+        device.plug("webcam", "5")
+        device.probe.judged("1-5")
+        device.machine.shell("vusctl dump > /dev/null; vusctl dump test > /dev/null; vusctl reset")
+        device.machine.unplug("webcam")
+        device.machine.wait_until(lambda: device.probe.records() == [])
+        now = int(device.machine.shell(count))
+        before = now if _ == 0 else before
+    assert now == before

@@ -1,0 +1,84 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The policy is rewritten, refused, rolled back, while devices are attached."""
+
+import pytest
+
+from conftest import SOC, policy
+from vdev.probe import BACKUP, POLICY
+
+HIGH_SPEED, SUPER_SPEED = "c200000.hsusb", "a800000.ssusb"
+GOOD = policy("<class>USB_CLASS_AUDIO</class>")
+
+
+def test_a_rewritten_policy_resets_each_controller_once(device):
+    device.machine.write(POLICY, GOOD)
+    for controller in (HIGH_SPEED, SUPER_SPEED):
+        device.machine.wait_until(lambda c=controller: len(device.mode_writes(c)[0]) == 2)
+        values, pauses = device.mode_writes(controller)
+        assert values == ["none", "host"]
+        assert pauses[0] >= 100
+    first = device.machine.read(f"{SOC}/{HIGH_SPEED}/mode_log").split()[2]
+    second = device.machine.read(f"{SOC}/{SUPER_SPEED}/mode_log").split()[0]
+    assert int(second) - int(first) >= 100_000, "the second controller waits for the first"
+    assert device.machine.read(BACKUP) == GOOD + "\n"
+    assert device.probe.status() == "SUCCESS"
+
+
+def test_the_same_policy_again_resets_again(device):
+    for times in (1, 2):
+        device.machine.write(POLICY, GOOD)
+        device.machine.wait_until(lambda: len(device.mode_writes(SUPER_SPEED)[0]) == 2 * times)
+
+
+@pytest.mark.parametrize("text, status", [
+    ('<usbconfig mode="whitelist"><class>8</class></usbconfig>', "INVALID CLASS VALUE:8"),
+    ('<usbconfig mode="graylist"/>', "INVALID MODE"),
+    ('<usbconfig mode="whitelist"><vid vendorid="0x46d"/></usbconfig>', "INVALID VENDOR ID VALUE:0x46d"),
+])
+def test_a_broken_policy_is_rolled_back_without_a_reset(device, text, status):
+    device.machine.write(POLICY, GOOD)
+    device.machine.wait_until(lambda: len(device.mode_writes(SUPER_SPEED)[0]) == 2)
+    device.machine.write(POLICY, text)
+    device.machine.wait_until(lambda: device.machine.read(POLICY) == GOOD + "\n")
+    # The restore raises a reload of its own, which must change nothing but the tables.
+    device.machine.wait_until(
+        "[ $(grep -c 'Parsing status xml_parse_status 1' /data/log/vusd.log) = 2 ]")
+    device.machine.wait_until("vusctl judge --id 77 --interfaces 1 >/dev/null")
+    assert device.probe.status() == status
+    assert device.machine.read(BACKUP) == GOOD + "\n"
+    assert len(device.mode_writes(SUPER_SPEED)[0]) == 2
+
+
+def test_a_rename_over_the_policy_is_not_noticed(device):
+    device.machine.write("/data/new.xml", GOOD)
+    device.machine.shell(f"mv /data/new.xml {POLICY}")
+    device.machine.write(f"{POLICY}.other", "the next event in the directory")
+    device.machine.wait_until("grep -q 'xml.other' /data/log/vusd.log")
+    assert device.mode_writes(SUPER_SPEED)[0] == []
+
+
+def test_vusctl_sets_checks_and_shows(device):
+    device.machine.write("/tmp/good.xml", GOOD)
+    device.machine.write("/tmp/bad.xml", policy("<class>USB_CLASS_HID</class>"))
+    assert device.machine.run("vusctl policy check /tmp/good.xml") == (0, "SUCCESS\n")
+    assert device.machine.run("vusctl policy check /tmp/bad.xml") == (1, "INVALID CLASS VALUE:USB_CLASS_HID\n")
+    status, text = device.machine.run("vusctl policy set /tmp/bad.xml 2>&1")
+    assert status == 1 and "INVALID CLASS VALUE:USB_CLASS_HID" in text
+    assert "default" in device.machine.shell("vusctl policy show")
+    assert device.machine.run("vusctl policy set /tmp/good.xml") == (0, "SUCCESS\n")
+    assert device.machine.shell("vusctl policy show") == GOOD
+    assert device.machine.shell("vusctl status") == "SUCCESS\n"
+
+
+def test_a_full_directory_leaves_the_rules_in_force(device):
+    """The policy's file system is full: the rewrite is cut, refused, and the backup read again."""
+    device.machine.write("/data/keep.xml", GOOD)
+    device.machine.shell("mount -t tmpfs -o size=32k tmpfs /data/system/usbdeviceconfig && "
+                         "cp /data/keep.xml /data/system/usbdeviceconfig/usb_device_config.xml && "
+                         "kill -9 $(cat /run/vusd.pid)")
+    device.machine.wait_until(lambda: device.machine.run(f"cat {BACKUP}")[1] == GOOD + "\n")
+    device.machine.run("dd if=/dev/zero of=/data/system/usbdeviceconfig/fill bs=1k count=64 2>/dev/null")
+    device.machine.run(f"printf '<usbconfig mode=\"whitelist\"><class>' > {POLICY}")
+    device.machine.wait_until("grep -q 'copying backup file content' /data/log/vusd.log")
+    device.machine.wait_until(lambda: device.machine.run(
+        "vusctl judge --id 78 --interfaces 1")[0] == 0, what="the backup's rules in force")
