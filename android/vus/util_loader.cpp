@@ -23,11 +23,14 @@ using tinyxml2::XMLElement;
 // file's watchers see the two in the order that each failure has always had.
 struct Failure {
     std::string message;
-    const char* log_prefix;
+    const char* log_prefix;  // a literal
     bool log_first = true;
 };
 
 using Result = std::optional<Failure>;
+
+constexpr char kClassLogPrefix[] = "error in class val= ";
+constexpr char kProductLogPrefix[] = "error in pid val= ";
 
 // One load: the fresh tables, built aside, and the rules by which the file fills them.
 class PolicyLoad {
@@ -89,11 +92,10 @@ class PolicyLoad {
     }
 
     Result readClass(const char* text) {
-        constexpr char kLogPrefix[] = "error in class val= ";
-        if (text == nullptr) return Failure{"EMPTY CLASS VALUE", kLogPrefix};
+        if (text == nullptr) return Failure{"EMPTY CLASS VALUE", kClassLogPrefix};
         const uint32_t code = Util::convert(text);
         if (code == Util::kNoClass || Util::validateRestrictedClass(code)) {
-            return Failure{std::string("INVALID CLASS VALUE:") + text, kLogPrefix};
+            return Failure{std::string("INVALID CLASS VALUE:") + text, kClassLogPrefix};
         }
         class_map_.emplace(static_cast<int32_t>(code), text);
         class_list_.push_back(static_cast<int32_t>(code));
@@ -122,13 +124,12 @@ class PolicyLoad {
 
     // From the first product on, every sibling is one, whatever its name.
     Result readProducts(int32_t vendor, const XMLElement* product) {
-        constexpr char kLogPrefix[] = "error in pid val= ";
         for (; product != nullptr; product = product->NextSiblingElement()) {
             const char* text = product->GetText();
-            if (text == nullptr) return Failure{"EMPTY PRODUCT ID VALUE", kLogPrefix};
+            if (text == nullptr) return Failure{"EMPTY PRODUCT ID VALUE", kProductLogPrefix};
             int32_t id = 0;
             if (!parseId(text, &id)) {
-                return Failure{std::string("INVALID PRODUCT ID VALUE:") + text, kLogPrefix};
+                return Failure{std::string("INVALID PRODUCT ID VALUE:") + text, kProductLogPrefix};
             }
             vendor_products_.emplace(vendor, id);
         }
