@@ -32,15 +32,12 @@ binder::Status VUsbService::unregisterVusCallback(const sp<IVUsbServiceCallback>
     const sp<IBinder> binder = IInterface::asBinder(callback);
     LOG(INFO) << "unregisterVusCallback binder" << binder.get();
 
-    // Declared before the lock, so that the client's object is released after it is free again.
-    sp<CallbackDeathRecipient> withdrawn;
     const std::lock_guard<std::mutex> lock(lock_);
     const auto entry = findCallback(binder.get());
     if (entry == callbacks_.end()) {
         LOG(INFO) << "Given callback not registered with this list";
         return binder::Status::ok();
     }
-    withdrawn = entry->second;
     UnregisterInternal(entry);
     LOG(INFO) << "Size of callbacks at unregisterVusCallback" << callbacks_.size();
     // "before erase", although it is logged after it: on purpose.
@@ -112,12 +109,9 @@ void VUsbService::CallbackDeathRecipient::binderDied(const wp<IBinder>& who) {
     const sp<IBinder> binder = IInterface::asBinder(callback_);
     CHECK(who.unsafe_get() == binder.get());
 
-    // Declared before the lock, so that what the entry holds is released after it is free again.
-    sp<CallbackDeathRecipient> dropped;
     const std::lock_guard<std::mutex> lock(owner_->lock_);
     const auto iter = owner_->findCallback(binder.get());
     CHECK(iter != owner_->callbacks_.end());
-    dropped = iter->second;
     owner_->callbacks_.erase(iter);  // no unlinking: the binder is dead
     LOG(INFO) << "Size of callbacks at unregisterVusCallback binderDied "
               << owner_->callbacks_.size();
