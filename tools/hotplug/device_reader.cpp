@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <libevdev/libevdev.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <map>
@@ -16,6 +17,7 @@
 #include <android-base/unique_fd.h>
 
 #include "android/vus/paths.h"
+#include "tools/common/text.h"
 #include "tools/hotplug/input_sources.h"
 
 namespace android::vus::hotplug {
@@ -25,6 +27,8 @@ namespace {
 constexpr int32_t kHubClass = 9;
 constexpr int32_t kUsbType = 0;
 constexpr int32_t kInputType = 1;
+// Where the kernel's devtmpfs has the event nodes; no udev daemon moves them.
+constexpr char kInputNodesDir[] = "/dev/input/";
 
 std::string attribute(const std::string& entry, const char* name) {
     std::string value;
@@ -45,7 +49,10 @@ std::vector<int32_t> interface_classes(const std::string& entry) {
     if (directory == nullptr) return {};
     while (const dirent* item = readdir(directory.get())) {
         const std::string name = item->d_name;
-        if (name.compare(0, entry.size() + 1, entry + ":") != 0) continue;
+        // Empty: the interface has gone since it was listed.
+        if (!base::StartsWith(name, entry + ":") || attribute(name, "bInterfaceClass").empty()) {
+            continue;
+        }
         classes[number(name, "bInterfaceNumber", 16)] = number(name, "bInterfaceClass", 16);
     }
     std::vector<int32_t> in_order;
@@ -53,8 +60,14 @@ std::vector<int32_t> interface_classes(const std::string& entry) {
     return in_order;
 }
 
+// The kernel answers this attribute only when it is done with configuring the device and binding
+// its interfaces; a device that stalls that would otherwise be read with half of them.
+void wait_until_configured(const std::string& entry) {
+    attribute(entry, "bNumInterfaces");
+}
+
 std::string usb_name(const std::string& entry) {
-    const std::string product = attribute(entry, "product");
+    const std::string product = printable(attribute(entry, "product"));
     return product.empty() ? attribute(entry, "idVendor") + ":" + attribute(entry, "idProduct")
                            : product;
 }
@@ -63,7 +76,7 @@ using Evdev = std::unique_ptr<libevdev, void (*)(libevdev*)>;
 
 DeviceInfo input_info(const std::string& input, const libevdev* device) {
     DeviceInfo info;
-    info.deviceName = libevdev_get_name(device);
+    info.deviceName = printable(libevdev_get_name(device));
     info.deviceId = static_cast<int32_t>(strtol(input.c_str() + strlen("input"), nullptr, 10));
     info.deviceType = kInputType;
     info.vendorId = libevdev_get_id_vendor(device);
@@ -78,11 +91,6 @@ DeviceInfo input_info(const std::string& input, const libevdev* device) {
 
 }  // namespace
 
-bool is_usb_device(const std::string& entry) {
-    return !entry.empty() && isdigit(static_cast<unsigned char>(entry[0])) &&
-           entry.find(':') == std::string::npos;
-}
-
 bool is_hub(const DeviceInfo& info) {
     const std::vector<int32_t>& classes = info.interfaceClassList;
     if (classes.empty()) return info.deviceClass == kHubClass;
@@ -91,6 +99,7 @@ bool is_hub(const DeviceInfo& info) {
 }
 
 std::optional<DeviceInfo> read_usb_device(const std::string& entry) {
+    wait_until_configured(entry);
     DeviceInfo info;
     const int32_t device = number(entry, "devnum", 10);
     if (device == 0) return std::nullopt;
@@ -101,10 +110,12 @@ std::optional<DeviceInfo> read_usb_device(const std::string& entry) {
     info.vendorId = number(entry, "idVendor", 16);
     info.productId = number(entry, "idProduct", 16);
     info.deviceType = kUsbType;
+    if (is_hub(info)) return std::nullopt;
     return info;
 }
 
-std::optional<DeviceInfo> read_input_device(const std::string& input, const std::string& node) {
+std::optional<DeviceInfo> read_input_device(const std::string& input, const std::string& event) {
+    const std::string node = kInputNodesDir + event;
     const base::unique_fd fd(open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     libevdev* opened = nullptr;
     if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) return std::nullopt;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What is reported of a device: a DeviceInfo read from the device's sysfs directory, or for an
-// input device from its event node. Stateless; any thread.
+// input device from its event node. Names are printable, whatever the device says. Stateless; any
+// thread, but not one that others wait for: the kernel makes readers wait for a device that does
+// not answer.
 
 #pragma once
 
@@ -12,9 +14,6 @@
 
 namespace android::vus::hotplug {
 
-// Whether the entry of the USB devices directory is a device: buses and interfaces are none.
-bool is_usb_device(const std::string& entry);
-
 // Whether the device is a hub and nothing else. Such a device is not reported: refusing it would
 // take away every device behind it, and hubs are no device that a policy names.
 //
@@ -22,12 +21,11 @@ bool is_usb_device(const std::string& entry);
 // need honour: a disk that calls itself a hub is bound by the disk's driver all the same.
 bool is_hub(const DeviceInfo& info);
 
-// The USB device of that entry, such as "1-2.4.1"; nothing if it has gone.
+// The USB device of that name in sysfs, such as "1-2.4.1". Nothing if it has gone, or is a hub.
 std::optional<DeviceInfo> read_usb_device(const std::string& entry);
 
-// The input device behind an event node: `input` is the sysfs name of the input device, such as
-// "input3", `node` its node, such as "/dev/input/event2". Nothing if it cannot be opened, or is
-// no source of input in the platform's terms.
-std::optional<DeviceInfo> read_input_device(const std::string& input, const std::string& node);
+// The input device `input` ("input3") by its event node `event` ("event2"). Nothing if it has
+// gone, or is no source of input in the platform's terms, such as a lid switch.
+std::optional<DeviceInfo> read_input_device(const std::string& input, const std::string& event);
 
 }  // namespace android::vus::hotplug

@@ -2,18 +2,15 @@
 
 #include "tools/hotplug/hotplug.h"
 
+#include <errno.h>
 #include <poll.h>
-#include <string.h>
 #include <sys/eventfd.h>
 
 #include <algorithm>
 #include <chrono>
 
-#include <android-base/logging.h>
 #include <binder/IInterface.h>
-#include <binder/IServiceManager.h>
 
-#include "android/vus/paths.h"
 #include "tools/hotplug/device_reader.h"
 
 namespace android::vus::hotplug {
@@ -24,179 +21,161 @@ using std::chrono::milliseconds;
 
 constexpr char kUsbSubsystem[] = "usb";
 constexpr char kInputSubsystem[] = "input";
-constexpr char kUsbDeviceType[] = "usb_device";
 
-// Drivers bind within a tenth of a second; a device that is not bound after this long has stopped
-// answering, or has no driver for it to wait for.
-constexpr std::chrono::seconds kSettleLimit(3);
 // How often the service manager is asked while the daemon is away, and never otherwise.
 constexpr milliseconds kServiceRetry(100);
-// A burst of events (a hub with everything on it) must not be lost.
+// A burst of events (a hub with everything on it) should not be lost.
 constexpr int kMonitorBufferBytes = 4 << 20;
+
+using Device = std::unique_ptr<udev_device, udev_device* (*)(udev_device*)>;
+using Enumeration = std::unique_ptr<udev_enumerate, udev_enumerate* (*)(udev_enumerate*)>;
 
 std::string text(const char* value) {
     return value == nullptr ? "" : value;
 }
 
+Tracker::Actions actions_of(Reporter* reporter) {
+    return {[reporter](const std::string& device) {
+                reporter->judge(device, [device] { return read_usb_device(device); });
+            },
+            [reporter](const std::string& input, const std::string& event) {
+                reporter->judge(input, [input, event] { return read_input_device(input, event); });
+            },
+            [reporter](const std::string& device) { reporter->removed(device); }};
+}
+
 }  // namespace
 
-// Writes to an eventfd when the daemon dies.
+// Hears of the daemon's death on a binder thread, and makes a descriptor readable.
 class Hotplug::DeathNotice : public IBinder::DeathRecipient {
   public:
-    explicit DeathNotice(int event) : event_(event) {}
-    void binderDied(const wp<IBinder>& /*who*/) override { eventfd_write(event_, 1); }
+    DeathNotice() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    void binderDied(const wp<IBinder>& /*who*/) override { eventfd_write(event_.get(), 1); }
+
+    int fd() const { return event_.get(); }
+    // Whether the daemon has died since this was last asked.
+    bool taken() {
+        eventfd_t deaths = 0;
+        return eventfd_read(event_.get(), &deaths) == 0;
+    }
 
   private:
-    const int event_;
+    const base::unique_fd event_;
 };
 
-Hotplug::Hotplug(std::function<void(const std::string&)> print)
-      : udev_(udev_new(), udev_unref),
+Hotplug::Hotplug(std::function<FoundService()> find, std::function<void(const std::string&)> print)
+      : find_(std::move(find)),
+        udev_(udev_new(), udev_unref),
         monitor_(nullptr, udev_monitor_unref),
-        service_died_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-        settling_(kSettleLimit),
         reporter_(std::move(print)),
-        death_notice_(new DeathNotice(service_died_.get())) {}
+        tracker_(actions_of(&reporter_)),
+        death_notice_(new DeathNotice) {}
 
 Hotplug::~Hotplug() {
     if (service_ != nullptr) service_->unlinkToDeath(death_notice_);
 }
 
-bool Hotplug::run_once() {
-    if (!connect()) return false;
+bool Hotplug::run_once(std::string* why_not) {
+    if (!connect(why_not)) return false;
     reporter_.drain();
     return true;
 }
 
-void Hotplug::run() {
+bool Hotplug::run(int stop_fd) {
     // Before the first look around, so that nothing that appears meanwhile is missed.
-    if (!listen()) {
-        PLOG(ERROR) << "the kernel's events cannot be heard";
-        return;
+    if (!listen()) return false;
+    std::string why_not;
+    connect(&why_not);
+    while (true) {
+        pollfd sources[] = {{udev_monitor_get_fd(monitor_.get()), POLLIN, 0},
+                            {death_notice_->fd(), POLLIN, 0},
+                            {stop_fd, POLLIN, 0}};
+        poll(sources, std::size(sources), timeout_ms());
+        if (sources[2].revents != 0) return true;
+        if (sources[0].revents != 0) handle_events();
+        tracker_.judge_overdue(Tracker::Clock::now());
+        follow_service();
     }
-    connect();
-    while (true) wait();
 }
 
 bool Hotplug::listen() {
     monitor_.reset(udev_monitor_new_from_netlink(udev_.get(), "kernel"));
     if (monitor_ == nullptr) return false;
-    udev_monitor* monitor = monitor_.get();
-    udev_monitor_filter_add_match_subsystem_devtype(monitor, kUsbSubsystem, kUsbDeviceType);
+    udev_monitor* const monitor = monitor_.get();
+    udev_monitor_filter_add_match_subsystem_devtype(monitor, kUsbSubsystem, nullptr);
     udev_monitor_filter_add_match_subsystem_devtype(monitor, kInputSubsystem, nullptr);
     udev_monitor_set_receive_buffer_size(monitor, kMonitorBufferBytes);
     return udev_monitor_enable_receiving(monitor) >= 0;
 }
 
 // Connects to the daemon if it is there, and tells it of everything that is present.
-bool Hotplug::connect() {
-    sp<IBinder> service = defaultServiceManager()->checkService(String16(kServiceName));
-    if (service == nullptr || service->linkToDeath(death_notice_) != OK) return false;
-    service_ = service;
-    reporter_.set_service(interface_cast<IVUsbService>(service));
-    report_present(kUsbSubsystem);
-    report_present(kInputSubsystem);
+bool Hotplug::connect(std::string* why_not) {
+    const FoundService found = find_();
+    *why_not = found.why_not;
+    if (found.service == nullptr) return false;
+    const sp<IBinder> binder = IInterface::asBinder(found.service);
+    if (binder->linkToDeath(death_notice_) != OK) {
+        *why_not = "the daemon has just ended";
+        return false;
+    }
+    service_ = binder;
+    reporter_.set_service(found.service);
+    report_present();
     return true;
 }
 
-void Hotplug::report_present(const char* subsystem) {
-    const std::unique_ptr<udev_enumerate, udev_enumerate* (*)(udev_enumerate*)>
-            present(udev_enumerate_new(udev_.get()), udev_enumerate_unref);
-    udev_enumerate_add_match_subsystem(present.get(), subsystem);
-    udev_enumerate_scan_devices(present.get());
-    udev_list_entry* item = nullptr;
-    udev_list_entry_foreach(item, udev_enumerate_get_list_entry(present.get())) {
-        const Device device(udev_device_new_from_syspath(udev_.get(),
-                                                         udev_list_entry_get_name(item)),
-                            udev_device_unref);
-        if (device != nullptr) handle(device.get(), "present");
-    }
+void Hotplug::report_present() {
+    std::set<std::string> present = report_present_of(kUsbSubsystem);
+    present.merge(report_present_of(kInputSubsystem));
+    reporter_.keep_only(present);
 }
 
-void Hotplug::wait() {
-    pollfd sources[] = {{udev_monitor_get_fd(monitor_.get()), POLLIN, 0},
-                        {service_died_.get(), POLLIN, 0}};
-    poll(sources, std::size(sources), timeout_ms());
-    if (sources[0].revents != 0) handle_events();
-    judge_overdue();
-    follow_service();
+// Goes by the paths alone: asking libudev for more would read files that the kernel keeps from us
+// as long as it is busy with a device.
+std::set<std::string> Hotplug::report_present_of(const char* subsystem) {
+    const Enumeration enumeration(udev_enumerate_new(udev_.get()), udev_enumerate_unref);
+    udev_enumerate_add_match_subsystem(enumeration.get(), subsystem);
+    udev_enumerate_scan_devices(enumeration.get());
+    std::set<std::string> present;
+    udev_list_entry* item = nullptr;
+    udev_list_entry_foreach(item, udev_enumerate_get_list_entry(enumeration.get())) {
+        const std::string name = tracker_.found(subsystem, udev_list_entry_get_name(item));
+        if (!name.empty()) present.insert(name);
+    }
+    return present;
 }
 
 // -1, which is for ever, while no device settles and the daemon is there.
 int Hotplug::timeout_ms() const {
     auto wait = service_ == nullptr ? kServiceRetry : milliseconds::max();
-    if (const auto deadline = settling_.next_deadline()) {
-        const auto left = std::chrono::ceil<milliseconds>(*deadline - Settling::Clock::now());
+    if (const auto deadline = tracker_.next_deadline()) {
+        const auto left = std::chrono::ceil<milliseconds>(*deadline - Tracker::Clock::now());
         wait = std::min(wait, std::max(left, milliseconds(0)));
     }
     return wait == milliseconds::max() ? -1 : static_cast<int>(wait.count());
 }
 
+// One message a call of poll() would do, but poll() costs as much as a message.
 void Hotplug::handle_events() {
     while (true) {
         const Device device(udev_monitor_receive_device(monitor_.get()), udev_device_unref);
-        if (device == nullptr) return;
-        handle(device.get(), text(udev_device_get_action(device.get())));
+        if (device == nullptr) break;
+        tracker_.handle({text(udev_device_get_action(device.get())),
+                         text(udev_device_get_subsystem(device.get())),
+                         text(udev_device_get_syspath(device.get()))},
+                        Tracker::Clock::now());
     }
-}
-
-// `action` is the kernel's, or "present" for a device that was found and not announced.
-void Hotplug::handle(udev_device* device, const std::string& action) {
-    const std::string entry = text(udev_device_get_sysname(device));
-    if (text(udev_device_get_subsystem(device)) == kInputSubsystem) {
-        handle_input(device, entry, action);
-    } else if (text(udev_device_get_devtype(device)) == kUsbDeviceType) {
-        handle_usb(entry, action);
-    }
-}
-
-void Hotplug::handle_usb(const std::string& entry, const std::string& action) {
-    if (action == "add") {
-        if (reporter_.knows(entry)) return;  // found present before this was read
-        settling_.added(entry, Settling::Clock::now());
-    } else if (action == "bind") {
-        // A device that was judged before this, because its time was up or it was found present,
-        // may have had none of its interfaces then. What it has become since counts.
-        if (!settling_.bound(entry)) reporter_.removed(entry);
-        judge_usb(entry);
-    } else if (action == "remove") {
-        if (!settling_.removed(entry)) reporter_.removed(entry);
-    } else if (action == "present" && !settling_.waits_for(entry)) {
-        judge_usb(entry);
-    }
-}
-
-void Hotplug::handle_input(udev_device* device, const std::string& entry,
-                           const std::string& action) {
-    if (entry.compare(0, strlen("event"), "event") != 0) return;
-    if (action == "remove") {
-        reporter_.removed(entry);
-        return;
-    }
-    if (action != "present" && (action != "add" || reporter_.knows(entry))) return;
-    udev_device* const parent = udev_device_get_parent(device);
-    const std::string input = parent == nullptr ? "" : text(udev_device_get_sysname(parent));
-    const auto info = read_input_device(input, text(udev_device_get_devnode(device)));
-    if (info) reporter_.judge(entry, *info);
-}
-
-void Hotplug::judge_usb(const std::string& entry) {
-    if (!is_usb_device(entry)) return;
-    const auto info = read_usb_device(entry);
-    if (info && !is_hub(*info)) reporter_.judge(entry, *info);
-}
-
-void Hotplug::judge_overdue() {
-    for (const std::string& entry : settling_.overdue(Settling::Clock::now())) judge_usb(entry);
+    // The kernel had no room for an event, or one could not be read: it may have been anything.
+    if (errno != EAGAIN && errno != EINTR) report_present();
 }
 
 void Hotplug::follow_service() {
-    eventfd_t deaths = 0;
-    if (eventfd_read(service_died_.get(), &deaths) == 0) {
+    if (death_notice_->taken()) {
         service_ = nullptr;
         reporter_.set_service(nullptr);
     }
-    if (service_ == nullptr) connect();
+    std::string why_not;
+    if (service_ == nullptr) connect(&why_not);
 }
 
 }  // namespace android::vus::hotplug

@@ -4,61 +4,61 @@
 //
 // Listens to the kernel's own events (no udev daemon is needed), and reports USB devices that have
 // settled, input devices, and removals to the daemon. When the daemon goes it waits for it to come
-// back, and then reports everything that is present, because a new daemon knows of nothing.
+// back, and then reports everything that is present, because a new daemon knows of nothing. The
+// same when the kernel had more events than it could deliver.
 //
 // One thread runs the loop; it sleeps until the kernel, the daemon's death or a deadline wakes it.
-// The reports themselves are made by the Reporter's threads.
+// Devices are read and reported by the Reporter's threads, so that no device holds up the loop.
 
 #pragma once
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include <android-base/unique_fd.h>
 #include <binder/IBinder.h>
 #include <libudev.h>
 
+#include "tools/common/service_finder.h"
 #include "tools/hotplug/reporter.h"
-#include "tools/hotplug/settling.h"
+#include "tools/hotplug/tracker.h"
 
 namespace android::vus::hotplug {
 
 class Hotplug {
   public:
-    // `print` gets a line a report, if it is set.
-    explicit Hotplug(std::function<void(const std::string&)> print);
+    // `find` answers the daemon's service, or at once why there is none. `print` gets a line a
+    // report, if it is set.
+    Hotplug(std::function<FoundService()> find, std::function<void(const std::string&)> print);
     ~Hotplug();
 
-    // Reports what is present and returns when all of it is judged; false without a daemon.
-    bool run_once();
-    // Runs until the kernel's events can no longer be heard.
-    void run();
+    // Reports what is present and returns when all of it is judged. False without a daemon;
+    // `why_not` tells why there is none.
+    bool run_once(std::string* why_not);
+    // Runs until `stop_fd` is readable; false if the kernel's events cannot be heard (errno says
+    // why).
+    bool run(int stop_fd);
 
   private:
     class DeathNotice;
     using Udev = std::unique_ptr<udev, udev* (*)(udev*)>;
     using Monitor = std::unique_ptr<udev_monitor, udev_monitor* (*)(udev_monitor*)>;
-    using Device = std::unique_ptr<udev_device, udev_device* (*)(udev_device*)>;
 
     bool listen();
-    bool connect();
-    void report_present(const char* subsystem);
-    void wait();
+    bool connect(std::string* why_not);
+    void report_present();
+    std::set<std::string> report_present_of(const char* subsystem);
     int timeout_ms() const;
     void handle_events();
-    void handle(udev_device* device, const std::string& action);
-    void handle_usb(const std::string& entry, const std::string& action);
-    void handle_input(udev_device* device, const std::string& entry, const std::string& action);
-    void judge_usb(const std::string& entry);
-    void judge_overdue();
     void follow_service();
 
+    const std::function<FoundService()> find_;
     Udev udev_;
     Monitor monitor_;
-    base::unique_fd service_died_;  // an eventfd that the death notice writes to
-    Settling settling_;
     Reporter reporter_;
+    Tracker tracker_;
     sp<IBinder> service_;  // null while the daemon is away
     sp<DeathNotice> death_notice_;
 };

@@ -32,11 +32,12 @@ bool has_axes(const InputCapabilities& device, unsigned type, unsigned x, unsign
 }
 
 bool has_keyboard_keys(const InputCapabilities& device) {
-    return has_key_in(device, KEY_ESC, BTN_MISC) || has_key_in(device, KEY_OK, KEY_CNT);
+    return has_key_in(device, KEY_ESC, BTN_MISC) || has_key_in(device, BTN_WHEEL, KEY_CNT);
 }
 
+// The buttons without a name of their own, too: pads of drawing tablets have them.
 bool has_gamepad_buttons(const InputCapabilities& device) {
-    return has_key_in(device, BTN_JOYSTICK, BTN_DIGI);
+    return has_key_in(device, BTN_MISC, BTN_MOUSE) || has_key_in(device, BTN_JOYSTICK, BTN_DIGI);
 }
 
 bool is_dpad(const InputCapabilities& device) {
@@ -45,7 +46,8 @@ bool is_dpad(const InputCapabilities& device) {
 }
 
 bool is_mouse(const InputCapabilities& device) {
-    return has_key(device, BTN_MOUSE) && has_axes(device, EV_REL, REL_X, REL_Y);
+    return has_key(device, BTN_MOUSE) &&
+           (has_axes(device, EV_REL, REL_X, REL_Y) || has_axes(device, EV_ABS, ABS_X, ABS_Y));
 }
 
 bool is_touch(const InputCapabilities& device) {
@@ -56,16 +58,36 @@ bool is_touch(const InputCapabilities& device) {
     return has_key(device, BTN_TOUCH) && has_axes(device, EV_ABS, ABS_X, ABS_Y);
 }
 
-int32_t touch_sources(const InputCapabilities& device) {
-    if (device.has_property(INPUT_PROP_POINTER)) return kSourceTouchpad;
-    const bool pen = has_key(device, BTN_TOOL_PEN);
-    if (pen && !has_key(device, BTN_TOOL_FINGER)) return kSourceStylus;
-    return pen ? kSourceTouchscreen | kSourceStylus : kSourceTouchscreen;
+bool has_pen(const InputCapabilities& device) {
+    return has_key(device, BTN_TOOL_PEN) || has_key(device, BTN_TOOL_RUBBER) ||
+           has_key(device, BTN_TOOL_BRUSH) || has_key(device, BTN_TOOL_PENCIL) ||
+           has_key(device, BTN_TOOL_AIRBRUSH);
 }
 
-bool is_joystick(const InputCapabilities& device) {
-    return has_gamepad_buttons(device) && has_axes(device, EV_ABS, ABS_X, ABS_Y) &&
-           !is_touch(device);
+int32_t touch_sources(const InputCapabilities& device) {
+    const bool direct = device.has_property(INPUT_PROP_DIRECT);
+    return (direct ? kSourceTouchscreen : kSourceTouchpad) | (has_pen(device) ? kSourceStylus : 0);
+}
+
+// One that tells its pressure and leaves it to the screen to tell the place.
+bool is_external_stylus(const InputCapabilities& device) {
+    return !is_touch(device) &&
+           (has_key(device, BTN_TOUCH) || device.has_event(EV_ABS, ABS_PRESSURE)) &&
+           !device.has_event(EV_ABS, ABS_X) && !device.has_event(EV_ABS, ABS_Y);
+}
+
+// Axes that belong to the touch surface of a device that has one, and to no joystick then.
+bool is_touch_axis(unsigned axis) {
+    return axis == ABS_X || axis == ABS_Y || (axis >= ABS_PRESSURE && axis <= ABS_TOOL_WIDTH) ||
+           axis >= ABS_MT_SLOT;
+}
+
+bool has_joystick_axis(const InputCapabilities& device) {
+    const bool touch = is_touch(device);
+    for (unsigned axis = 0; axis < ABS_CNT; ++axis) {
+        if (device.has_event(EV_ABS, axis) && !(touch && is_touch_axis(axis))) return true;
+    }
+    return false;
 }
 
 bool is_rotary_encoder(const InputCapabilities& device) {
@@ -83,7 +105,8 @@ int32_t input_sources(const InputCapabilities& device) {
     if (is_dpad(device)) sources |= kSourceDpad;
     if (is_mouse(device)) sources |= kSourceMouse;
     if (is_touch(device)) sources |= touch_sources(device);
-    if (is_joystick(device)) sources |= kSourceJoystick;
+    if (is_external_stylus(device)) sources |= kSourceStylus;
+    if (has_gamepad_buttons(device) && has_joystick_axis(device)) sources |= kSourceJoystick;
     if (is_rotary_encoder(device)) sources |= kSourceRotaryEncoder;
     return sources;
 }

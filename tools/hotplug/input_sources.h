@@ -2,7 +2,16 @@
 //
 // What an evdev device is, in the platform's terms: its input source bits (AINPUT_SOURCE_*),
 // derived from the event codes that it can send by the rules that the platform's own input
-// subsystem follows.
+// subsystem follows. Where that subsystem consults a configuration file for a device, the rules
+// here are these:
+//  - a touch surface without INPUT_PROP_DIRECT is a touchpad, and stays one (the platform may turn
+//    it into a mouse);
+//  - a mouse may be an absolute one, as those of virtual machines and remote consoles are;
+//  - a dial, or a wheel by itself, is a rotary encoder;
+//  - a device with a stylus's pressure keeps its keyboard keys, which the platform takes from it:
+//    a keyboard must not pass for a stylus;
+//  - nothing is a trackball, a relative mouse or touch navigation: these are ways of using a mouse
+//    or a touchpad, and no capability tells them.
 
 #pragma once
 

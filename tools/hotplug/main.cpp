@@ -2,16 +2,22 @@
 //
 // vus_hotplug: tells the daemon of devices that come and go. See hotplug.h.
 
+#include <signal.h>
 #include <stdio.h>
+#include <string.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <android-base/unique_fd.h>
 #include <binder/ProcessState.h>
 
+#include "tools/common/service_finder.h"
 #include "tools/hotplug/hotplug.h"
 #include "tools/hotplug/options.h"
 
 namespace {
 
+using android::base::unique_fd;
 using android::vus::hotplug::Hotplug;
 using android::vus::hotplug::kUsage;
 using android::vus::hotplug::Options;
@@ -22,20 +28,40 @@ void print_line(const std::string& line) {
     fflush(stdout);
 }
 
-int run(const Options& options) {
-    if (access("/dev/binder", R_OK | W_OK) != 0) {
-        perror("vus_hotplug: /dev/binder");
-        return 1;
-    }
-    android::ProcessState::self()->startThreadPool();
-    Hotplug hotplug(options.verbose ? print_line : std::function<void(const std::string&)>());
-    if (!options.once) {
-        hotplug.run();
-        return 1;
-    }
-    if (hotplug.run_once()) return 0;
-    fprintf(stderr, "vus_hotplug: the daemon is not running\n");
+int fail(const std::string& why) {
+    fprintf(stderr, "vus_hotplug: %s\n", why.c_str());
     return 1;
+}
+
+// Readable when the process is asked to end. To be called before any thread is started, so that
+// none of them takes the signal.
+unique_fd end_requests() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return unique_fd(signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+int run_once(Hotplug* hotplug) {
+    std::string why_not;
+    return hotplug->run_once(&why_not) ? 0 : fail(why_not);
+}
+
+int run(const Options& options) {
+    std::string why_not;
+    if (!android::vus::has_binder(&why_not)) return fail(why_not);
+    const unique_fd end = options.once ? unique_fd() : end_requests();
+    android::ProcessState::self()->startThreadPool();
+    Hotplug hotplug(android::vus::find_service,
+                    options.verbose ? print_line : std::function<void(const std::string&)>());
+    if (options.once) return run_once(&hotplug);
+    if (!hotplug.run(end.get())) {
+        return fail(std::string("the kernel's events cannot be heard: ") + strerror(errno));
+    }
+    // At once: a report can be stuck behind a device that does not answer.
+    _exit(0);
 }
 
 }  // namespace

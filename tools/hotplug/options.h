@@ -26,8 +26,8 @@ inline constexpr char kUsage[] =
         "  --verbose  print a line a report: entry, kind, vendor:product, classes, answer\n"
         "  --help     print this\n"
         "\n"
-        "Exit status: 0 done; 1 the daemon cannot be reached (--once), or the kernel's events\n"
-        "cannot be heard; 2 wrong usage.\n";
+        "Exit status: 0 done, or asked to end (SIGINT, SIGTERM); 1 the daemon cannot be reached\n"
+        "(--once), or the kernel's events cannot be heard; 2 wrong usage.\n";
 
 // `arguments` without the program's name.
 Options parse_options(const std::vector<std::string>& arguments);

@@ -7,37 +7,38 @@
 namespace android::vus::hotplug {
 
 void Settling::added(const std::string& device, Clock::time_point now) {
-    deadlines_[device] = now + limit_;
+    waits_[device] = {now + bind_limit_, /*for_bind=*/true};
 }
 
-bool Settling::bound(const std::string& device) {
-    return deadlines_.erase(device) != 0;
+void Settling::interface_added(const std::string& device, Clock::time_point now) {
+    const auto [wait, fresh] = waits_.try_emplace(device, Wait{now + quiet_time_, false});
+    if (!fresh && !wait->second.for_bind) wait->second.deadline = now + quiet_time_;
 }
 
-bool Settling::removed(const std::string& device) {
-    return deadlines_.erase(device) != 0;
+void Settling::interface_bound(const std::string& device, Clock::time_point now) {
+    if (waits_for(device)) interface_added(device, now);
 }
 
 std::vector<std::string> Settling::overdue(Clock::time_point now) {
     std::vector<std::string> devices;
-    for (auto at = deadlines_.begin(); at != deadlines_.end();) {
-        if (at->second > now) {
+    for (auto at = waits_.begin(); at != waits_.end();) {
+        if (at->second.deadline > now) {
             ++at;
             continue;
         }
         devices.push_back(at->first);
-        at = deadlines_.erase(at);
+        at = waits_.erase(at);
     }
     return devices;
 }
 
 std::optional<Settling::Clock::time_point> Settling::next_deadline() const {
-    const auto next = std::min_element(deadlines_.begin(), deadlines_.end(),
-                                       [](const auto& one, const auto& other) {
-                                           return one.second < other.second;
-                                       });
-    if (next == deadlines_.end()) return std::nullopt;
-    return next->second;
+    const auto next =
+            std::min_element(waits_.begin(), waits_.end(), [](const auto& one, const auto& other) {
+                return one.second.deadline < other.second.deadline;
+            });
+    if (next == waits_.end()) return std::nullopt;
+    return next->second.deadline;
 }
 
 }  // namespace android::vus::hotplug

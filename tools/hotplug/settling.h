@@ -4,8 +4,8 @@
 //
 // A device appears before its interfaces do, and an interface before its driver has made a
 // network interface or a serial port of it. The kernel's "bind" of the device itself comes last.
-// A device that stops answering keeps the kernel probing for many seconds; it is judged when its
-// time is up instead.
+// Interfaces that appear without it belong to a device whose configuration was changed; no event
+// ends that, so they are waited for until none has come for a while.
 //
 // Not thread-safe. Times are the caller's, so that a test need not wait.
 
@@ -23,23 +23,34 @@ class Settling {
   public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Settling(Clock::duration limit) : limit_(limit) {}
+    // `bind_limit`: how long a new device is waited for. `quiet_time`: how long a device's
+    // interfaces are, after the last of them.
+    Settling(Clock::duration bind_limit, Clock::duration quiet_time)
+          : bind_limit_(bind_limit), quiet_time_(quiet_time) {}
 
     // A device has appeared. Waiting starts anew if it was waited for already.
     void added(const std::string& device, Clock::time_point now);
-    bool waits_for(const std::string& device) const { return deadlines_.count(device) != 0; }
-    // True if the device was waited for and is to be judged now.
-    bool bound(const std::string& device);
-    // True if the device was still waited for: nobody has heard of it.
-    bool removed(const std::string& device);
+    // An interface of the device has appeared, or has got its driver.
+    void interface_added(const std::string& device, Clock::time_point now);
+    void interface_bound(const std::string& device, Clock::time_point now);
+    // The device is waited for no longer: it is bound, or it has gone.
+    void forget(const std::string& device) { waits_.erase(device); }
+
+    bool waits_for(const std::string& device) const { return waits_.count(device) != 0; }
     // The devices whose time is up; they are no longer waited for.
     std::vector<std::string> overdue(Clock::time_point now);
     // When the next device's time is up; nothing while none is waited for.
     std::optional<Clock::time_point> next_deadline() const;
 
   private:
-    const Clock::duration limit_;
-    std::map<std::string, Clock::time_point> deadlines_;
+    struct Wait {
+        Clock::time_point deadline;
+        bool for_bind;
+    };
+
+    const Clock::duration bind_limit_;
+    const Clock::duration quiet_time_;
+    std::map<std::string, Wait> waits_;
 };
 
 }  // namespace android::vus::hotplug
