@@ -19,6 +19,7 @@
 #include <fstream>
 
 #include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 
 namespace android::vus {
@@ -86,6 +87,8 @@ void EnterPrivateRoot() {
     Require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
     char root[] = "/tmp/vus-root.XXXXXX";
     Require(mkdtemp(root) != nullptr, "temporary directory");
+    // By it the mount point is removed from the host's /tmp after that has gone out of sight.
+    const base::unique_fd hosts_tmp(open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC));
     MountTmpfs(root);
     for (const char* path : {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/etc", "/proc"}) {
         BindFromHost(root, path);
@@ -98,7 +101,7 @@ void EnterPrivateRoot() {
     for (const char* path : {"/data", "/sys", "/run", "/tmp"}) MountTmpfs(std::string(root) + path);
     Require(chdir(root) == 0 && syscall(SYS_pivot_root, ".", ".") == 0, "pivot_root");
     Require(umount2(".", MNT_DETACH) == 0 && chdir("/") == 0, "leaving the host's root");
-    rmdir(root);
+    unlinkat(hosts_tmp.get(), basename(root), AT_REMOVEDIR);
     for (const char* path : {"/", "/data", "/sys", "/run"}) Require(IsTmpfs(path), path);
 }
 
