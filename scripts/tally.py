@@ -2,16 +2,18 @@
 # SPDX-License-Identifier: Apache-2.0
 """Adds up what the test programs reported and prints one last line.
 
-Every run leaves in DIRECTORY/<suite>/ a NAME.status (its exit status), a NAME.log (its
+DIRECTORY is named for its suite. Every run leaves there a NAME.status (its exit status), a NAME.log (its
 output) and, unless it could not run, a report: NAME.json of googletest or NAME.xml of
 pytest. A run without a report, with one that shows no test, or that fails although every
 test in its report passed, counts as one failed test: nothing is lost because a program
 crashed.
 
-usage: tally.py [--filtered] [--expected-skips FILE] [--strict-skips] DIRECTORY
+usage: tally.py [--filtered] [--expected-skips FILE] [--strict-skips] DIRECTORY...
+       tally.py --excerpt LOG
 
   --filtered      a run that executed no test is in order if another one did
   --strict-skips  a skip whose name matches no line of FILE counts as failed
+  --excerpt       print what a person wants to see of a program's output
 """
 
 import argparse
@@ -82,10 +84,13 @@ def pytest_cases(report, _log):
 READERS = {".json": gtest_cases, ".xml": pytest_cases}
 
 
-def read_report(status_file):
-    """The tests of one run as (name, outcome, text), or None without a usable report."""
+def read_log(status_file):
     log_file = status_file.with_suffix(".log")
-    log = log_file.read_text(errors="replace") if log_file.exists() else ""
+    return log_file.read_text(errors="replace") if log_file.exists() else ""
+
+
+def read_report(status_file, log):
+    """The tests of one run as (name, outcome, text), or None without a usable report."""
     for suffix, reader in READERS.items():
         report = status_file.with_suffix(suffix)
         if report.exists():
@@ -94,6 +99,19 @@ def read_report(status_file):
             except (ValueError, KeyError, ElementTree.ParseError):
                 return None
     return None
+
+
+# What a sanitizer or a dying program says first; the end of its output seldom tells.
+TROUBLE = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|: runtime error: |"
+                     r"terminate called|Check failed|private root: ")
+
+
+def excerpt(log, length=12):
+    lines = log.splitlines()
+    for number, line in enumerate(lines):
+        if TROUBLE.search(line):
+            return lines[number:number + length]
+    return lines[-length:]
 
 
 def describe_status(status):
@@ -107,21 +125,21 @@ def describe_status(status):
 def run_cases(status_file, filtered):
     suite, run = status_file.parent.name, status_file.stem
     status = int(status_file.read_text().strip() or "1")
-    tests = read_report(status_file)
+    log = read_log(status_file)
+    tests = read_report(status_file, log)
+    # A check that is one test by itself (formatting, the benchmarks) has no report.
+    if tests is None and status_file.with_suffix(".single").exists():
+        return [Case(suite, run, FAILED if status else PASSED, log)]
+    end = "\n".join([f"{run} {describe_status(status)}", *excerpt(log)])
     if tests is None:
-        # A check that is one test by itself (formatting, the benchmarks) has no report.
-        alone = status_file.with_suffix(".single").exists()
-        if alone:
-            output = status_file.with_suffix(".log").read_text(errors="replace")
-            return [Case(suite, run, FAILED if status else PASSED, output)]
-        return [Case(suite, run, FAILED, f"{run} {describe_status(status)} and left no report")]
+        return [Case(suite, run, FAILED, "no report: " + end)]
     cases = [Case(suite, f"{run}: {name}", outcome, text) for name, outcome, text in tests]
     no_test_is_fine = filtered and status in (0, 5)  # 5: pytest selected nothing
     if not cases and not no_test_is_fine:
         cases.append(Case(suite, run, FAILED, f"{run} executed no test"))
     elif status != 0 and not any(c.outcome == FAILED for c in cases) and not (
             not cases and no_test_is_fine):
-        cases.append(Case(suite, run, FAILED, f"{run} {describe_status(status)}"))
+        cases.append(Case(suite, run, FAILED, end))
     return cases
 
 
@@ -153,7 +171,7 @@ def print_details(cases):
     for case in cases:
         if case.outcome == FAILED:
             print(f"FAILED  {case.suite}: {case.name}")
-            for line in case.text.strip().splitlines()[:12]:
+            for line in case.text.strip().splitlines()[:14]:
                 print(f"        {line}")
     for case in cases:
         if case.outcome == SKIPPED:
@@ -165,12 +183,17 @@ def main(arguments):
     parser.add_argument("--filtered", action="store_true")
     parser.add_argument("--expected-skips")
     parser.add_argument("--strict-skips", action="store_true")
-    parser.add_argument("directory", type=pathlib.Path)
+    parser.add_argument("--excerpt", type=pathlib.Path)
+    parser.add_argument("directories", type=pathlib.Path, nargs="*")
     options = parser.parse_args(arguments)
 
+    if options.excerpt:
+        print("\n".join(excerpt(options.excerpt.read_text(errors="replace"), 40)))
+        return 0
     cases = []
-    for status_file in sorted(options.directory.glob("*/*.status")):
-        cases += run_cases(status_file, options.filtered)
+    for directory in options.directories:
+        for status_file in sorted(directory.glob("*.status")):
+            cases += run_cases(status_file, options.filtered)
     if not cases:
         cases = [Case("all", "tests", FAILED, "no test was executed")]
     if options.strict_skips:

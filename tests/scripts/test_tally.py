@@ -35,7 +35,8 @@ def leave_run(directory, run, tests=None, status=0, log="", suite="unit"):
 
 
 def tally(directory, *options):
-    result = subprocess.run([sys.executable, TALLY, *options, directory],
+    suites = sorted(path for path in directory.iterdir() if path.is_dir())
+    result = subprocess.run([sys.executable, TALLY, *options, *suites],
                             capture_output=True, text=True, check=False)
     lines = result.stdout.splitlines()
     return result.returncode, lines[-1] if lines else result.stderr, result.stdout
@@ -59,7 +60,13 @@ def test_crash_counts_as_failed(tmp_path):
     leave_run(tmp_path, "b_tests", None, status=139)
     status, last, output = tally(tmp_path)
     assert (status, last) == (1, "1 passed, 1 failed")
-    assert "b_tests was ended by signal 11 and left no report" in output
+    assert "no report: b_tests was ended by signal 11" in output
+
+
+def test_sanitizers_words_are_shown(tmp_path):
+    log = "[ RUN      ] Tree.One\n==7==ERROR: AddressSanitizer: heap-use-after-free\n" + "x\n" * 90
+    leave_run(tmp_path, "a_tests", None, status=1, log=log)
+    assert "        ==7==ERROR: AddressSanitizer: heap-use-after-free\n" in tally(tmp_path)[2]
 
 
 def test_time_out_is_told(tmp_path):
