@@ -9,6 +9,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "device"))
 
 from vdev import CATALOG, Machine, Probe  # noqa: E402
+from vdev.probe import SOC, SYSFS  # noqa: E402
 
 
 def pytest_configure(config):
@@ -26,16 +27,28 @@ class Device:
         return self.machine.plug(CATALOG[kind], name=name, port=port)
 
     def set_policy(self, rules, mode="whitelist"):
+        """Sets a policy and waits until the reset that follows it is over."""
+        before = len(self.mode_writes("a800000.ssusb")[0])
         assert self.probe.set_policy(policy(rules, mode)) == (0, "SUCCESS\n")
+        self.machine.wait_until(lambda: len(self.mode_writes("a800000.ssusb")[0]) == before + 2)
+
+    def start_stuck_decision(self):
+        """Plugs a device that never answers and has it judged at once: the kernel keeps the
+        daemon waiting for the device's attributes, for 20 s and more. Returns the device's id."""
+        log = "grep -c 'create_usb_device_map called' /data/log/vusd.log"
+        begun = int(self.machine.run(log)[1])
+        self.plug("silent", "5")
+        self.machine.wait_until(f"[ -e {SYSFS}/1-5:1.0 ]")
+        number = self.probe.device_id("1-5")
+        self.machine.shell(f"vusctl judge --id {number} --interfaces 255 >/dev/null 2>&1 &")
+        self.machine.wait_until(f"[ $({log}) -gt {begun} ]")
+        return number
 
     def mode_writes(self, controller):
         """The values written to a controller's mode, with the milliseconds between them."""
         lines = [line.split() for line in self.machine.read(f"{SOC}/{controller}/mode_log").splitlines()]
         times = [int(at) / 1000 for at, _ in lines]
         return [value for _, value in lines], [after - before for before, after in zip(times, times[1:])]
-
-
-SOC = "/sys/devices/platform/soc"
 
 
 def policy(rules, mode="whitelist"):

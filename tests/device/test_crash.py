@@ -6,7 +6,8 @@ import pytest
 from conftest import policy
 from vdev.probe import BACKUP, POLICY
 
-GOOD = policy("<class>USB_CLASS_VIDEO</class>")
+VIDEO = "<class>USB_CLASS_VIDEO</class>"
+GOOD = policy(VIDEO)
 CRASHED = "Unable to apply the USB Admin config rules"
 
 
@@ -23,7 +24,7 @@ def come_back(device):
 
 @pytest.mark.parametrize("signal, status", [("SEGV", 11), ("ABRT", 6)])
 def test_a_crash_restores_the_backup(device, signal, status):
-    assert device.probe.set_policy(GOOD) == (0, "SUCCESS\n")
+    device.set_policy(VIDEO)
     backup = device.machine.read(BACKUP)
     assert end(device, signal) == [status]
     assert device.machine.read(POLICY) == backup
@@ -37,7 +38,7 @@ def test_a_crash_restores_the_backup(device, signal, status):
 
 
 def test_a_crash_while_the_policy_is_rewritten(device):
-    assert device.probe.set_policy(GOOD) == (0, "SUCCESS\n")
+    device.set_policy(VIDEO)
     device.machine.shell(f"exec 3>{POLICY}; printf '<usbconfig mode=\"whi' >&3; touch /run/vusd.hold; "
                          "kill -ABRT $(cat /run/vusd.pid); "
                          "until grep -q 'vusd ended' /data/log/supervise.log 2>/dev/null; do usleep 10000; done; "
@@ -61,9 +62,8 @@ def test_devices_are_judged_again_by_the_new_daemon(device):
 
 def test_killed_in_the_middle_of_a_decision(device):
     """The daemon waits for a device that does not answer, and is killed meanwhile."""
-    device.plug("silent", "5")
-    device.machine.wait_until("grep -q create_usb_device_map /data/log/vusd.log")
+    device.start_stuck_decision()
     device.machine.shell("kill -9 $(cat /run/vusd.pid)")
     device.machine.wait_until(lambda: device.probe.ends("vusd"))
     device.machine.wait_until("vusctl list >/dev/null 2>&1")
-    device.probe.machine.wait_until(lambda: device.probe.record("1-5"), seconds=60)
+    device.machine.wait_until(lambda: device.probe.record("1-5"), seconds=90, what="a verdict in the end")
