@@ -97,7 +97,7 @@ class PolicyLoad {
         if (code == Util::kNoClass || Util::validateRestrictedClass(code)) {
             return Failure{std::string("INVALID CLASS VALUE:") + text, kClassLogPrefix};
         }
-        class_map_.emplace(static_cast<int32_t>(code), text);
+        class_map_.try_emplace(static_cast<int32_t>(code), text);  // the first text stays
         class_list_.push_back(static_cast<int32_t>(code));
         LOG(INFO) << "class val--" << code;
         return std::nullopt;

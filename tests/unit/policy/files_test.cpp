@@ -75,12 +75,12 @@ TEST_F(StatusFileTest, AFullDiskIsNotReported) {
 }
 
 TEST_F(StatusFileTest, AFileIsMadeUnderTheUmask) {
-    const mode_t before = umask(027);
+    const mode_t before = umask(002);
     Util::updateErrorFile(kStatusFile, "SUCCESS");
     umask(before);
     struct stat entry;
     ASSERT_EQ(stat(kStatusFile, &entry), 0);
-    EXPECT_EQ(entry.st_mode & 07777, 0640u);
+    EXPECT_EQ(entry.st_mode & 07777, 0664u);
 }
 
 TEST_F(StatusFileTest, AFileKeepsItsIdentity) {
