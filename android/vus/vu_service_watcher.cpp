@@ -15,8 +15,10 @@
 #include <unistd.h>
 
 #include <shared_mutex>
+#include <string>
 #include <string_view>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 
 #include "android/vus/paths.h"
@@ -82,16 +84,41 @@ void restoreBackup() {
     backupRestoreInProgress = true;
 }
 
-void confirmPolicy() {
+std::string contentOf(const char* path) {
+    std::string content;
+    base::ReadFileToString(path, &content);
+    return content;
+}
+
+// What a copy of the content looks like: every line has a line end, the last one too.
+std::string asCopied(std::string content) {
+    if (!content.empty() && content.back() != '\n') content += '\n';
+    return content;
+}
+
+// Makes the policy that was loaded the backup. A writer may be at the policy again by now, or the
+// disk be full: what the copy then left is not what was loaded, and the last good backup is put
+// back, because without one the next bad policy could never be rolled back. The writer's close
+// brings its policy here in its turn.
+void backUp(const std::string& loaded) {
+    const std::string last_good = contentOf(kPolicyBackupFile);
+    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
+    if (contentOf(kPolicyBackupFile) == asCopied(loaded) || last_good.empty()) return;
+    LOG(ERROR) << "the policy changed while it was backed up: keeping the last backup";
+    base::WriteStringToFile(last_good, kPolicyBackupFile);
+}
+
+void confirmPolicy(const std::string& loaded) {
     LOG(INFO) << "Parsing success, so update status file and create backup";
     Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
-    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
+    backUp(loaded);
 }
 
 // True if the administrator's policy is in force now and the attached devices are to be judged
 // again. The echo of a restore changes nothing but the tables.
 bool reloadPolicy() {
     LOG(INFO) << "Admin usb_device_config.xml config file call parsing";
+    const std::string loaded = contentOf(kPolicyFile);
     Util::createMapFromConfig(kPolicyFile);
     LOG(INFO) << "Parsing status xml_parse_status " << Util::xml_parse_status;
     if (!Util::xml_parse_status) {
@@ -103,7 +130,7 @@ bool reloadPolicy() {
         backupRestoreInProgress = false;
         return false;
     }
-    confirmPolicy();
+    confirmPolicy(loaded);
     return true;
 }
 
