@@ -4,7 +4,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -45,23 +44,6 @@ Tracker::Actions actions_of(Reporter* reporter) {
 }
 
 }  // namespace
-
-// Hears of the daemon's death on a binder thread, and makes a descriptor readable.
-class Hotplug::DeathNotice : public IBinder::DeathRecipient {
-  public:
-    DeathNotice() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    void binderDied(const wp<IBinder>& /*who*/) override { eventfd_write(event_.get(), 1); }
-
-    int fd() const { return event_.get(); }
-    // Whether the daemon has died since this was last asked.
-    bool taken() {
-        eventfd_t deaths = 0;
-        return eventfd_read(event_.get(), &deaths) == 0;
-    }
-
-  private:
-    const base::unique_fd event_;
-};
 
 Hotplug::Hotplug(std::function<FoundService()> find, std::function<void(const std::string&)> print)
       : find_(std::move(find)),

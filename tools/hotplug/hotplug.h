@@ -17,10 +17,10 @@
 #include <set>
 #include <string>
 
-#include <android-base/unique_fd.h>
 #include <binder/IBinder.h>
 #include <libudev.h>
 
+#include "tools/common/death_notice.h"
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/reporter.h"
 #include "tools/hotplug/tracker.h"
@@ -42,7 +42,6 @@ class Hotplug {
     bool run(int stop_fd);
 
   private:
-    class DeathNotice;
     using Udev = std::unique_ptr<udev, udev* (*)(udev*)>;
     using Monitor = std::unique_ptr<udev_monitor, udev_monitor* (*)(udev_monitor*)>;
 

@@ -72,7 +72,10 @@ void Reporter::drain() {
 void Reporter::report_judged(IVUsbService& service, const std::string& device, const Read& read) {
     const auto info = read();
     const auto before = reported(device);
-    if (before && (!info || fields(*info) != fields(*before))) report_removed(service, device);
+    const bool same = info && before && fields(*info) == fields(*before);
+    // The kernel never uses an input device's number again: it was found, and is announced now.
+    if (same && info->deviceType != 0) return;
+    if (before && !same) report_removed(service, device);
     if (!info) return;
     remember(device, *info, service);
     bool allowed = false;
@@ -107,8 +110,9 @@ void Reporter::remember(const std::string& device, const DeviceInfo& info,
 
 void Reporter::enqueue(const std::string& device, Report report) {
     const std::lock_guard<std::mutex> lock(mutex_);
+    if (service_ == nullptr) return;
     const auto [queue, fresh] = queues_.try_emplace(device);
-    queue->second.push_back(std::move(report));
+    queue->second.push_back([service = service_, report = std::move(report)] { report(*service); });
     // Detached, because nobody waits for one of them; drain() waits for all.
     if (fresh) std::thread(&Reporter::work, this, device).detach();
 }
@@ -117,24 +121,15 @@ void Reporter::work(const std::string& device) {
     std::unique_lock<std::mutex> lock(mutex_);
     const auto queue = queues_.find(device);
     while (!queue->second.empty()) {
-        const Report report = std::move(queue->second.front());
+        const auto report = std::move(queue->second.front());
         queue->second.pop_front();
         lock.unlock();
-        make_report(report);
+        report();
         lock.lock();
     }
     queues_.erase(queue);
     // Under the lock: the reporter may be gone as soon as it is free.
     idle_.notify_all();
-}
-
-void Reporter::make_report(const Report& report) {
-    sp<IVUsbService> service;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        service = service_;
-    }
-    if (service != nullptr) report(*service);
 }
 
 void Reporter::print(const std::string& device, const DeviceInfo& info, const std::string& answer) {

@@ -42,6 +42,8 @@ class Reporter {
 
     // The service to report to. Null while there is none: reports are dropped then and what was
     // reported is forgotten, because a new service knows of nothing and must be told of everything.
+    // A report that waits in a queue is still made to the service that was there when it was asked
+    // for.
     void set_service(const sp<IVUsbService>& service);
 
     // Asks for the device's verdict. `device` is what it is called in the printed lines.
@@ -64,15 +66,15 @@ class Reporter {
 
     void enqueue(const std::string& device, Report report);
     void work(const std::string& device);
-    void make_report(const Report& report);
     void print(const std::string& device, const DeviceInfo& info, const std::string& answer);
 
     const std::function<void(const std::string&)> print_;
     std::mutex mutex_;  // everything below
     std::condition_variable idle_;
     sp<IVUsbService> service_;
-    std::map<std::string, DeviceInfo> reported_;        // to the present service
-    std::map<std::string, std::deque<Report>> queues_;  // an entry here has a thread at work
+    std::map<std::string, DeviceInfo> reported_;  // to the present service
+    std::map<std::string, std::deque<std::function<void()>>>
+            queues_;  // an entry here has a thread at work
 };
 
 }  // namespace android::vus::hotplug

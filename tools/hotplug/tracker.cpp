@@ -16,8 +16,8 @@ namespace {
 constexpr std::chrono::seconds kBindLimit(30);
 constexpr std::chrono::milliseconds kQuietTime(500);
 
-// A USB device's name is its bus and ports. Root hubs are the controllers', not plugged in; they are
-// called "usb1", and their interfaces "1-0:1.0".
+// A USB device's name is its bus and ports. Root hubs are the controllers', not plugged in; they
+// are called "usb1", and their interfaces "1-0:1.0".
 bool is_device_name(const std::string& name) {
     return !name.empty() && isdigit(static_cast<unsigned char>(name[0])) &&
            !base::EndsWith(name, "-0");

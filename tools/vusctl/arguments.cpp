@@ -14,6 +14,7 @@ namespace {
 
 // "8,255" to {8, 255}; an empty text is no interface at all.
 bool parse_list(const std::string& text, std::vector<int32_t>* numbers) {
+    numbers->clear();
     if (text.empty()) return true;
     for (const std::string& piece : base::Split(text, ",")) {
         const auto number = parse_number(piece);
@@ -55,6 +56,7 @@ bool takes_value(const std::string& word) {
 
 std::optional<int32_t> parse_number(const std::string& text) {
     const bool hexadecimal = base::StartsWith(text, "0x") || base::StartsWith(text, "0X");
+    if (base::StartsWith(text, "0x-") || base::StartsWith(text, "0X-")) return std::nullopt;
     const char* const first = text.data() + (hexadecimal ? 2 : 0);
     const char* const last = text.data() + text.size();
     int64_t number = 0;

@@ -5,13 +5,15 @@
 #include <algorithm>
 #include <utility>
 
-#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <binder/IInterface.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
 #include <utils/Vector.h>
 
 #include "android/vus/paths.h"
+#include "tools/common/death_notice.h"
+#include "tools/common/text.h"
 #include "tools/vusctl/policy_tool.h"
 #include "tools/vusctl/render.h"
 #include "tools/vusctl/watch.h"
@@ -31,9 +33,21 @@ constexpr char kNotes[] =
         "A device for judge: --usb (the default) or --input, --id N, --name TEXT, --class N,\n"
         "--interfaces N,N,..., --vid N, --pid N; numbers are decimal, or hexadecimal with 0x. It\n"
         "is judged as if it were attached: it enters the daemon's list.\n"
+        "A FILE of - is the standard input.\n"
         "\n"
         "Exit status: 0 done, or allowed; 1 not allowed, or policy rejected; 2 wrong usage;\n"
         "3 the daemon is not running; 4 something else failed.\n";
+
+bool asks_for_help(const Words& words) {
+    return words[0] == "help" || words[0] == "-h" ||
+           std::find(words.begin(), words.end(), "--help") != words.end();
+}
+
+// Whether the words are nothing but an optional --json.
+bool only_json(const Words& words, bool* json) {
+    *json = words == Words{"--json"};
+    return *json || words.empty();
+}
 
 }  // namespace
 
@@ -59,32 +73,26 @@ const std::vector<Client::Command>& Client::commands() {
     return table;
 }
 
-Client::Client(std::function<sp<IVUsbService>()> connect, std::ostream& out, std::ostream& err,
-               int out_fd, std::function<void()> until_interrupted)
-      : connect_(std::move(connect)),
-        out_(out),
-        err_(err),
-        out_fd_(out_fd),
-        until_interrupted_(std::move(until_interrupted)) {}
+Client::Client(std::function<FoundService()> find, std::ostream& out, std::ostream& err, int out_fd,
+               std::function<void(int fd)> wait)
+      : find_(std::move(find)), out_(out), err_(err), out_fd_(out_fd), wait_(std::move(wait)) {}
 
-static void print_usage(std::ostream& stream, const std::string& commands) {
-    stream << kIntroduction << commands << kNotes;
+void Client::print_usage(std::ostream& stream) {
+    stream << kIntroduction;
+    for (const Command& command : commands()) {
+        const std::string call = std::string(command.name) + " " + command.arguments;
+        stream << base::StringPrintf("  %-31s %s\n", call.c_str(), command.summary);
+    }
+    stream << kNotes;
 }
 
 int Client::Run(const Words& words) {
-    std::string usage;
-    for (const Command& command : commands()) {
-        const std::string call = std::string(command.name) + " " + command.arguments;
-        usage += "  " + call +
-                 std::string(std::max<int>(1, 32 - static_cast<int>(call.size())), ' ') +
-                 command.summary + "\n";
-    }
     if (words.empty()) {
-        print_usage(err_, usage);
+        print_usage(err_);
         return kUsage;
     }
-    if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
-        print_usage(out_, usage);
+    if (asks_for_help(words)) {
+        print_usage(out_);
         return kDone;
     }
     for (const Command& command : commands()) {
@@ -106,15 +114,9 @@ int Client::failure(const binder::Status& status) {
 }
 
 sp<IVUsbService> Client::service() {
-    sp<IVUsbService> service = connect_();
-    if (service == nullptr) err_ << "vusctl: the daemon is not running\n";
-    return service;
-}
-
-// Whether the words are nothing but an optional --json.
-static bool only_json(const Words& words, bool* json) {
-    *json = words == Words{"--json"};
-    return *json || words.empty();
+    const FoundService found = find_();
+    if (found.service == nullptr) err_ << "vusctl: " << found.why_not << "\n";
+    return found.service;
 }
 
 int Client::list(const Words& words) {
@@ -130,6 +132,7 @@ int Client::list(const Words& words) {
 }
 
 int Client::judge(const Words& words) {
+    if (words.empty()) return usage_error("judge takes a device's description");
     std::string error;
     const auto info = parse_device(words, &error);
     if (!info) return usage_error(error);
@@ -153,7 +156,10 @@ int Client::print_verdict(IVUsbService& service, const DeviceInfo& info, bool al
         out_ << (allowed ? "not listed: the daemon allows everything\n"
                          : "not listed: an HID device is judged as an input device\n");
     } else {
-        out_ << printable(record->reason) << "\n";
+        // The daemon keeps the first record of an id.
+        const bool earlier = (record->status == 1) != allowed;
+        out_ << (earlier ? "listed with an earlier verdict: " : "") << printable(record->reason)
+             << "\n";
     }
     return allowed ? kDone : kRefused;
 }
@@ -194,17 +200,23 @@ int Client::watch(const Words& words) {
     if (!only_json(words, &json)) return usage_error("watch takes --json or nothing");
     const sp<IVUsbService> daemon = service();
     if (daemon == nullptr) return kNoService;
+    const sp<DeathNotice> death = new DeathNotice;
+    IInterface::asBinder(daemon)->linkToDeath(death);
     const sp<IVUsbServiceCallback> printer = new EventPrinter(out_, json);
     const binder::Status status = daemon->registerVusCallback(printer);
     if (!status.isOk()) return failure(status);
-    until_interrupted_();
+    wait_(death->fd());
+    if (death->taken()) {
+        err_ << "vusctl: the daemon has ended\n";
+        return kNoService;
+    }
     daemon->unregisterVusCallback(printer);
     return kDone;
 }
 
 int Client::policy(const Words& words) {
     const std::string verb = words.empty() ? "" : words[0];
-    if (verb == "show" && words.size() == 1) return print_file(kPolicyFile, out_, err_);
+    if (verb == "show" && words.size() == 1) return print_policy(out_, err_);
     if (verb == "check" && words.size() == 2) return check_policy(words[1], out_, err_);
     if (verb == "set" && words.size() == 2) {
         // Without the daemon nobody would read the new policy, answer, or roll it back.
@@ -215,9 +227,7 @@ int Client::policy(const Words& words) {
 
 int Client::status(const Words& words) {
     if (!words.empty()) return usage_error("status takes no argument");
-    const int result = print_file(kStatusFile, out_, err_);
-    if (result == kDone) out_ << "\n";  // the file has no line end of its own
-    return result;
+    return print_status(out_, err_);
 }
 
 }  // namespace android::vus::ctl

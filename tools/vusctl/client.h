@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "android/vus/IVUsbService.h"
+#include "tools/common/service_finder.h"
 #include "tools/vusctl/arguments.h"
 
 namespace android::vus::ctl {
@@ -27,11 +27,11 @@ inline constexpr int kFailed = 4;  // a file or the daemon did not do what was a
 
 class Client {
   public:
-    // `connect` answers the service, or null at once if there is none. `out_fd` is the descriptor
-    // behind `out`, to which the daemon itself writes its dump. `until_interrupted` blocks while
-    // `watch` is to go on.
-    Client(std::function<sp<IVUsbService>()> connect, std::ostream& out, std::ostream& err,
-           int out_fd, std::function<void()> until_interrupted);
+    // `find` answers the service, or at once why there is none. `out_fd` is the descriptor behind
+    // `out`, to which the daemon itself writes its dump. `wait` blocks until the user wants no
+    // more, or until the descriptor that it is given is readable.
+    Client(std::function<FoundService()> find, std::ostream& out, std::ostream& err, int out_fd,
+           std::function<void(int fd)> wait);
 
     // Runs one command line, without the program's name. Returns the exit status.
     int Run(const Words& words);
@@ -40,6 +40,7 @@ class Client {
     struct Command;
     static const std::vector<Command>& commands();
 
+    static void print_usage(std::ostream& stream);
     int usage_error(const std::string& message);
     int failure(const binder::Status& status);
     // The service for a command that needs it; says so if there is none.
@@ -57,11 +58,11 @@ class Client {
     // The stored record of a device that was judged just now.
     int print_verdict(IVUsbService& service, const DeviceInfo& info, bool allowed);
 
-    const std::function<sp<IVUsbService>()> connect_;
+    const std::function<FoundService()> find_;
     std::ostream& out_;
     std::ostream& err_;
     const int out_fd_;
-    const std::function<void()> until_interrupted_;
+    const std::function<void(int fd)> wait_;
 };
 
 }  // namespace android::vus::ctl

@@ -2,55 +2,59 @@
 //
 // vusctl: asks the daemon, and changes its policy. See client.h.
 
+#include <poll.h>
 #include <signal.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <iostream>
+#include <iterator>
 
-#include <binder/IServiceManager.h>
+#include <android-base/unique_fd.h>
 #include <binder/ProcessState.h>
 
-#include "android/vus/paths.h"
+#include "tools/common/service_finder.h"
 #include "tools/vusctl/client.h"
 
 namespace {
 
-using android::sp;
-using android::vus::IVUsbService;
+using android::base::unique_fd;
+using android::vus::FoundService;
 
-// Never waits: a missing service is an answer, too.
-sp<IVUsbService> find_service() {
-    // libbinder would end the process on a machine without the driver.
-    if (access("/dev/binder", R_OK | W_OK) != 0) return nullptr;
-    android::ProcessState::self()->startThreadPool();
-    return android::interface_cast<IVUsbService>(android::defaultServiceManager()->checkService(
-            android::String16(android::vus::kServiceName)));
+FoundService find_service() {
+    FoundService found = android::vus::find_service();
+    // For callbacks, and the notice of the daemon's death.
+    if (found.service != nullptr) android::ProcessState::self()->startThreadPool();
+    return found;
 }
 
-sigset_t interrupts() {
+// Readable when the user has had enough.
+unique_fd interrupts() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
-    return signals;
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return unique_fd(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-void wait_for_interrupt() {
-    const sigset_t signals = interrupts();
-    int caught = 0;
-    sigwait(&signals, &caught);
+void wait_for_either(int one, int other) {
+    pollfd sources[] = {{one, POLLIN, 0}, {other, POLLIN, 0}};
+    while (poll(sources, std::size(sources), -1) <= 0) {
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
-    if (!words.empty() && words[0] == "watch") {
-        // Before any thread is started, so that none of them takes the signal.
-        const sigset_t signals = interrupts();
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
-    }
+    // Before any thread is started, so that none of them takes the signal. Every other command
+    // ends at once, as programs do.
+    unique_fd interrupted;
+    if (!words.empty() && words[0] == "watch") interrupted = interrupts();
     return android::vus::ctl::Client(find_service, std::cout, std::cerr, STDOUT_FILENO,
-                                     wait_for_interrupt)
+                                     [&interrupted](int fd) {
+                                         wait_for_either(interrupted.get(), fd);
+                                     })
             .Run(words);
 }

@@ -8,9 +8,8 @@
 #include <poll.h>
 #include <string.h>
 #include <sys/inotify.h>
+#include <sys/mman.h>
 #include <unistd.h>
-
-#include <chrono>
 
 #include <android-base/file.h>
 #include <android-base/logging.h>
@@ -18,54 +17,85 @@
 
 #include "android/vus/paths.h"
 #include "android/vus/util.h"
+#include "tools/common/text.h"
 #include "tools/vusctl/client.h"
-#include "tools/vusctl/render.h"
 
 namespace android::vus::ctl {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
 constexpr char kSuccess[] = "SUCCESS";
-// The daemon answers within milliseconds, unless it is in the middle of an undock.
-constexpr std::chrono::seconds kAnswerLimit(10);
 // An answer other than success is final when nothing follows it for this long: a policy without
 // rules is answered with the text of an earlier one first.
-constexpr std::chrono::milliseconds kQuietTime(300);
+constexpr milliseconds kQuietTime(300);
 
 int file_error(std::ostream& err, const char* what, const std::string& path) {
     err << "vusctl: cannot " << what << " " << path << ": " << strerror(errno) << "\n";
     return kFailed;
 }
 
-// The loader's answer to a file, by the daemon's own rules.
-std::string loader_answer(const std::string& path) {
-    const TemporaryFile answer;
-    // The daemon's log lines would only hide the answer.
-    base::SetLogger(
-            [](base::LogId, base::LogSeverity, const char*, const char*, unsigned, const char*) {});
-    const char* const status_file = Util::statusFilePath;
-    Util::statusFilePath = answer.path;
-    Util::createMapFromConfig(path);
-    Util::statusFilePath = status_file;
-    if (Util::xml_parse_status) return kSuccess;
-    std::string text;
-    base::ReadFileToString(answer.path, &text);
-    return text;
+bool read_all(const std::string& path, std::string* content) {
+    if (path == "-") return base::ReadFdToString(STDIN_FILENO, content);
+    return base::ReadFileToString(path, content, /*follow_symlinks=*/true);
+}
+
+// A file in memory, with a path for those who want to open one.
+class MemoryFile {
+  public:
+    explicit MemoryFile(const std::string& content) : fd_(memfd_create("vusctl", MFD_CLOEXEC)) {
+        usable_ = fd_.ok() && base::WriteStringToFd(content, fd_.get());
+    }
+
+    bool usable() const { return usable_; }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_.get()); }
+
+  private:
+    const base::unique_fd fd_;
+    bool usable_;
+};
+
+// Has the loader of this process report to another file.
+class StatusRedirection {
+  public:
+    explicit StatusRedirection(const char* path) : before_(Util::statusFilePath) {
+        Util::statusFilePath = path;
+    }
+    ~StatusRedirection() { Util::statusFilePath = before_; }
+
+  private:
+    const char* const before_;
+};
+
+// The loader's answer to a policy, by the daemon's own rules; false if it cannot be had.
+bool ask_loader(const std::string& content, std::string* answer) {
+    const MemoryFile policy(content), status("");
+    if (!policy.usable() || !status.usable()) return false;
+    const std::string status_path = status.path();
+    {
+        // The daemon's log lines would only hide the answer.
+        const base::ScopedLogSeverity quiet(base::FATAL_WITHOUT_ABORT);
+        const StatusRedirection redirection(status_path.c_str());
+        Util::createMapFromConfig(policy.path());
+    }
+    *answer = kSuccess;
+    return Util::xml_parse_status || base::ReadFileToString(status_path, answer, true);
 }
 
 // Hears when the status file is closed after writing.
 class StatusWatch {
   public:
-    StatusWatch() : inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    explicit StatusWatch(milliseconds limit)
+          : limit_(limit), inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
         inotify_add_watch(inotify_.get(), kConfigDir, IN_CLOSE_WRITE);
     }
 
     // Waits for the daemon's answer; an empty text if there is none.
     std::string answer() {
         std::string text;
-        auto deadline = Clock::now() + kAnswerLimit;
+        auto deadline = Clock::now() + limit_;
         while (text != kSuccess && written_before(deadline)) {
             base::ReadFileToString(kStatusFile, &text);
             deadline = Clock::now() + kQuietTime;
@@ -75,13 +105,13 @@ class StatusWatch {
 
   private:
     bool written_before(Clock::time_point deadline) {
-        while (true) {
-            if (read_events()) return true;
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        while (!read_events()) {
+            const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
             if (left.count() <= 0) return false;
             pollfd source = {inotify_.get(), POLLIN, 0};
             poll(&source, 1, static_cast<int>(left.count()));
         }
+        return true;
     }
 
     // Whether the status file is among what was written.
@@ -97,39 +127,19 @@ class StatusWatch {
         return found;
     }
 
+    const milliseconds limit_;
     const base::unique_fd inotify_;
 };
 
 bool write_in_place(const std::string& content) {
-    base::unique_fd fd(open(kPolicyFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    const base::unique_fd fd(open(kPolicyFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     return fd.ok() && base::WriteStringToFd(content, fd.get());
 }
 
-}  // namespace
-
-int print_file(const std::string& path, std::ostream& out, std::ostream& err) {
-    std::string content;
-    if (!base::ReadFileToString(path, &content)) return file_error(err, "read", path);
-    out << content;
-    return kDone;
-}
-
-int check_policy(const std::string& path, std::ostream& out, std::ostream& err) {
-    if (access(path.c_str(), R_OK) != 0) return file_error(err, "read", path);
-    const std::string answer = loader_answer(path);
-    out << printable(answer) << "\n";
-    return answer == kSuccess ? kDone : kRefused;
-}
-
-int set_policy(const std::string& path, std::ostream& out, std::ostream& err) {
-    std::string content;
-    if (!base::ReadFileToString(path, &content)) return file_error(err, "read", path);
-    const std::string verdict = loader_answer(path);
-    if (verdict != kSuccess) {
-        err << "vusctl: not set, the policy would be rejected: " << printable(verdict) << "\n";
-        return kRefused;
-    }
-    StatusWatch watch;
+// Writes a policy that was found good, and tells what the daemon says to it.
+int put_in_force(const std::string& content, std::ostream& out, std::ostream& err,
+                 milliseconds answer_limit) {
+    StatusWatch watch(answer_limit);
     if (!write_in_place(content)) return file_error(err, "write", kPolicyFile);
     const std::string answer = watch.answer();
     if (answer.empty()) {
@@ -138,6 +148,42 @@ int set_policy(const std::string& path, std::ostream& out, std::ostream& err) {
     }
     out << printable(answer) << "\n";
     return answer == kSuccess ? kDone : kRefused;
+}
+
+}  // namespace
+
+int print_policy(std::ostream& out, std::ostream& err) {
+    std::string content;
+    if (!read_all(kPolicyFile, &content)) return file_error(err, "read", kPolicyFile);
+    out << content;
+    return kDone;
+}
+
+int print_status(std::ostream& out, std::ostream& err) {
+    std::string text;
+    if (!read_all(kStatusFile, &text)) return file_error(err, "read", kStatusFile);
+    out << printable(text) << "\n";
+    return kDone;
+}
+
+int check_policy(const std::string& path, std::ostream& out, std::ostream& err) {
+    std::string content, answer;
+    if (!read_all(path, &content)) return file_error(err, "read", path);
+    if (!ask_loader(content, &answer)) return file_error(err, "check", path);
+    out << printable(answer) << "\n";
+    return answer == kSuccess ? kDone : kRefused;
+}
+
+int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
+               milliseconds answer_limit) {
+    std::string content, verdict;
+    if (!read_all(path, &content)) return file_error(err, "read", path);
+    if (!ask_loader(content, &verdict)) return file_error(err, "check", path);
+    if (verdict != kSuccess) {
+        err << "vusctl: not set, the policy would be rejected: " << printable(verdict) << "\n";
+        return kRefused;
+    }
+    return put_in_force(content, out, err, answer_limit);
 }
 
 }  // namespace android::vus::ctl

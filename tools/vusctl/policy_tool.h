@@ -1,16 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The policy as a file: printed, checked by the daemon's own loader, replaced. Each returns an exit
-// status of vusctl.
+// status of vusctl. A path of "-" is the standard input.
 
 #pragma once
 
+#include <chrono>
 #include <ostream>
 #include <string>
 
 namespace android::vus::ctl {
 
-int print_file(const std::string& path, std::ostream& out, std::ostream& err);
+// The daemon answers within milliseconds, unless it is in the middle of an undock.
+inline constexpr std::chrono::seconds kAnswerLimit(10);
+
+// The policy that is in force, byte by byte.
+int print_policy(std::ostream& out, std::ostream& err);
+
+// What became of the last policy.
+int print_status(std::ostream& out, std::ostream& err);
 
 // Loads the file with the daemon's rules in this process; the daemon does not notice. Prints the
 // text that the daemon would answer.
@@ -19,6 +27,7 @@ int check_policy(const std::string& path, std::ostream& out, std::ostream& err);
 // Checks the file, writes it over the policy in place, and waits for the daemon's answer. In place,
 // because the daemon reloads when the policy is closed after writing, and a file that is renamed
 // over it never is.
-int set_policy(const std::string& path, std::ostream& out, std::ostream& err);
+int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
+               std::chrono::milliseconds answer_limit = kAnswerLimit);
 
 }  // namespace android::vus::ctl

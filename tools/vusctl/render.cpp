@@ -7,46 +7,22 @@
 
 #include <android-base/stringprintf.h>
 
+#include "tools/common/text.h"
+
 namespace android::vus::ctl {
 
 namespace {
 
 using base::StringPrintf;
 
-constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
-
-bool is_control(unsigned char byte) {
-    return byte < 0x20 || byte == 0x7F;
-}
-
-bool is_continuation(unsigned char byte) {
-    return (byte & 0xC0) == 0x80;
-}
-
-// How many bytes the first character of `text` at `at` takes; 0 if they are no UTF-8.
-size_t utf8_length(const std::string& text, size_t at) {
-    const auto lead = static_cast<unsigned char>(text[at]);
-    if (lead < 0x80) return 1;
-    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || at + length > text.size()) return 0;
-    const auto second = static_cast<unsigned char>(text[at + 1]);
-    // Overlong forms, surrogates, and what lies beyond U+10FFFF.
-    if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
-        (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F)) {
-        return 0;
-    }
-    for (size_t next = at + 1; next < at + length; ++next) {
-        if (!is_continuation(static_cast<unsigned char>(text[next]))) return 0;
-    }
-    return length;
-}
-
-std::string json_character(const std::string& text, size_t at, size_t length) {
+// The character of a valid text at `at`, as it stands in a JSON string.
+std::string json_character(const std::string& text, size_t at) {
     const char first = text[at];
-    if (length == 0) return kReplacement;
     if (first == '"' || first == '\\') return std::string("\\") + first;
-    if (is_control(static_cast<unsigned char>(first))) return StringPrintf("\\u%04x", first);
-    return text.substr(at, length);
+    if (static_cast<unsigned char>(first) < 0x20 || first == 0x7F) {
+        return StringPrintf("\\u%04x", first);
+    }
+    return text.substr(at, utf8_length(text, at));
 }
 
 std::string json_numbers(const std::vector<int32_t>& numbers) {
@@ -69,30 +45,22 @@ Row row_of(const DeviceInfo& device) {
             printable(device.reason)};
 }
 
+// Widths are in characters; printf() would count bytes.
 std::string line_of(const Row& row, const std::array<size_t, 6>& widths) {
     std::string line;
     for (size_t column = 0; column < row.size(); ++column) {
-        line += StringPrintf("%-*s  ", static_cast<int>(widths[column]), row[column].c_str());
+        line += row[column] + std::string(widths[column] - character_count(row[column]) + 2, ' ');
     }
     return line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
 }
 
 }  // namespace
 
-std::string printable(const std::string& text) {
-    std::string clean = text;
-    std::replace_if(
-            clean.begin(), clean.end(),
-            [](char c) { return is_control(static_cast<unsigned char>(c)); }, '?');
-    return clean;
-}
-
 std::string json_string(const std::string& text) {
+    const std::string valid = valid_utf8(text);
     std::string json = "\"";
-    for (size_t at = 0; at < text.size();) {
-        const size_t length = utf8_length(text, at);
-        json += json_character(text, at, length);
-        at += std::max<size_t>(length, 1);
+    for (size_t at = 0; at < valid.size(); at += utf8_length(valid, at)) {
+        json += json_character(valid, at);
     }
     return json + "\"";
 }
@@ -103,7 +71,7 @@ std::string text_table(const std::vector<DeviceInfo>& devices) {
     std::array<size_t, 6> widths = {};
     for (const Row& row : rows) {
         for (size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], row[column].size());
+            widths[column] = std::max(widths[column], character_count(row[column]));
         }
     }
     std::string text;

@@ -12,9 +12,6 @@
 
 namespace android::vus::ctl {
 
-// `text` without control characters, for a terminal.
-std::string printable(const std::string& text);
-
 // `text` as a JSON string, quotes included. Bytes that are no UTF-8 become U+FFFD.
 std::string json_string(const std::string& text);
 

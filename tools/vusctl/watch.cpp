@@ -4,6 +4,7 @@
 
 #include <android-base/stringprintf.h>
 
+#include "tools/common/text.h"
 #include "tools/vusctl/render.h"
 
 namespace android::vus::ctl {

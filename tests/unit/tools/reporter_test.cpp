@@ -76,6 +76,18 @@ TEST_F(ReporterTest, SameDeviceIsJudgedAgainWithoutRemoval) {
     EXPECT_THAT(Calls(), ElementsAre("judge 1005", "judge 1005"));
 }
 
+TEST_F(ReporterTest, SameInputDeviceIsJudgedOnce) {
+    DeviceInfo keyboard;
+    keyboard.deviceType = 1;
+    keyboard.deviceId = 5;
+    Judge("input5", keyboard);
+    Judge("input5", keyboard);
+    EXPECT_THAT(Calls(), ElementsAre("judge 5"));
+    reporter_.removed("input5");
+    Judge("input5", keyboard);
+    EXPECT_THAT(Calls(), ElementsAre("update 5 0", "judge 5"));
+}
+
 TEST_F(ReporterTest, DeviceThatHasBecomeAnotherIsRemovedFirst) {
     Judge("1-2", Disk(1005));
     DeviceInfo grown = Disk(1005);

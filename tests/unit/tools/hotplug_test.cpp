@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The whole component, between events that come from the kernel and a daemon that can die: only
+// the devices are made of files.
+
+#include "tools/hotplug/hotplug.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <time.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "tests/support/world.h"
+#include "tests/unit/tools/fake_service.h"
+#include "tests/unit/tools/uevents.h"
+
+namespace android::vus::hotplug {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+constexpr char kController[] = "/devices/pci0000:00/0000:00:08.0/usb1/";
+
+class HotplugTest : public testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        // libudev takes only a real sysfs otherwise.
+        setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
+        private_network_ = EnterPrivateNetwork();
+    }
+
+    void SetUp() override {
+        if (!private_network_) GTEST_SKIP() << "the kernel allows no network namespace";
+        EmptyWorld();
+        MakeDir("/sys/bus/usb/devices");
+        MakeDir("/sys/class");
+    }
+
+    void TearDown() override { Stop(); }
+
+    static void Attribute(const std::string& entry, const std::string& name,
+                          const std::string& value) {
+        WriteFile(std::string("/sys") + kController + entry + "/" + name, value);
+    }
+
+    // A disk without its interface: what the kernel announces first.
+    static void AddDevice(const std::string& entry, int number) {
+        Attribute(entry, "busnum", "1\n");
+        Attribute(entry, "devnum", std::to_string(number) + "\n");
+        Attribute(entry, "bDeviceClass", "00\n");
+        Attribute(entry, "idVendor", "0951\n");
+        Attribute(entry, "idProduct", "1666\n");
+        Attribute(entry, "uevent", "DEVTYPE=usb_device\n");
+        Link(entry);
+    }
+
+    static void AddInterface(const std::string& entry, int number, const std::string& code) {
+        const std::string interface = entry + ":1." + std::to_string(number);
+        Attribute(entry + "/" + interface, "bInterfaceNumber", "0" + std::to_string(number));
+        Attribute(entry + "/" + interface, "bInterfaceClass", code);
+        Attribute(entry + "/" + interface, "uevent", "DEVTYPE=usb_interface\n");
+        Link(entry + "/" + interface);
+    }
+
+    static void Link(const std::string& path) {
+        const std::string device = std::string("/sys") + kController + path;
+        const std::string name = std::filesystem::path(path).filename();
+        std::filesystem::create_symlink(device, "/sys/bus/usb/devices/" + name);
+        std::filesystem::create_directory_symlink("/sys/bus/usb", device + "/subsystem");
+    }
+
+    static void RemoveDevice(const std::string& entry) {
+        RemoveTree(std::string("/sys") + kController + entry);
+        RemoveFile("/sys/bus/usb/devices/" + entry);
+    }
+
+    static void Usb(const std::string& action, const std::string& path) {
+        SendEvent(action, kController + path, "usb");
+    }
+
+    // Runs the loop until Stop(), and waits until it has looked around and hears events. A device
+    // of the start's own tells: it is found present, and then announced.
+    void Start() {
+        AddDevice("1-99", 99);
+        stop_ = base::unique_fd(eventfd(0, EFD_CLOEXEC));
+        thread_ = std::thread([this] {
+            Hotplug hotplug([this] { return Find(); }, nullptr);
+            EXPECT_TRUE(hotplug.run(stop_.get()));
+        });
+        WaitUntil([this] { return searches_ > 0; });  // it listens before it looks for the daemon
+        Usb("bind", "1-99");
+        EXPECT_THAT(fake_->TakeAtLeast(2), ElementsAre("judge 1099", "judge 1099"));
+        RemoveDevice("1-99");
+        Usb("remove", "1-99");
+        EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("update 1099 0"));
+    }
+
+    void Stop() {
+        if (!thread_.joinable()) return;
+        eventfd_write(stop_.get(), 1);
+        thread_.join();
+    }
+
+    template <typename Condition>
+    void WaitUntil(Condition condition) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        EXPECT_TRUE(searched_.wait_for(lock, std::chrono::seconds(10), condition));
+    }
+
+    FoundService Find() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++searches_;
+        searched_.notify_all();
+        return {remote_.service, remote_.service == nullptr ? "not there" : ""};
+    }
+
+    void DaemonIs(const RemoteService& remote) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        remote_ = remote;
+    }
+
+    static bool private_network_;
+    sp<FakeService> fake_ = new FakeService;
+    std::mutex mutex_;
+    std::condition_variable searched_;
+    int searches_ = 0;
+    RemoteService remote_ = Remote(fake_);
+    base::unique_fd stop_;
+    std::thread thread_;
+};
+
+bool HotplugTest::private_network_ = false;
+
+TEST_F(HotplugTest, WhatIsPresentIsJudgedOnce) {
+    AddDevice("1-1", 2);
+    AddInterface("1-1", 0, "08");
+    AddDevice("1-2", 3);
+    AddInterface("1-2", 0, "09");  // a hub
+    AddDevice("1-2/1-2.4", 4);     // and a device behind it
+    Hotplug hotplug([this] { return Find(); }, nullptr);
+    std::string why_not;
+    EXPECT_TRUE(hotplug.run_once(&why_not)) << why_not;
+    EXPECT_THAT(fake_->Take(), UnorderedElementsAre("judge 1002", "judge 1004"));
+}
+
+TEST_F(HotplugTest, MissingDaemonEndsTheSingleRun) {
+    DaemonIs({});
+    Hotplug hotplug([this] { return Find(); }, nullptr);
+    std::string why_not;
+    EXPECT_FALSE(hotplug.run_once(&why_not));
+    EXPECT_EQ(why_not, "not there");
+}
+
+TEST_F(HotplugTest, DeadDaemonEndsTheSingleRun) {
+    remote_.binder->Die();
+    Hotplug hotplug([this] { return Find(); }, nullptr);
+    std::string why_not;
+    EXPECT_FALSE(hotplug.run_once(&why_not));
+    EXPECT_EQ(why_not, "the daemon has just ended");
+}
+
+TEST_F(HotplugTest, DeviceIsJudgedWhenTheKernelHasBoundIt) {
+    Start();
+    AddDevice("1-1", 2);
+    Usb("add", "1-1");
+    AddInterface("1-1", 0, "08");
+    Usb("add", "1-1/1-1:1.0");
+    Usb("bind", "1-1/1-1:1.0");
+    EXPECT_THAT(fake_->Take(), IsEmpty());
+    Usb("bind", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    RemoveDevice("1-1");
+    Usb("remove", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("update 1002 0"));
+}
+
+TEST_F(HotplugTest, InterfacesOfAnotherConfigurationAreJudged) {
+    Start();
+    AddDevice("1-1", 2);
+    Usb("add", "1-1");
+    Usb("bind", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    AddInterface("1-1", 0, "08");
+    Usb("add", "1-1/1-1:1.0");
+    EXPECT_THAT(fake_->TakeAtLeast(2), ElementsAre("update 1002 0", "judge 1002"));
+}
+
+TEST_F(HotplugTest, EverythingIsJudgedWhenTheDaemonComesBack) {
+    Start();
+    AddDevice("1-1", 2);
+    Usb("bind", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    const sp<FakeService> next = new FakeService;
+    const RemoteService before = remote_;
+    DaemonIs({});
+    before.binder->Die();
+    WaitUntil([this] { return searches_ > 2; });
+    AddDevice("1-3", 5);  // while the daemon is away
+    Usb("add", "1-3");
+    Usb("bind", "1-3");
+    DaemonIs(Remote(next));
+    EXPECT_THAT(next->TakeAtLeast(2), UnorderedElementsAre("judge 1002", "judge 1005"));
+    Usb("remove", "1-1");
+    EXPECT_THAT(next->TakeAtLeast(1), ElementsAre("update 1002 0"));
+}
+
+TEST_F(HotplugTest, BurstOfEventsIsReportedInFull) {
+    Start();
+    constexpr int kDevices = 100;
+    for (int device = 1; device <= kDevices; ++device) {
+        const std::string entry = "1-" + std::to_string(device);
+        AddDevice(entry, device);
+        Usb("add", entry);
+        Usb("bind", entry);
+    }
+    std::vector<std::string> expected;
+    for (int device = 1; device <= kDevices; ++device) {
+        expected.push_back("judge " + std::to_string(1000 + device));
+    }
+    EXPECT_THAT(fake_->TakeAtLeast(kDevices), testing::UnorderedElementsAreArray(expected));
+}
+
+TEST_F(HotplugTest, EventsOfOthersAreNotHeeded) {
+    Start();
+    AddDevice("1-1", 2);
+    SendEvent("add", "/devices/virtual/net/1-1", "net");
+    SendEvent("bind", std::string(kController) + "1-1", "usbmisc");
+    Usb("change", "1-1");
+    AddDevice("1-2", 3);
+    Usb("bind", "1-2");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1003"));
+}
+
+TEST_F(HotplugTest, LoopSleepsWhileNothingHappens) {
+    Start();
+    AddDevice("1-1", 2);
+    Usb("bind", "1-1");
+    fake_->TakeAtLeast(1);
+    const int searches = searches_;
+    clockid_t clock;
+    ASSERT_EQ(pthread_getcpuclockid(thread_.native_handle(), &clock), 0);
+    timespec before, after;
+    clock_gettime(clock, &before);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    clock_gettime(clock, &after);
+    EXPECT_EQ(before.tv_sec, after.tv_sec);
+    EXPECT_EQ(before.tv_nsec, after.tv_nsec) << "the loop has run meanwhile";
+    EXPECT_EQ(searches_, searches);
+}
+
+}  // namespace
+}  // namespace android::vus::hotplug
