@@ -109,11 +109,6 @@ inline void append(listlinks* head, listlinks* node) {
     head->prev = node;
 }
 
-inline void remove(listlinks* node) {
-    node->prev->next = node->next;
-    node->next->prev = node->prev;
-}
-
 // The nodes of a list, for a range-based for. The node at hand may not be removed.
 template <typename Node>
 class Nodes {

@@ -213,10 +213,11 @@ void trace_record(int32_t id, const usbinterface& interface) {
 
 template <typename Node>
 void delete_nodes(listlinks* head) {
-    while (head->next != head) {
-        listlinks* const node = head->next;
-        usb::remove(node);
-        delete reinterpret_cast<Node*>(node);
+    listlinks* next = head->next;
+    *head = {head, head};
+    while (next != head) {
+        const std::unique_ptr<Node> node(reinterpret_cast<Node*>(next));
+        next = next->next;
     }
 }
 

@@ -16,18 +16,18 @@ class CategoryTest : public UsbTest {
 
     void SetUp() override {
         UsbTest::SetUp();
-        make_dir(path_of(kName));
+        MakeDir(UsbPath(kName));
         strcpy(node_.name, kName);
     }
 
-    static std::string below(const std::string& name) { return path_of(kName, name); }
+    static std::string below(const std::string& name) { return UsbPath(kName, name); }
 
     // Makes a sub-directory of the interface, and waits for no one: the kernel of the tests lists
     // the newest entry first, which expect_order() checks.
-    static void add_dir(const std::string& name) { make_dir(below(name)); }
+    static void add_dir(const std::string& name) { MakeDir(below(name)); }
     static void expect_order(const std::vector<std::string>& names) {
         std::vector<std::string> listed;
-        for (const std::string& name : listing(path_of(kName))) {
+        for (const std::string& name : listing(UsbPath(kName))) {
             if (name != "." && name != "..") listed.push_back(name);
         }
         ASSERT_EQ(listed, names) << "the test depends on this order";
@@ -45,8 +45,8 @@ class CategoryTest : public UsbTest {
 };
 
 TEST_F(CategoryTest, AnInterfaceWithoutAFunctionIsNone) {
-    write_file(below("bInterfaceClass"), "ff\n");
-    make_dir(below("power"));
+    WriteFile(below("bInterfaceClass"), "ff\n");
+    MakeDir(below("power"));
     node_.category = 7;
     strcpy(node_.category_path, "before");
     EXPECT_THAT(classify(), IsEmpty());
@@ -54,15 +54,15 @@ TEST_F(CategoryTest, AnInterfaceWithoutAFunctionIsNone) {
 }
 
 TEST_F(CategoryTest, AnInterfaceWithoutADirectoryIsNoneAndSaidSo) {
-    std::filesystem::remove_all(path_of(kName));
-    EXPECT_THAT(classify(), ElementsAre("I Cannot open directory ", "I " + path_of(kName)));
+    std::filesystem::remove_all(UsbPath(kName));
+    EXPECT_THAT(classify(), ElementsAre("I Cannot open directory ", "I " + UsbPath(kName)));
     expect(0, "empty");
 }
 
 TEST_F(CategoryTest, AFileIsNoInterfaceDirectory) {
-    std::filesystem::remove_all(path_of(kName));
-    write_file(path_of(kName), "a file where a directory is expected");
-    EXPECT_THAT(classify(), ElementsAre("I Cannot open directory ", "I " + path_of(kName)));
+    std::filesystem::remove_all(UsbPath(kName));
+    WriteFile(UsbPath(kName), "a file where a directory is expected");
+    EXPECT_THAT(classify(), ElementsAre("I Cannot open directory ", "I " + UsbPath(kName)));
     expect(0, "empty");
 }
 
@@ -72,7 +72,7 @@ TEST_F(CategoryTest, StorageIsToldByItsClassAlone) {
     node_.bInterfaceClass = 8;
     EXPECT_THAT(classify(), IsEmpty());
     expect(4, "sdcard");
-    std::filesystem::remove_all(path_of(kName));
+    std::filesystem::remove_all(UsbPath(kName));
     EXPECT_THAT(classify(), IsEmpty()) << "no directory is read";
     expect(4, "sdcard");
 }
@@ -92,7 +92,7 @@ TEST_F(CategoryTest, ATtyHasItsName) {
 TEST_F(CategoryTest, TheFirstDirectoryOfSeveralIsTheName) {
     add_dir("tty/ttyACM1");
     add_dir("tty/ttyACM0");
-    write_file(below("tty/uevent"), "");
+    WriteFile(below("tty/uevent"), "");
     std::string first;
     for (const std::string& name : listing(below("tty"))) {
         if (first.empty() && name.find("ttyACM") == 0) first = name;
@@ -112,25 +112,25 @@ TEST_F(CategoryTest, ANameIsBoundedByItsField) {
 }
 
 TEST_F(CategoryTest, AFileNamedForAFunctionSetsTheCategoryOnly) {
-    write_file(below("net"), "");
+    WriteFile(below("net"), "");
     EXPECT_THAT(classify(), IsEmpty());
     expect(1, "empty");
     std::filesystem::remove(below("net"));
-    write_file(below("tty"), "");
+    WriteFile(below("tty"), "");
     EXPECT_THAT(classify(), IsEmpty());
     expect(2, "empty");
 }
 
 TEST_F(CategoryTest, AFunctionDirectoryWithoutDirectoriesHasNoName) {
     add_dir("net");
-    write_file(below("net/uevent"), "");
+    WriteFile(below("net/uevent"), "");
     link("/sys", below("net/link"));
     EXPECT_THAT(classify(), ElementsAre("I  new path of dir:" + below("net")));
     expect(1, "empty");
 }
 
 TEST_F(CategoryTest, ALinkIsNoDirectory) {
-    make_dir("/sys/elsewhere/usb0");
+    MakeDir("/sys/elsewhere/usb0");
     link("/sys/elsewhere", below("net"));
     link("/sys/elsewhere", below("supplier:platform:regulator"));
     EXPECT_THAT(classify(), IsEmpty());
@@ -149,7 +149,7 @@ TEST_F(CategoryTest, AnEmptyHidDirectoryAndAnInputFileAreVendorHid) {
     add_dir("a:b");
     classify();
     expect(8, "empty");
-    write_file(below("a:b/input"), "");
+    WriteFile(below("a:b/input"), "");
     classify();
     expect(8, "empty");
     std::filesystem::remove(below("a:b/input"));
@@ -166,7 +166,7 @@ TEST_F(CategoryTest, AnOrdinaryHidIsNone) {
 }
 
 TEST_F(CategoryTest, AFileWithAColonIsNoHid) {
-    write_file(below("a:b"), "");
+    WriteFile(below("a:b"), "");
     EXPECT_THAT(classify(), IsEmpty());
     expect(0, "empty");
 }
@@ -175,7 +175,7 @@ TEST_F(CategoryTest, AnOrdinaryHidDoesNotEndTheScan) {
     add_dir("tty");
     add_dir("0003:1:2.3/input");
     expect_order({"0003:1:2.3", "tty"});
-    write_file(path_of(kName, "0003:1:2.3") + "/tty/ttyUSB0/uevent", "");
+    WriteFile(UsbPath(kName, "0003:1:2.3") + "/tty/ttyUSB0/uevent", "");
     // The path still leads into the HID directory, and so finds the tty there.
     classify();
     expect(2, "ttyUSB0");
@@ -217,7 +217,7 @@ TEST_F(CategoryTest, TheFirstResultInListingOrderDecides) {
 
 TEST_F(CategoryTest, ALaterFunctionReplacesTheCategoryOfAnEarlierOne) {
     add_dir("net");
-    write_file(below("tty"), "");
+    WriteFile(below("tty"), "");
     expect_order({"tty", "net"});
     classify();
     expect(1, "empty");
@@ -225,19 +225,19 @@ TEST_F(CategoryTest, ALaterFunctionReplacesTheCategoryOfAnEarlierOne) {
 
 TEST_F(CategoryTest, ThePathIsCutAt255Characters) {
     const std::string long_name(254, 'i');
-    make_dir(path_of(long_name));
+    MakeDir(UsbPath(long_name));
     strcpy(node_.name, long_name.c_str());
     EXPECT_THAT(classify(),
-                ElementsAre("I Cannot open directory ", "I " + path_of(long_name).substr(0, 255)));
+                ElementsAre("I Cannot open directory ", "I " + UsbPath(long_name).substr(0, 255)));
     expect(0, "empty");
 
     // The longest path that is whole, with no room left for a sub-directory.
-    const std::string longest(255 - path_of("").size(), 'i');
-    ASSERT_EQ(path_of(longest).size(), 255u);
-    make_dir(path_of(longest, "tty/ttyACM0"));
+    const std::string longest(255 - UsbPath("").size(), 'i');
+    ASSERT_EQ(UsbPath(longest).size(), 255u);
+    MakeDir(UsbPath(longest, "tty/ttyACM0"));
     strcpy(node_.name, longest.c_str());
     UsbDevice::verbose_log = true;
-    EXPECT_THAT(classify(), ::testing::Contains("I  new path of dir in tty:" + path_of(longest)));
+    EXPECT_THAT(classify(), ::testing::Contains("I  new path of dir in tty:" + UsbPath(longest)));
     // Cut back to the interface's own path, the scan takes the directory beside for the name.
     expect(2, "tty");
 }
@@ -247,7 +247,7 @@ TEST_F(CategoryTest, TraceLinesTellTheWay) {
     add_dir("0003:1:2.3/input");
     UsbDevice::verbose_log = true;
     EXPECT_THAT(classify(),
-                ElementsAre("I path of dir:" + path_of(kName), "I Other category default to none",
+                ElementsAre("I path of dir:" + UsbPath(kName), "I Other category default to none",
                             "I Entered while with dir is :0003:1:2.3",
                             "I  new path of subdir for HID:" + below("0003:1:2.3"),
                             "I input device found", "I Entered while with dir is :tty",
@@ -255,14 +255,14 @@ TEST_F(CategoryTest, TraceLinesTellTheWay) {
                             "I Cannot open directory ", "I " + below("0003:1:2.3/tty")));
     std::filesystem::remove_all(below("0003:1:2.3"));
     EXPECT_THAT(classify(),
-                ElementsAre("I path of dir:" + path_of(kName), "I Other category default to none",
+                ElementsAre("I path of dir:" + UsbPath(kName), "I Other category default to none",
                             "I Entered while with dir is :tty",
                             "I  new path of dir in tty:" + below("tty"),
                             "I updating the devcategory path for tty and return:ttyACM0"));
     std::filesystem::remove_all(below("tty"));
     add_dir("net/usb0");
     EXPECT_THAT(classify(),
-                ElementsAre("I path of dir:" + path_of(kName), "I Other category default to none",
+                ElementsAre("I path of dir:" + UsbPath(kName), "I Other category default to none",
                             "I Entered while with dir is :net",
                             "I  new path of dir:" + below("net"),
                             "I updating the devcategory path for network and return:usb0"));

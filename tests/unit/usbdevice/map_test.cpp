@@ -28,7 +28,7 @@ class MapTest : public UsbTest {
         return names;
     }
     static std::string authorized(const std::string& entry) {
-        return read_file(path_of(entry, "authorized"));
+        return ReadFile(UsbPath(entry, "authorized"));
     }
 };
 
@@ -69,7 +69,7 @@ TEST_F(MapTest, WithoutTheDirectoryARebuildSaysSoAndEmptiesTheMap) {
 
 TEST_F(MapTest, AFileInPlaceOfTheDirectoryIsReportedAsSuch) {
     std::filesystem::remove_all(kUsbDevicesDir);
-    write_file(kUsbDevicesDir, "");
+    WriteFile(kUsbDevicesDir, "");
     EXPECT_EQ(stderr_of([] { UsbDevice::create_usb_device_map(); }),
               "/sys/bus/usb/devices: Not a directory\n");
 }
@@ -244,7 +244,7 @@ TEST_F(MapTest, AMissingAttributeEndsTheWriting) {
         add_interface(entry);
         put_record(1002, entry);
     }
-    std::filesystem::remove(path_of("1-1:1.1", "authorized"));
+    std::filesystem::remove(UsbPath("1-1:1.1", "authorized"));
     std::vector<std::string> lines;
     EXPECT_EQ(stderr_of([&] { lines = log_of([] { UsbDevice::update_status(1002, 0); }); }),
               "Unable to open the file: No such file or directory\n");
@@ -252,15 +252,15 @@ TEST_F(MapTest, AMissingAttributeEndsTheWriting) {
     EXPECT_EQ(lines.back(), "E Error! Could not open file");
     EXPECT_EQ(lines.size(), 6u);
     EXPECT_EQ(authorized("1-1:1.0"), "0\n");
-    EXPECT_FALSE(std::filesystem::exists(path_of("1-1:1.1", "authorized")));
+    EXPECT_FALSE(std::filesystem::exists(UsbPath("1-1:1.1", "authorized")));
     EXPECT_EQ(authorized("1-1:1.2"), "1\n");
 }
 
 TEST_F(MapTest, AFailedWriteEndsTheWriting) {
     add_interface("1-1:1.0");
     add_interface("1-1:1.1");
-    std::filesystem::remove(path_of("1-1:1.0", "authorized"));
-    link("/dev/full", path_of("1-1:1.0", "authorized"));
+    std::filesystem::remove(UsbPath("1-1:1.0", "authorized"));
+    link("/dev/full", UsbPath("1-1:1.0", "authorized"));
     put_record(1002, "1-1:1.0");
     put_record(1002, "1-1:1.1");
     std::vector<std::string> lines;

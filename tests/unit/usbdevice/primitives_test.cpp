@@ -19,12 +19,12 @@ class PrimitivesTest : public UsbTest {
 
     // What read_sysfs_file_int makes of a text.
     static int32_t int_of(const std::string& text, int32_t base) {
-        write_file(path_of("1-1", "number"), text);
+        WriteFile(UsbPath("1-1", "number"), text);
         return UsbDevice::read_sysfs_file_int("1-1", "number", base);
     }
     // What read_sysfs_file_string makes of a text in a buffer of that size.
     static std::string string_of(const std::string& text, int32_t len) {
-        write_file(path_of("1-1", "text"), text);
+        WriteFile(UsbPath("1-1", "text"), text);
         std::string buffer(static_cast<size_t>(len) + 1, '#');
         UsbDevice::read_sysfs_file_string("1-1", "text", buffer.data(), len);
         EXPECT_EQ(buffer.back(), '#') << "wrote beyond the buffer";
@@ -34,17 +34,17 @@ class PrimitivesTest : public UsbTest {
     // `entry`.
     static std::string padded_entry(std::string entry, const std::string& attribute,
                                     size_t length) {
-        const size_t rest = path_of(entry, attribute).size();
+        const size_t rest = UsbPath(entry, attribute).size();
         EXPECT_LE(rest, length);
         if ((length - rest) % 2 != 0) entry += "/";
-        while (path_of(entry, attribute).size() < length) entry += "/.";
-        EXPECT_EQ(path_of(entry, attribute).size(), length);
+        while (UsbPath(entry, attribute).size() < length) entry += "/.";
+        EXPECT_EQ(UsbPath(entry, attribute).size(), length);
         return entry;
     }
 };
 
 TEST_F(PrimitivesTest, AValueIsReadWithItsNewline) {
-    write_file(kFile, "host\n");
+    WriteFile(kFile, "host\n");
     char buffer[64];
     memset(buffer, '#', sizeof(buffer));
     EXPECT_THAT(log_of([&] { EXPECT_EQ(UsbDevice::read_sysfs_val(kFile, buffer, 64), 5); }),
@@ -53,7 +53,7 @@ TEST_F(PrimitivesTest, AValueIsReadWithItsNewline) {
 }
 
 TEST_F(PrimitivesTest, AValueIsCutToItsBuffer) {
-    write_file(kFile, "12345678");
+    WriteFile(kFile, "12345678");
     char buffer[8] = {};
     EXPECT_EQ(UsbDevice::read_sysfs_val(kFile, buffer, 8), 7);
     EXPECT_STREQ(buffer, "1234567");
@@ -70,7 +70,7 @@ TEST_F(PrimitivesTest, AValueThatCannotBeOpenedIsLoggedAndLeavesTheBuffer) {
 }
 
 TEST_F(PrimitivesTest, AnEmptyValueAndAFailedReadAreLoggedWithTheResult) {
-    write_file(kFile, "");
+    WriteFile(kFile, "");
     char buffer[8] = "before";
     EXPECT_THAT(log_of([&] { EXPECT_EQ(UsbDevice::read_sysfs_val(kFile, buffer, 8), 0); }),
                 ElementsAre("E Unable to read from sysfs path0"));
@@ -80,7 +80,7 @@ TEST_F(PrimitivesTest, AnEmptyValueAndAFailedReadAreLoggedWithTheResult) {
 }
 
 TEST_F(PrimitivesTest, ABufferWithoutRoomForAByteReadsNothing) {
-    write_file(kFile, "host\n");
+    WriteFile(kFile, "host\n");
     char buffer[2] = {'#', '#'};
     for (const uint64_t len : {1, 0}) {
         EXPECT_THAT(log_of([&] { EXPECT_EQ(UsbDevice::read_sysfs_val(kFile, buffer, len), 0); }),
@@ -90,10 +90,10 @@ TEST_F(PrimitivesTest, ABufferWithoutRoomForAByteReadsNothing) {
 }
 
 TEST_F(PrimitivesTest, ExactlyTheGivenBytesAreWrittenOverTheOldOnes) {
-    write_file(kFile, "hostess\n");
+    WriteFile(kFile, "hostess\n");
     EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::write_sysfs_val(kFile, "none!", 4), 4); }),
                 IsEmpty());
-    EXPECT_EQ(read_file(kFile), "noneess\n");
+    EXPECT_EQ(ReadFile(kFile), "noneess\n");
 }
 
 TEST_F(PrimitivesTest, AWriteToAMissingFileIsLoggedWithTwoBlanksAndCreatesNothing) {
@@ -103,13 +103,13 @@ TEST_F(PrimitivesTest, AWriteToAMissingFileIsLoggedWithTwoBlanksAndCreatesNothin
 }
 
 TEST_F(PrimitivesTest, AFailedWriteIsLoggedWithTheResult) {
-    write_file(kFile, "host");
+    WriteFile(kFile, "host");
     EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::write_sysfs_val(kFile, "1", 0), 0); }),
                 ElementsAre("E Unable to write to sysfs path0"));
     // No file takes a value from nowhere.
     EXPECT_THAT(log_of([] { EXPECT_EQ(UsbDevice::write_sysfs_val(kFile, nullptr, 4), 0); }),
                 ElementsAre("E Unable to write to sysfs path-1"));
-    EXPECT_EQ(read_file(kFile), "host");
+    EXPECT_EQ(ReadFile(kFile), "host");
 }
 
 TEST_F(PrimitivesTest, ALogLineKeepsTheErrorNumber) {
@@ -165,7 +165,7 @@ TEST_F(PrimitivesTest, ANumberEndsAfterElevenCharacters) {
 }
 
 TEST_F(PrimitivesTest, AMissingNumberIsReportedWithItsPath) {
-    make_dir(path_of("1-1"));
+    MakeDir(UsbPath("1-1"));
     EXPECT_EQ(stderr_of([] { EXPECT_EQ(UsbDevice::read_sysfs_file_int("1-1", "devnum", 10), 0); }),
               "/sys/bus/usb/devices/1-1/devnum: No such file or directory\n");
     EXPECT_EQ(stderr_of([] { EXPECT_EQ(UsbDevice::read_sysfs_file_int("1-2", "devnum", 10), 0); }),
@@ -173,10 +173,10 @@ TEST_F(PrimitivesTest, AMissingNumberIsReportedWithItsPath) {
 }
 
 TEST_F(PrimitivesTest, ANumberThatCannotBeReadIsReportedWithItsPath) {
-    make_dir(path_of("1-1", "devnum"));
-    write_file(path_of("1-2"), "a file where a directory is expected");
-    link("loop", path_of("1-3"));
-    link("1-3", path_of("loop"));
+    MakeDir(UsbPath("1-1", "devnum"));
+    WriteFile(UsbPath("1-2"), "a file where a directory is expected");
+    link("loop", UsbPath("1-3"));
+    link("1-3", UsbPath("loop"));
     const struct {
         const char* entry;
         const char* error;
@@ -187,20 +187,20 @@ TEST_F(PrimitivesTest, ANumberThatCannotBeReadIsReportedWithItsPath) {
         EXPECT_EQ(stderr_of([e = entry] {
                       EXPECT_EQ(UsbDevice::read_sysfs_file_int(e, "devnum", 10), 0);
                   }),
-                  path_of(entry, "devnum") + ": " + error + "\n");
+                  UsbPath(entry, "devnum") + ": " + error + "\n");
     }
 }
 
 TEST_F(PrimitivesTest, AnOverlongPathOfANumberIsCut) {
-    write_file(path_of("1-1", "devnum"), "12\n");
-    write_file(path_of("1-1", "devnu"), "34\n");
+    WriteFile(UsbPath("1-1", "devnum"), "12\n");
+    WriteFile(UsbPath("1-1", "devnu"), "34\n");
     const std::string fits = padded_entry("1-1", "devnum", 4095);
     EXPECT_EQ(UsbDevice::read_sysfs_file_int(fits.c_str(), "devnum", 10), 12);
     const std::string cut = padded_entry("1-1", "devnum", 4096);
     EXPECT_EQ(UsbDevice::read_sysfs_file_int(cut.c_str(), "devnum", 10), 34);
     const std::string hopeless(5000, 'x');
     EXPECT_EQ(stderr_of([&] { UsbDevice::read_sysfs_file_int("1-1", hopeless.c_str(), 10); }),
-              path_of("1-1", hopeless).substr(0, 4095) + ": File name too long\n");
+              UsbPath("1-1", hopeless).substr(0, 4095) + ": File name too long\n");
 }
 
 TEST_F(PrimitivesTest, ATextIsOneLine) {
@@ -225,7 +225,7 @@ TEST_F(PrimitivesTest, ATextWithoutRoomForItsTerminatorIsEmpty) {
 }
 
 TEST_F(PrimitivesTest, ABufferWithoutBytesIsLeftAlone) {
-    write_file(path_of("1-1", "text"), "text\n");
+    WriteFile(UsbPath("1-1", "text"), "text\n");
     char byte = '#';
     for (const int32_t len : {0, -1, INT_MIN}) {
         UsbDevice::read_sysfs_file_string("1-1", "text", &byte, len);
@@ -234,8 +234,8 @@ TEST_F(PrimitivesTest, ABufferWithoutBytesIsLeftAlone) {
 }
 
 TEST_F(PrimitivesTest, ATextThatCannotBeReadIsSilentlyEmpty) {
-    make_dir(path_of("1-1", "product"));
-    write_file(path_of("1-2"), "a file where a directory is expected");
+    MakeDir(UsbPath("1-1", "product"));
+    WriteFile(UsbPath("1-2"), "a file where a directory is expected");
     for (const char* entry : {"1-1", "1-2", "1-3"}) {
         char buffer[64] = "before";
         EXPECT_EQ(stderr_of([&] {
@@ -251,8 +251,8 @@ TEST_F(PrimitivesTest, ATextThatCannotBeReadIsSilentlyEmpty) {
 }
 
 TEST_F(PrimitivesTest, AnOverlongPathOfATextIsEmpty) {
-    write_file(path_of("1-1", "product"), "whole\n");
-    write_file(path_of("1-1", "produc"), "cut\n");
+    WriteFile(UsbPath("1-1", "product"), "whole\n");
+    WriteFile(UsbPath("1-1", "produc"), "cut\n");
     char buffer[64] = "before";
     const std::string fits = padded_entry("1-1", "product", 4095);
     UsbDevice::read_sysfs_file_string(fits.c_str(), "product", buffer, 64);

@@ -23,10 +23,10 @@ class PrintTest : public UsbTest {
         add_bus("usb1");
         add_device("1-1.2", {{"devnum", "6\n"}, {"idVendor", "046d\n"}, {"idProduct", "c31c\n"}});
         add_interface("1-1.2:1.0", {{"bInterfaceClass", "03\n"}});
-        link("../usbhid", path_of("1-1.2:1.0", "driver"));
+        link("../usbhid", UsbPath("1-1.2:1.0", "driver"));
         add_device("1-1", {{"devnum", "5\n"}, {"tx_lanes", "2\n"}});
         add_interface("1-1:1.0", {{"bInterfaceClass", "09\n"}});
-        link("../hub", path_of("1-1:1.0", "driver"));
+        link("../hub", UsbPath("1-1:1.0", "driver"));
     }
 
     static constexpr char kStars[] = "************************\n";
@@ -178,7 +178,7 @@ TEST_F(PrintTest, TheInterfaceListClassifiesAgain) {
     add_interface("1-1:1.0");
     discover_and_connect();
     EXPECT_EQ(interface("1-1:1.0")->category, 0);
-    make_dir(path_of("1-1:1.0", "tty/ttyACM0"));
+    MakeDir(UsbPath("1-1:1.0", "tty/ttyACM0"));
     EXPECT_NE(interface_list().find(" devCategory: 2"), std::string::npos);
     EXPECT_STREQ(interface("1-1:1.0")->category_path, "ttyACM0");
 }

@@ -4,9 +4,11 @@
 // must not leak.
 
 #include <errno.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -46,7 +48,7 @@ TEST_F(HostileTest, AttributesOfAnyContentGiveANode) {
         for (const char* entry : {"usb1", "1-1", "1-1:1.0"}) add_entry(entry, attributes, {});
         rebuild();
         EXPECT_EQ(map_names().size(), 1u) << content.substr(0, 20);
-        std::filesystem::remove_all(path_of("1-1:1.0"));
+        std::filesystem::remove_all(UsbPath("1-1:1.0"));
         rebuild();
         EXPECT_THAT(map_names(), IsEmpty());
     }
@@ -61,21 +63,21 @@ TEST_F(HostileTest, ATextIsPrintedAsATextWhateverItHolds) {
 }
 
 TEST_F(HostileTest, FilesLinksAndLoopsInPlaceOfEntriesAreSurvived) {
-    write_file(path_of("1-1"), "a file");
-    write_file(path_of("1-1:1.0"), "a file");
-    link("1-3", path_of("1-2"));
-    link("1-2", path_of("1-3"));
-    link("/nowhere", path_of("1-4"));
-    link("..", path_of("1-5"));
-    link(".", path_of("1-5:1.0"));
-    link("usb9", path_of("usb9"));
+    WriteFile(UsbPath("1-1"), "a file");
+    WriteFile(UsbPath("1-1:1.0"), "a file");
+    link("1-3", UsbPath("1-2"));
+    link("1-2", UsbPath("1-3"));
+    link("/nowhere", UsbPath("1-4"));
+    link("..", UsbPath("1-5"));
+    link(".", UsbPath("1-5:1.0"));
+    link("usb9", UsbPath("usb9"));
     rebuild();
     EXPECT_THAT(map_names(), UnorderedElementsAre("1000:1-1:1.0", "1000:1-5:1.0"));
 }
 
 TEST_F(HostileTest, DirectoriesInPlaceOfAttributesAreSurvived) {
-    for (const auto& [name, value] : device_attributes()) make_dir(path_of("1-1", name));
-    for (const auto& [name, value] : interface_attributes()) make_dir(path_of("1-1:1.0", name));
+    for (const auto& [name, value] : device_attributes()) MakeDir(UsbPath("1-1", name));
+    for (const auto& [name, value] : interface_attributes()) MakeDir(UsbPath("1-1:1.0", name));
     rebuild();
     EXPECT_THAT(map_names(), ElementsAre("1000:1-1:1.0"));
 }
@@ -97,9 +99,9 @@ TEST_F(HostileTest, ManyDevicesAreAllFound) {
     add_bus("usb1");
     for (int port = 1; port <= 300; ++port) {
         const std::string name = "1-" + std::to_string(port);
-        make_dir(path_of(name));
-        write_file(path_of(name, "devnum"), std::to_string(port + 1));
-        make_dir(path_of(name + ":1.0"));
+        MakeDir(UsbPath(name));
+        WriteFile(UsbPath(name, "devnum"), std::to_string(port + 1));
+        MakeDir(UsbPath(name + ":1.0"));
     }
     rebuild();
     EXPECT_EQ(map_names().size(), 300u);
@@ -115,9 +117,9 @@ TEST_F(HostileTest, EntriesThatComeAndGoDoNoHarm) {
         while (!done) {
             add_device("1-2");
             add_interface("1-2:1.0");
-            make_dir(path_of("1-2:1.0", "tty/ttyACM0"));
-            std::filesystem::remove_all(path_of("1-2"));
-            std::filesystem::remove_all(path_of("1-2:1.0"));
+            MakeDir(UsbPath("1-2:1.0", "tty/ttyACM0"));
+            std::filesystem::remove_all(UsbPath("1-2"));
+            std::filesystem::remove_all(UsbPath("1-2:1.0"));
         }
     });
     stderr_of([] {
@@ -146,11 +148,11 @@ TEST_F(HostileTest, RandomTreesAreSurvived) {
         for (int entry = 0; entry < 12; ++entry) {
             std::string name;
             for (uint32_t part = 0; part <= random() % 6; ++part) name += pick(parts);
-            if (name == "." || name == ".." || std::filesystem::exists(path_of(name))) continue;
-            make_dir(path_of(name));
-            write_file(path_of(name, "devnum"), pick({"1\n", "2\n", "", "x"}));
+            if (name == "." || name == ".." || std::filesystem::exists(UsbPath(name))) continue;
+            MakeDir(UsbPath(name));
+            WriteFile(UsbPath(name, "devnum"), pick({"1\n", "2\n", "", "x"}));
             const std::string function = pick({"net", "tty", "a:b", "power"});
-            make_dir(path_of(name, function) + "/" + pick({"input", "usb0"}));
+            MakeDir(UsbPath(name, function) + "/" + pick({"input", "usb0"}));
         }
         stderr_of([] { written_by([](int fd) { UsbDevice::dump_print_test(fd); }); });
         ASSERT_EQ(UsbDevice::bus_list, nullptr);
@@ -162,13 +164,13 @@ TEST_F(HostileTest, NoDescriptorLeaks) {
     add_bus("usb1");
     add_device("1-1");
     add_interface("1-1:1.0");
-    make_dir(path_of("1-1:1.0", "0003:1:2.3"));
+    MakeDir(UsbPath("1-1:1.0", "0003:1:2.3"));
     add_interface("1-1:1.1");
-    make_dir(path_of("1-1:1.1", "net"));
-    make_dir(path_of("1-1:1.1", "tty/ttyACM0"));
-    make_dir(path_of("1-2", "devnum"));
-    write_file(path_of("1-3"), "a file");
-    link("/dev/full", path_of("1-4"));
+    MakeDir(UsbPath("1-1:1.1", "net"));
+    MakeDir(UsbPath("1-1:1.1", "tty/ttyACM0"));
+    MakeDir(UsbPath("1-2", "devnum"));
+    WriteFile(UsbPath("1-3"), "a file");
+    link("/dev/full", UsbPath("1-4"));
     rebuild();
     const size_t before = open_descriptors();
     const auto use_everything = [] {
@@ -178,7 +180,7 @@ TEST_F(HostileTest, NoDescriptorLeaks) {
         char value[16];
         UsbDevice::read_sysfs_val("/sys", value, sizeof(value));
         UsbDevice::read_sysfs_val("/sys/none", value, sizeof(value));
-        UsbDevice::write_sysfs_val(path_of("1-3").c_str(), nullptr, 1);
+        UsbDevice::write_sysfs_val(UsbPath("1-3").c_str(), nullptr, 1);
         UsbDevice::read_sysfs_file_int("1-2", "devnum", 10);
         UsbDevice::read_sysfs_file_string("1-2", "devnum", value, sizeof(value));
     };
@@ -232,7 +234,7 @@ class OverlapTest : public UsbTest {
 };
 
 TEST_F(OverlapTest, ARebuildThatStartedEarlierDoesNotReplaceALaterOne) {
-    SlowDevice slow(path_of("1-1", "product"));
+    SlowDevice slow(UsbPath("1-1", "product"));
     std::thread earlier(rebuild);
     slow.wait_for_reader();
     slow.heal("Product\n");
@@ -247,7 +249,7 @@ TEST_F(OverlapTest, ARebuildThatStartedEarlierDoesNotReplaceALaterOne) {
 }
 
 TEST_F(OverlapTest, ALaterRebuildReplacesAnEarlierOneThatFinishedFirst) {
-    SlowDevice slow(path_of("1-1", "product"));
+    SlowDevice slow(UsbPath("1-1", "product"));
     std::thread later(rebuild);
     slow.wait_for_reader();
     slow.release("Later\n");
@@ -261,7 +263,7 @@ TEST_F(OverlapTest, ALaterRebuildReplacesAnEarlierOneThatFinishedFirst) {
 
 TEST_F(OverlapTest, AWaitingRebuildKeepsNobodyElseWaiting) {
     put_record(1009, "before");
-    SlowDevice slow(path_of("1-1", "idVendor"));
+    SlowDevice slow(UsbPath("1-1", "idVendor"));
     std::thread waiting(rebuild);
     slow.wait_for_reader();
     EXPECT_EQ(UsbDevice::get_deviceid_data(1009).size(), 1u) << "the map before the rebuild";
@@ -278,7 +280,7 @@ TEST_F(OverlapTest, AWaitingRebuildKeepsNobodyElseWaiting) {
 }
 
 TEST_F(OverlapTest, AWaitingDumpKeepsNoRebuildWaiting) {
-    SlowDevice slow(path_of("1-1:1.0", "bInterfaceClass"));
+    SlowDevice slow(UsbPath("1-1:1.0", "bInterfaceClass"));
     std::string text;
     std::thread dump(
             [&text] { text = written_by([](int fd) { UsbDevice::dump_print_test(fd); }); });
@@ -295,7 +297,7 @@ TEST_F(OverlapTest, AWaitingDumpKeepsNoRebuildWaiting) {
 
 TEST_F(OverlapTest, AWaitingAuthorizationKeepsNobodyElseWaiting) {
     put_record(1002, "1-1:1.0");
-    const std::string path = path_of("1-1:1.0", "authorized");
+    const std::string path = UsbPath("1-1:1.0", "authorized");
     std::filesystem::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     std::atomic<bool> written = false;

@@ -19,7 +19,7 @@ class TopologyTest : public UsbTest {
     static std::string missing(const std::string& entry, const std::vector<std::string>& names) {
         std::string text;
         for (const std::string& name : names) {
-            text += path_of(entry, name) + ": No such file or directory\n";
+            text += UsbPath(entry, name) + ": No such file or directory\n";
         }
         return text;
     }
@@ -131,7 +131,7 @@ TEST_F(TopologyTest, ADeviceReadsItsAttributesInTheirBases) {
                        {"rx_lanes", "28\n"},
                        {"tx_lanes", "29\n"},
                        {"bConfigurationValue", "1\n"}});
-    link("../../bus/usb/drivers/usb", path_of("1-1", "driver"));
+    link("../../bus/usb/drivers/usb", UsbPath("1-1", "driver"));
     EXPECT_EQ(stderr_of([] { UsbDevice::add_usb_device("1-1"); }), "");
     ASSERT_EQ(devices().size(), 1u);
     const usbdevice& node = *devices()[0];
@@ -170,7 +170,7 @@ TEST_F(TopologyTest, AnInterfaceReadsItsAttributesInTheirBases) {
                               {"bInterfaceProtocol", "13\n"},
                               {"bInterfaceSubClass", "14\n"},
                               {"bNumEndpoints", "15\n"}});
-    link("/sys/bus/usb/drivers/usbhid", path_of("1-1:1.2", "driver"));
+    link("/sys/bus/usb/drivers/usbhid", UsbPath("1-1:1.2", "driver"));
     EXPECT_EQ(stderr_of([] { UsbDevice::add_usb_interface("1-1:1.2"); }), "");
     ASSERT_EQ(interfaces().size(), 1u);
     const usbinterface& node = *interfaces()[0];
@@ -204,8 +204,8 @@ TEST_F(TopologyTest, MissingNumbersAreReportedInReadingOrder) {
     // Both for a directory without attributes and for none at all: the messages are the same.
     for (const bool present : {true, false}) {
         for (const char* entry : {"usb1", "1-1", "1-1:1.0"}) {
-            if (present) make_dir(path_of(entry));
-            if (!present) std::filesystem::remove_all(path_of(entry));
+            if (present) MakeDir(UsbPath(entry));
+            if (!present) std::filesystem::remove_all(UsbPath(entry));
         }
         EXPECT_EQ(stderr_of([] { UsbDevice::add_usb_bus("usb1"); }), missing("usb1", bus_numbers));
         EXPECT_EQ(stderr_of([] { UsbDevice::add_usb_device("1-1"); }),
@@ -216,7 +216,7 @@ TEST_F(TopologyTest, MissingNumbersAreReportedInReadingOrder) {
 }
 
 TEST_F(TopologyTest, ANodeWithoutAttributesIsAllZeroesAndEmptyTexts) {
-    make_dir(path_of("1-1"));
+    MakeDir(UsbPath("1-1"));
     const usbdevice node = parse_device("1-1");
     EXPECT_EQ(node.idVendor, 0u);
     EXPECT_EQ(node.devnum, 0u);
@@ -227,10 +227,10 @@ TEST_F(TopologyTest, ANodeWithoutAttributesIsAllZeroesAndEmptyTexts) {
 }
 
 TEST_F(TopologyTest, AnEntryThatIsAFileGivesANodeAndTheSystemsWords) {
-    write_file(path_of("1-1:1.0"), "a file where a directory is expected");
+    WriteFile(UsbPath("1-1:1.0"), "a file where a directory is expected");
     const std::string text = stderr_of([] { UsbDevice::add_usb_interface("1-1:1.0"); });
     EXPECT_EQ(text.substr(0, text.find('\n')),
-              path_of("1-1:1.0", "bAlternateSetting") + ": Not a directory");
+              UsbPath("1-1:1.0", "bAlternateSetting") + ": Not a directory");
     EXPECT_EQ(interfaces().size(), 1u);
 }
 
@@ -348,7 +348,7 @@ TEST_F(TopologyTest, OnlyADeviceWhoseNameDoesNotFitReadsItsConfigurationFirst) {
     EXPECT_EQ(devices()[0]->bConfigurationValue, 10u);
     EXPECT_EQ(devices()[0]->idVendor, 0x1234u) << "is read by the whole name";
 
-    std::filesystem::remove_all(path_of(name));
+    std::filesystem::remove_all(UsbPath(name));
     const std::string text = stderr_of([&] { UsbDevice::add_usb_device(name.c_str()); });
     EXPECT_EQ(text.find(missing(name, {"bConfigurationValue", "bDeviceClass"})), 0u) << text;
 }
@@ -368,9 +368,9 @@ TEST_F(TopologyTest, ADriverIsTheLastComponentOfItsLink) {
             {std::string(4086, 'x') + "/12345678", ""},          // 4095
     };
     for (const auto& [target, driver] : cases) {
-        for (const char* entry : {"1-1", "1-1:1.0", "usb1"}) make_dir(path_of(entry));
+        for (const char* entry : {"1-1", "1-1:1.0", "usb1"}) MakeDir(UsbPath(entry));
         for (const char* path : {"1-1/driver", "1-1:1.0/driver", "driver"}) {
-            link(target, path_of(path));
+            link(target, UsbPath(path));
         }
         stderr_of([] {
             UsbDevice::add_usb_bus("usb1");
@@ -387,16 +387,16 @@ TEST_F(TopologyTest, ADriverIsTheLastComponentOfItsLink) {
 }
 
 TEST_F(TopologyTest, TheDriverOfABusIsThatOfItsController) {
-    make_dir("/sys/devices/pci0/usb1");
+    MakeDir("/sys/devices/pci0/usb1");
     link("/sys/bus/pci/drivers/xhci_hcd", "/sys/devices/pci0/driver");
     link("/sys/bus/usb/drivers/usb", "/sys/devices/pci0/usb1/driver");
-    link("../../../devices/pci0/usb1", path_of("usb1"));
+    link("../../../devices/pci0/usb1", UsbPath("usb1"));
     stderr_of([] { UsbDevice::add_usb_bus("usb1"); });
     EXPECT_STREQ(UsbDevice::bus_list->driver, "xhci_hcd");
 }
 
 TEST_F(TopologyTest, TheDriverOfAnEntryIsReadAlsoWhereItIsNoDirectory) {
-    write_file(path_of("1-1"), "a file");
+    WriteFile(UsbPath("1-1"), "a file");
     stderr_of([] { UsbDevice::add_usb_device("1-1"); });
     EXPECT_STREQ(devices()[0]->driver, "");
 }
@@ -407,7 +407,7 @@ TEST_F(TopologyTest, AnOverlongDriverPathIsLogged) {
         return log_of([&] { stderr_of([&] { stdout_of(action); }); });
     };
     const auto length_of = [](const std::string& entry, const char* link) {
-        return std::to_string(path_of(entry, link).size());
+        return std::to_string(UsbPath(entry, link).size());
     };
     const std::string bus_name = "usb" + digits;
     EXPECT_THAT(errors_of([&] { UsbDevice::add_usb_bus(bus_name.c_str()); }),
@@ -430,11 +430,11 @@ TEST_F(TopologyTest, AnOverlongDriverPathIsLogged) {
 
 TEST_F(TopologyTest, TheLongestPathIsStillRead) {
     const auto entry_for = [](const char* link, size_t length) {
-        return std::string(length - path_of("", "").size() - 1 - strlen(link), '1');
+        return std::string(length - UsbPath("", "").size() - 1 - strlen(link), '1');
     };
     stderr_of([&] {
         const std::string fits = entry_for("driver", 4095);
-        ASSERT_EQ(path_of(fits, "driver").size(), 4095u);
+        ASSERT_EQ(UsbPath(fits, "driver").size(), 4095u);
         EXPECT_THAT(log_of([&] { UsbDevice::add_usb_device(fits.c_str()); }), IsEmpty());
         const std::string cut = entry_for("driver", 4096);
         EXPECT_EQ(log_of([&] { UsbDevice::add_usb_device(cut.c_str()); }).size(), 1u);
@@ -594,6 +594,18 @@ TEST_F(TopologyTest, AnInterfaceIsAttachedOnce) {
         UsbDevice::assign_interface_to_parent(owner, interface("1-1:1.1"));
     }
     EXPECT_THAT(chain(owner->first_interface), ElementsAre("1-1:1.0", "1-1:1.1"));
+}
+
+TEST_F(TopologyTest, AnInterfaceStaysWithTheFirstDeviceThatTakesIt) {
+    stderr_of([] {
+        UsbDevice::add_usb_device("1-1");
+        UsbDevice::add_usb_device("1-1");
+        UsbDevice::add_usb_interface("1-1:1.0");
+    });
+    UsbDevice::connect_devices();
+    EXPECT_EQ(interfaces()[0]->parent, devices()[0]);
+    EXPECT_EQ(devices()[1]->first_interface, nullptr);
+    EXPECT_EQ(map_names().size(), 1u);
 }
 
 TEST_F(TopologyTest, AnInterfaceNameWithoutAColonOrABusIsLeftAlone) {

@@ -7,17 +7,14 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -26,13 +23,14 @@
 #include <utility>
 #include <vector>
 
-#include <android-base/logging.h>
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
+#include "tests/support/usb_tree.h"
+#include "tests/support/world.h"
 
 namespace android::vus {
 
@@ -63,22 +61,12 @@ inline Attributes interface_attributes() {
 class UsbTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        struct statfs fs;
-        ASSERT_EQ(statfs("/sys", &fs), 0);
-        ASSERT_EQ(fs.f_type, TMPFS_MAGIC) << "/sys is not the sandbox's own";
-        for (const auto& entry : std::filesystem::directory_iterator("/sys")) {
-            std::filesystem::remove_all(entry);
-        }
-        std::filesystem::create_directories(kUsbDevicesDir);
+        EmptyWorld();
+        MakeDir(kUsbDevicesDir);
         clear_map();
-        android::base::SetLogger([this](android::base::LogId, android::base::LogSeverity severity,
-                                        const char*, const char*, unsigned int,
-                                        const char* message) { log(severity, message); });
     }
 
     void TearDown() override {
-        android::base::SetLogger([](android::base::LogId, android::base::LogSeverity, const char*,
-                                    const char*, unsigned int, const char*) {});
         clear_map();
         UsbDevice::verbose_log = false;
         UsbDevice::print_verbosity = 2;
@@ -87,24 +75,14 @@ class UsbTest : public ::testing::Test {
     }
 
     // The tree. Names are entries of the USB devices directory.
-    static std::string path_of(const std::string& entry, const std::string& name = "") {
-        return std::string(kUsbDevicesDir) + "/" + entry + (name.empty() ? "" : "/" + name);
-    }
-    static void write_file(const std::string& path, const std::string& content) {
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        std::ofstream file(path, std::ios::binary);
-        file << content;
-        ASSERT_TRUE(file.flush().good()) << path;
-    }
-    static void make_dir(const std::string& path) { std::filesystem::create_directories(path); }
     static void link(const std::string& target, const std::string& path) {
         ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path << ": " << strerror(errno);
     }
     static void add_entry(const std::string& entry, Attributes attributes,
                           const Attributes& changes) {
         for (const auto& [name, value] : changes) attributes[name] = value;
-        make_dir(path_of(entry));
-        for (const auto& [name, value] : attributes) write_file(path_of(entry, name), value);
+        MakeDir(UsbPath(entry));
+        for (const auto& [name, value] : attributes) WriteFile(UsbPath(entry, name), value);
     }
     static void add_bus(const std::string& entry, const Attributes& changes = {}) {
         add_entry(entry, device_attributes(), changes);
@@ -114,10 +92,6 @@ class UsbTest : public ::testing::Test {
     }
     static void add_interface(const std::string& entry, const Attributes& changes = {}) {
         add_entry(entry, interface_attributes(), changes);
-    }
-    static std::string read_file(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
     // The names in a directory, in the order in which the kernel lists them.
     static std::vector<std::string> listing(const std::string& path) {
@@ -186,21 +160,24 @@ class UsbTest : public ::testing::Test {
         return names;
     }
 
-    // Log lines since the last call, each as its severity's letter, a blank and the text. The text
-    // of a line with newlines is one call of the logger a line, as the library cuts it.
+    // Log lines since the last call, each as its severity's letter, a blank and the text. A text
+    // with newlines is as many lines, as the library cuts it.
     std::vector<std::string> take_log() {
-        const std::lock_guard<std::mutex> lock(log_mutex_);
-        return std::exchange(log_, {});
+        const std::vector<std::string> lines = logs_.Lines();
+        const auto first =
+                lines.begin() + static_cast<ptrdiff_t>(std::exchange(taken_, lines.size()));
+        return {first, lines.end()};
     }
-    // Waits for a line that another thread logs.
-    void wait_for_line(const std::string& line) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        bool found = false;
-        while (!found && std::chrono::steady_clock::now() < deadline) {
-            for (const std::string& logged : take_log()) found = found || logged == line;
-            std::this_thread::yield();
+    // Waits until other threads have logged a line that many times since the test began.
+    void wait_for_line(const std::string& line, ptrdiff_t times = 1) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        ptrdiff_t found = 0;
+        while (found < times && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            const std::vector<std::string> lines = logs_.Lines();
+            found = std::count(lines.begin(), lines.end(), line);
         }
-        ASSERT_TRUE(found) << line;
+        ASSERT_GE(found, times) << line;
     }
     // The log lines of an action alone.
     std::vector<std::string> log_of(const std::function<void()>& action) {
@@ -257,13 +234,9 @@ class UsbTest : public ::testing::Test {
         }
         return content;
     }
-    void log(android::base::LogSeverity severity, const char* message) {
-        const std::lock_guard<std::mutex> lock(log_mutex_);
-        log_.push_back(std::string(1, "VDIWEFF"[severity]) + " " + message);
-    }
 
-    std::mutex log_mutex_;
-    std::vector<std::string> log_;
+    LogCapture logs_;
+    size_t taken_ = 0;
 };
 
 }  // namespace android::vus
