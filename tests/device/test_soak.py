@@ -100,10 +100,14 @@ class Soak:
             listed = {record["deviceId"] for record in self.device.probe.records() if record["deviceType"] == 0}
             return self._ids(sure) <= listed <= self._ids(sure + maybe)
         self.machine.wait_until(same, seconds=60, what="list and sysfs agreeing")
-        dump = self.machine.shell("vusctl dump test")
-        mapped = sorted(re.findall(r"Interface name : ([^,]+),", dump))
-        present = self.machine.shell("cd /sys/bus/usb/devices; ls -d *-*:* | grep -v -- '-0:'").split()
-        assert mapped == sorted(present)
+
+        def mapped():
+            # A device that is only now enumerated may come between the two.
+            dump = self.machine.shell("vusctl dump test")
+            names = re.findall(r"Interface name : ([^,]+),", dump)
+            present = self.machine.shell("cd /sys/bus/usb/devices; ls -d *-*:* | grep -v -- '-0:'").split()
+            return sorted(names) == sorted(present)
+        self.machine.wait_until(mapped, seconds=30, what="map and sysfs agreeing")
 
     def _ids(self, entries):
         return {self.device.probe.device_id(entry) for entry in entries}
