@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The programs themselves, on a machine without binder: what they print and how they end.
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+
+#include "tests/support/world.h"
+#include "tools/common/service_finder.h"
+
+namespace android::vus {
+namespace {
+
+constexpr char kNoBinder[] = "/dev/binder: No such file or directory";
+
+struct Outcome {
+    int status;
+    std::string output, error;
+};
+
+// Runs one of our programs, which are beside this one.
+Outcome RunProgram(const std::string& call) {
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::string command = folder.string() + "/" + call + " >/tmp/output 2>/tmp/error";
+    const int status = system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile("/tmp/output"),
+            ReadFile("/tmp/error")};
+}
+
+TEST(FindService, SaysAtOnceThatThereIsNoBinder) {
+    const FoundService found = find_service();
+    EXPECT_EQ(found.service, nullptr);
+    EXPECT_EQ(found.why_not, kNoBinder);
+}
+
+TEST(Programs, EndWithoutBinder) {
+    for (const char* call : {"vusctl list", "vusctl judge --usb", "vusctl watch"}) {
+        const Outcome outcome = RunProgram(call);
+        EXPECT_EQ(outcome.status, 3) << call;
+        EXPECT_EQ(outcome.error, std::string("vusctl: ") + kNoBinder + "\n");
+    }
+    for (const char* call : {"vus_hotplug", "vus_hotplug --once --verbose"}) {
+        const Outcome outcome = RunProgram(call);
+        EXPECT_EQ(outcome.status, 1) << call;
+        EXPECT_EQ(outcome.error, std::string("vus_hotplug: ") + kNoBinder + "\n");
+    }
+}
+
+TEST(Programs, PrintTheirUsage) {
+    for (const char* program : {"vusctl", "vus_hotplug"}) {
+        const Outcome help = RunProgram(std::string(program) + " --help");
+        EXPECT_EQ(help.status, 0);
+        EXPECT_EQ(help.output.rfind(std::string("usage: ") + program, 0), 0u) << help.output;
+        EXPECT_EQ(help.error, "");
+        const Outcome wrong = RunProgram(std::string(program) + " --frob");
+        EXPECT_EQ(wrong.status, 2);
+        EXPECT_EQ(wrong.output, "");
+        EXPECT_NE(wrong.error, "");
+    }
+}
+
+TEST(Programs, CheckPoliciesWithoutBinder) {
+    WriteFile("/tmp/policy.xml", "<usbconfig mode=\"x\"/>");
+    const Outcome checked = RunProgram("vusctl policy check /tmp/policy.xml");
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_EQ(checked.output, "INVALID MODE\n");
+    EXPECT_EQ(checked.error, "");
+}
+
+}  // namespace
+}  // namespace android::vus
