@@ -55,6 +55,20 @@ def policy(rules, mode="whitelist"):
     return f'<usbconfig mode="{mode}">{rules}</usbconfig>'
 
 
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """A failed test shows what its machine said last."""
+    outcome = yield
+    report = outcome.get_result()
+    device = item.funcargs.get("device") if hasattr(item, "funcargs") else None
+    if report.when == "call" and report.failed and device is not None:
+        try:
+            text = device.machine.run("tail -n 15 /data/log/*.log; dmesg | tail -n 15", seconds=10)[1]
+        except Exception as error:  # whatever it is, the test's own failure matters more
+            text = f"the machine does not answer: {error}"
+        report.sections.append(("virtual device", text))
+
+
 @pytest.fixture
 def device():
     with Machine() as machine:
