@@ -82,12 +82,19 @@ class Soak:
         assert self.machine.wait_until("vusctl list >/dev/null 2>&1", seconds=60, what="the daemon")
 
     def settle_controllers(self):
-        """Waits until the daemon has answered every event so far, its resets included: a file that
-        is written now is seen only after them."""
-        self.counts["marks"] += 1
-        mark = f"mark{self.counts['marks']}"
-        self.machine.shell(f"echo > /data/system/usbdeviceconfig/{mark}; rm /data/system/usbdeviceconfig/{mark}")
-        self.machine.wait_until(f"tail -n 400 /data/log/vusd.log | grep -q 'filename.*/{mark}$'", seconds=120, what=mark)
+        """Waits until the daemon has answered every event, those included that its answers raise:
+        a roll-back is answered with a reload. A file that is written now is seen only after them."""
+        reloads = None
+        while reloads != (now := self._reloads()):
+            reloads = now
+            self.counts["marks"] += 1
+            mark = f"mark{self.counts['marks']}"
+            self.machine.shell(f"cd /data/system/usbdeviceconfig; echo > {mark}; rm {mark}")
+            self.machine.wait_until(f"tail -n 400 /data/log/vusd.log | grep -q 'filename.*/{mark}$'",
+                                    seconds=120, what=mark)
+
+    def _reloads(self):
+        return self.machine.run("grep -c 'config file call parsing' /data/log/vusd.log")[1]
 
     def agree(self):
         """The daemon's list and its map show what sysfs has."""
@@ -105,7 +112,7 @@ class Soak:
             # A device that is only now enumerated may come between the two.
             dump = self.machine.shell("vusctl dump test")
             names = re.findall(r"Interface name : ([^,]+),", dump)
-            present = self.machine.shell("cd /sys/bus/usb/devices; ls -d *-*:* | grep -v -- '-0:'").split()
+            present = self.machine.run("cd /sys/bus/usb/devices; ls -d *-*:* | grep -v -- '-0:'")[1].split()
             return sorted(names) == sorted(present)
         self.machine.wait_until(mapped, seconds=30, what="map and sysfs agreeing")
 
