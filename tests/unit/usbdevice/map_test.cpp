@@ -94,6 +94,33 @@ TEST_F(MapTest, RecordsOfADeviceKeepTheDirectorysOrder) {
     EXPECT_EQ(names_of(UsbDevice::get_deviceid_data(2005)), listed("2-1:"));
 }
 
+TEST_F(MapTest, ACompositeDockIsWhatEachOfItsInterfacesBecame) {
+    UsbTree tree;
+    tree.AddBus(1);
+    tree.AddDevice("1-2", Hub());
+    const int32_t id = tree.AddDevice("1-2.4", CompositeDock());
+    EXPECT_EQ(stderr_of([] { UsbDevice::create_usb_device_map(); }), "");
+    std::map<std::string, std::string> functions;
+    for (const usbinterface_custom& record : UsbDevice::get_deviceid_data(id)) {
+        functions[record.name] = std::to_string(record.category) + " " + record.category_path;
+    }
+    const std::map<std::string, std::string> expected = {{"1-2.4:1.0", "1 usb0"},
+                                                         {"1-2.4:1.1", "0 empty"},
+                                                         {"1-2.4:1.2", "2 ttyACM0"},
+                                                         {"1-2.4:1.3", "0 empty"},
+                                                         {"1-2.4:1.4", "4 sdcard"},
+                                                         {"1-2.4:1.5", "0 empty"},
+                                                         {"1-2.4:1.6", "8 empty"}};
+    EXPECT_EQ(functions, expected);
+    EXPECT_TRUE(UsbDevice::check_vendor_hid(id));
+    EXPECT_FALSE(UsbDevice::check_vendor_hid(tree.IdOf("1-2")));
+
+    UsbDevice::update_status(id, 0);
+    for (const auto& [name, function] : expected) EXPECT_EQ(authorized(name), "0\n") << name;
+    EXPECT_EQ(authorized("1-2.4"), "1\n");
+    EXPECT_EQ(authorized("1-2:1.0"), "1\n");
+}
+
 TEST_F(MapTest, DevicesOfOneIdShareIt) {
     // Bus 1, number 1002, and bus 2, number 2, are the same key.
     add_device("1-1", {{"devnum", "1002\n"}});
