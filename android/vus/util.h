@@ -36,6 +36,9 @@ class Util {
     // text in the status file and, unless the XML library itself gave up, in statusMessage. The
     // tables of a failed load hold what was read before the failure.
     static void createMapFromConfig(std::string path);
+    // The same, and answers the bytes that were loaded. Writers do not wait for the daemon, so that
+    // this is the only way to know them. Empty if the file cannot be read.
+    static std::string loadPolicy(const std::string& path);
 
     // The code of a class or input source name, spelled exactly; kNoClass for any other text.
     static uint32_t convert(const std::string name);

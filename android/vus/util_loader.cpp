@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <tinyxml2.h>
 
@@ -35,11 +36,27 @@ constexpr char kProductLogPrefix[] = "error in pid val= ";
 // One load: the fresh tables, built aside, and the rules by which the file fills them.
 class PolicyLoad {
   public:
-    void run(const std::string& path) {
+    // Answers the bytes that were judged: the file may be another one by now.
+    std::string run(const std::string& path) {
         tinyxml2::XMLDocument document(/*processEntities=*/true, tinyxml2::PRESERVE_WHITESPACE);
-        if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
-            return reportLibraryError(document);
+        const std::string text = read(path, &document);
+        judge(document);
+        return text;
+    }
+
+  private:
+    static std::string read(const std::string& path, tinyxml2::XMLDocument* document) {
+        std::string text;
+        while (!base::ReadFileToString(path, &text, /*follow_symlinks=*/true)) {
+            // Fails, too, and names the error; unless the file has come meanwhile.
+            if (document->LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) return "";
         }
+        document->Parse(text.data(), text.size());
+        return text;
+    }
+
+    void judge(const tinyxml2::XMLDocument& document) {
+        if (document.Error()) return reportLibraryError(document);
         if (const Result failure = readRoot(document.FirstChildElement())) {
             return reportFailure(*failure);
         }
@@ -49,7 +66,6 @@ class PolicyLoad {
         Util::updateErrorFile(Util::statusFilePath, currentStatusMessage());
     }
 
-  private:
     static std::string currentStatusMessage() {
         const std::shared_lock<std::shared_mutex> lock(Util::policy_mutex);
         return Util::statusMessage;
@@ -183,7 +199,11 @@ class PolicyLoad {
 }  // namespace
 
 void Util::createMapFromConfig(std::string path) {
-    PolicyLoad().run(path);
+    loadPolicy(path);
+}
+
+std::string Util::loadPolicy(const std::string& path) {
+    return PolicyLoad().run(path);
 }
 
 }  // namespace android::vus

@@ -36,6 +36,8 @@ constexpr size_t kEventBufferSize = 512;
 static_assert(kEventBufferSize >= sizeof(inotify_event) + NAME_MAX + 1,
               "the longest name must fit, or the kernel refuses to be read");
 
+constexpr bool kFollowLinks = true;  // as the copies of the policy do
+
 pthread_t watcherThread;
 
 // Touched by the watcher thread only. The descriptor is never closed: the thread reads it until
@@ -86,7 +88,7 @@ void restoreBackup() {
 
 std::string contentOf(const char* path) {
     std::string content;
-    base::ReadFileToString(path, &content);
+    base::ReadFileToString(path, &content, kFollowLinks);
     return content;
 }
 
@@ -97,15 +99,18 @@ std::string asCopied(std::string content) {
 }
 
 // Makes the policy that was loaded the backup. A writer may be at the policy again by now, or the
-// disk be full: what the copy then left is not what was loaded, and the last good backup is put
-// back, because without one the next bad policy could never be rolled back. The writer's close
-// brings its policy here in its turn.
+// disk be full: a copy that is not what was loaded is replaced by that or, where it does not fit,
+// by the last good backup, because from a bad one no bad policy could ever be rolled back. The
+// writer's close brings its policy here in its turn.
 void backUp(const std::string& loaded) {
     const std::string last_good = contentOf(kPolicyBackupFile);
     Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
-    if (contentOf(kPolicyBackupFile) == asCopied(loaded) || last_good.empty()) return;
-    LOG(ERROR) << "the policy changed while it was backed up: keeping the last backup";
-    base::WriteStringToFile(last_good, kPolicyBackupFile);
+    const std::string wanted = asCopied(loaded);
+    if (contentOf(kPolicyBackupFile) == wanted) return;
+    LOG(ERROR) << "the backup is not the policy that was loaded: writing that";
+    if (base::WriteStringToFile(wanted, kPolicyBackupFile, kFollowLinks)) return;
+    PLOG(ERROR) << "the policy does not fit: keeping the last backup";
+    base::WriteStringToFile(last_good, kPolicyBackupFile, kFollowLinks);
 }
 
 void confirmPolicy(const std::string& loaded) {
@@ -118,8 +123,7 @@ void confirmPolicy(const std::string& loaded) {
 // again. The echo of a restore changes nothing but the tables.
 bool reloadPolicy() {
     LOG(INFO) << "Admin usb_device_config.xml config file call parsing";
-    const std::string loaded = contentOf(kPolicyFile);
-    Util::createMapFromConfig(kPolicyFile);
+    const std::string loaded = Util::loadPolicy(kPolicyFile);
     LOG(INFO) << "Parsing status xml_parse_status " << Util::xml_parse_status;
     if (!Util::xml_parse_status) {
         restoreBackup();

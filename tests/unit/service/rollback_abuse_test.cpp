@@ -59,6 +59,7 @@ class RollbackAbuseTest : public ServiceTest {
     // Waits until the watcher has handled every event so far and every one that this has caused.
     void Settle() {
         for (int quiet = 0, marker = 0; quiet < 2; ++marker) {
+            ASSERT_LT(marker, 1000) << "it never settles";
             const size_t loads = CountOf("Admin usb_device_config.xml config file call parsing");
             const std::string file = std::string(kConfigDir) + "/marker" + std::to_string(marker);
             WriteFile(file, "");
@@ -101,28 +102,35 @@ TEST_F(RollbackAbuseTest, TwoWritersAndAThousandRewrites) {
     });
 }
 
-TEST_F(RollbackAbuseTest, AWriterAtThePolicyWhileItIsBackedUpDoesNotSpoilTheBackup) {
-    ExpectPassesInChild([&] {
-        WriteFile(kPolicyBackupFile, kStart);
-        WriteFile(kPolicyFile, kStart);
-        VUsbService::registerFileObserverViaThread();
-        ASSERT_TRUE(WaitFor([&] { return Logged("registered successfully file observer"); }));
-        // The log line between load and backup is the moment at which the other writer strikes.
-        base::SetLogger([](base::LogId, base::LogSeverity, const char*, const char*, unsigned,
-                           const char* message) {
-            if (std::string(message) !=
-                "Parsing success, so update status file and create backup") {
-                return;
-            }
+// The other writer strikes between load and backup: the log line there is the moment.
+void TearPolicyWhenItIsConfirmed() {
+    base::SetLogger([](base::LogId, base::LogSeverity, const char*, const char*, unsigned,
+                       const char* message) {
+        if (std::string(message) == "Parsing success, so update status file and create backup") {
             const base::unique_fd fd(open(kPolicyFile, O_WRONLY | O_TRUNC | O_CLOEXEC));
             EXPECT_EQ(write(fd.get(), "<usb", 4), 4);
-        });
-        Rewrite("<usbconfig mode='whitelist'><class>USB_CLASS_VIDEO</class></usbconfig>\n");
-        // The torn policy is rejected in its turn, and the backup that is put back is whole.
-        ASSERT_TRUE(WaitFor([&] {
-            return ReadFile(kPolicyFile) == kStart && ReadFile(kPolicyBackupFile) == kStart;
-        }));
+        }
     });
+}
+
+// The torn policy is rejected in its turn; what was in force until then comes back.
+TEST_F(RollbackAbuseTest, AWriterAtThePolicyWhileItIsBackedUpDoesNotSpoilTheBackup) {
+    for (const bool first_policy_ever : {false, true}) {
+        ExpectPassesInChild([&] {
+            constexpr char kLoaded[] =
+                    "<usbconfig mode='whitelist'><class>USB_CLASS_VIDEO</class></usbconfig>\n";
+            if (!first_policy_ever) WriteFile(kPolicyBackupFile, kStart);
+            WriteFile(kPolicyFile, kStart);
+            VUsbService::registerFileObserverViaThread();
+            ASSERT_TRUE(WaitFor([&] { return Logged("registered successfully file observer"); }));
+            TearPolicyWhenItIsConfirmed();
+            Rewrite(kLoaded);
+            EXPECT_TRUE(WaitFor([&] {
+                return ReadFile(kPolicyFile) == kLoaded && ReadFile(kPolicyBackupFile) == kLoaded;
+            })) << ReadFile(kPolicyFile)
+                << ReadFile(kPolicyBackupFile);
+        });
+    }
 }
 
 }  // namespace
