@@ -168,6 +168,11 @@ std::string ParentOf(const std::string& device) {
     return dot == std::string::npos ? "" : device.substr(0, dot);
 }
 
+std::string DriverOf(const std::string& entry) {
+    std::error_code none;
+    return fs::read_symlink(UsbPath(entry, "driver"), none).filename();
+}
+
 std::vector<ExpectedRecord> ExpectedMap() {
     const std::vector<std::string> entries = ListedEntries();
     std::vector<ExpectedRecord> records;

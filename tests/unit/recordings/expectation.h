@@ -55,5 +55,7 @@ bool IsInterfaceName(const std::string& entry);
 std::string DeviceOf(const std::string& interface);
 // The hub that a device hangs on if that is not a root hub, else an empty text.
 std::string ParentOf(const std::string& device);
+// The driver that is bound to an entry, or an empty text.
+std::string DriverOf(const std::string& entry);
 
 }  // namespace android::vus

@@ -132,6 +132,7 @@ TEST_P(RecordedTreeTest, EveryDeviceHangsOnItsHubAndEveryInterfaceOnItsDevice) {
         const std::string parent = device->parent != nullptr ? device->parent->name : "";
         EXPECT_EQ(parent, names.count(ParentOf(device->name)) != 0 ? ParentOf(device->name) : "")
                 << device->name;
+        EXPECT_EQ(device->driver, DriverOf(device->name)) << device->name;
     }
     size_t interfaces = 0;
     for (listlinks* at = UsbDevice::interface_list.next; at != &UsbDevice::interface_list;
@@ -140,6 +141,7 @@ TEST_P(RecordedTreeTest, EveryDeviceHangsOnItsHubAndEveryInterfaceOnItsDevice) {
         const std::string owner = DeviceOf(interface->name);
         const std::string parent = interface->parent != nullptr ? interface->parent->name : "";
         EXPECT_EQ(parent, names.count(owner) != 0 ? owner : "") << interface->name;
+        EXPECT_EQ(interface->driver, DriverOf(interface->name)) << interface->name;
     }
     EXPECT_EQ(devices,
               static_cast<size_t>(std::count_if(names.begin(), names.end(), IsDeviceName)));

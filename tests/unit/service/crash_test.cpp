@@ -12,8 +12,8 @@
 #include <thread>
 
 #include "android/vus/daemon.h"
-#include "tests/support/child_process.h"
 #include "service_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace android::vus {
 namespace {
@@ -165,16 +165,16 @@ TEST_F(CrashTest, AnyThreadMayCrash) {
     ExpectRolledBack();
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kSanitized = false;
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VUS_SANITIZED
+#endif
 #endif
 
+// Not for the sanitizers: exit destroys the tables that the other threads work on, which the crash
+// cannot wait for.
+#ifndef VUS_SANITIZED
 TEST_F(CrashTest, WhileOtherThreadsAreAtWork) {
-    if (kSanitized) GTEST_SKIP() << "exit destroys the tables that the other threads work on";
     const ChildResult child = Crash([&] {
         std::atomic<int> turns{0};
         std::vector<std::thread> threads;
@@ -194,6 +194,8 @@ TEST_F(CrashTest, WhileOtherThreadsAreAtWork) {
     EXPECT_EQ(child.exit_status, 6);
     ExpectRolledBack();
 }
+
+#endif
 
 TEST_F(CrashTest, OfTwoThreadsThatCrashOnlyOneReports) {
     for (int round = 0; round < 10; ++round) {
