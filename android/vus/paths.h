@@ -15,12 +15,13 @@ inline constexpr char kPolicyBackupFile[] =
         "/data/system/usbdeviceconfig/usb_device_config_backup.xml";
 inline constexpr char kStatusFile[] = "/data/system/usbdeviceconfig/status.txt";
 
-// The kernel's directory of USB buses, devices and interfaces (Documentation/ABI/testing/sysfs-bus-usb).
+// The kernel's directory of USB buses, devices and interfaces
+// (Documentation/ABI/testing/sysfs-bus-usb).
 inline constexpr char kUsbDevicesDir[] = "/sys/bus/usb/devices";
 // Parent of the USB controllers' directories; each has a "mode" file that reads "host" or "none".
 inline constexpr char kSocDir[] = "/sys/devices/platform/soc/";
-inline constexpr char kHighSpeedModeFile[] = "c200000.hsusb/mode";    // below kSocDir
-inline constexpr char kSuperSpeedModeFile[] = "a800000.ssusb/mode";   // below kSocDir
+inline constexpr char kHighSpeedModeFile[] = "c200000.hsusb/mode";   // below kSocDir
+inline constexpr char kSuperSpeedModeFile[] = "a800000.ssusb/mode";  // below kSocDir
 inline constexpr char kUsbOnlineFile[] = "/sys/class/power_supply/usb/online";
 inline constexpr char kDcOnlineFile[] = "/sys/class/power_supply/dc/online";
 

@@ -7,8 +7,8 @@
 #include <android-base/unique_fd.h>
 
 #include "android/vus/daemon.h"
-#include "tests/support/child_process.h"
 #include "service_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace android::vus {
 namespace {

@@ -3,8 +3,8 @@
 // The start of the service: policy, publication, watcher. Each test is a process of its own,
 // because a registered service watches for as long as its process lives.
 
-#include "tests/support/child_process.h"
 #include "service_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace android::vus {
 namespace {

@@ -7,8 +7,8 @@
 
 #include <filesystem>
 
-#include "tests/support/child_process.h"
 #include "service_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace android::vus {
 namespace {

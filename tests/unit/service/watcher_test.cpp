@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/support/child_process.h"
 #include "service_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace android::vus {
 namespace {
