@@ -7,7 +7,8 @@ import time
 def test_a_missing_service_is_an_error_at_once(device):
     device.machine.shell("touch /run/vusd.hold; kill -9 $(cat /run/vusd.pid)")
     device.machine.wait_until(lambda: device.probe.ends("vusd"))
-    for command in ("list", "judge", "reset", "undock 5", "dump", "watch", "policy set /etc/profile"):
+    for command in ("list", "judge --id 901 --interfaces 7", "reset", "undock 5", "dump", "watch",
+                    "policy set /etc/profile"):
         start = time.monotonic()
         status, text = device.machine.run(f"vusctl {command} 2>&1")
         assert (status, text) == (3, "vusctl: the daemon is not running\n"), command
