@@ -17,7 +17,7 @@ packages=(
     android-libbacktrace-dev libtinyxml2-dev libudev-dev libevdev-dev
     # to test
     libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3 python3-pytest
-    gcovr clang-format blueprint-tools llvm util-linux
+    gcovr clang-format blueprint-tools checkpolicy m4 llvm util-linux
     # to fetch and unpack libbinder's source and the device's packages
     dpkg-dev cpio xz-utils
     # to make and run the virtual device
