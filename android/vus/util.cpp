@@ -86,6 +86,25 @@ base::unique_fd openForWriting(const std::string& path) {
             open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kAnyoneUnderUmask));
 }
 
+// False if nothing or not all of it could be written.
+bool writeFile(const std::string& path, const std::string& content) {
+    const base::unique_fd file = openForWriting(path);
+    return file.get() >= 0 && base::WriteStringToFd(content, file);
+}
+
+// Empty for a file that cannot be read.
+std::string contentOf(const std::string& path) {
+    std::string content;
+    base::ReadFileToString(path, &content, /*follow_symlinks=*/true);
+    return content;
+}
+
+// What a copy of the content looks like: every line has a line end, the last one too.
+std::string asCopied(std::string content) {
+    if (!content.empty() && content.back() != '\n') content += '\n';
+    return content;
+}
+
 // Copies every line of the source, a last one without a line end too, with a line end each; reports
 // each line that is lost without a destination. Returns whether none was.
 bool copyLines(const base::unique_fd& source, const base::unique_fd& dest) {
@@ -196,8 +215,7 @@ std::vector<int32_t> Util::checkMultiClass(int32_t key_val) {
 
 void Util::updateErrorFile(std::string path, std::string message) {
     LOG(INFO) << "updateErrorFile called with error message : " << message;
-    const base::unique_fd file = openForWriting(path);
-    if (file.get() >= 0) base::WriteStringToFd(message, file);
+    writeFile(path, message);
 }
 
 bool Util::copyFileContent(std::string source, std::string dest) {
@@ -218,6 +236,17 @@ bool Util::copyFileContent(std::string source, std::string dest) {
     // Logged after a failure too, on purpose.
     LOG(INFO) << "Usb Device config file copied successfully..!!";
     return copied;
+}
+
+void Util::backUpPolicy(const std::string& loaded) {
+    const std::string last_good = contentOf(kPolicyBackupFile);
+    copyFileContent(kPolicyFile, kPolicyBackupFile);
+    const std::string wanted = asCopied(loaded);
+    if (contentOf(kPolicyBackupFile) == wanted) return;
+    LOG(ERROR) << "the backup is not the policy that was loaded: writing that";
+    if (writeFile(kPolicyBackupFile, wanted)) return;
+    PLOG(ERROR) << "the backup cannot be written: keeping the last one";
+    writeFile(kPolicyBackupFile, last_good);
 }
 
 }  // namespace android::vus

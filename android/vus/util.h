@@ -64,6 +64,11 @@ class Util {
     // Copies line by line, each with a line end. True if the copy was made; a missing source leaves
     // an empty destination.
     static bool copyFileContent(std::string source, std::string dest);
+    // Copies the policy to the backup, where `loaded` is what loadPolicy() answered. A writer may
+    // be at the policy again by now, or the disk be full: a copy that is not what was loaded is
+    // replaced by that or, where it does not fit, by the last good backup. From a bad backup no bad
+    // policy could ever be rolled back.
+    static void backUpPolicy(const std::string& loaded);
 
     static std::shared_mutex policy_mutex;
 

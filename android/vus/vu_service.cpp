@@ -38,7 +38,7 @@ void readBuildType() {
 }
 
 void loadPolicyAtStart() {
-    Util::createMapFromConfig(kPolicyFile);
+    const std::string loaded = Util::loadPolicy(kPolicyFile);
     if (!Util::xml_parse_status) {
         LOG(INFO) << " parsing failed";
         return;
@@ -46,7 +46,7 @@ void loadPolicyAtStart() {
     LOG(INFO) << " updating error fle with success";  // "fle" is spelled so on purpose
     Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
     LOG(INFO) << "copying backup ";
-    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
+    Util::backUpPolicy(loaded);
 }
 
 void publish(const sp<VUsbService>& service) {

@@ -18,7 +18,6 @@
 #include <string>
 #include <string_view>
 
-#include <android-base/file.h>
 #include <android-base/logging.h>
 
 #include "android/vus/paths.h"
@@ -35,8 +34,6 @@ namespace {
 constexpr size_t kEventBufferSize = 512;
 static_assert(kEventBufferSize >= sizeof(inotify_event) + NAME_MAX + 1,
               "the longest name must fit, or the kernel refuses to be read");
-
-constexpr bool kFollowLinks = true;  // as the copies of the policy do
 
 pthread_t watcherThread;
 
@@ -86,37 +83,10 @@ void restoreBackup() {
     backupRestoreInProgress = true;
 }
 
-std::string contentOf(const char* path) {
-    std::string content;
-    base::ReadFileToString(path, &content, kFollowLinks);
-    return content;
-}
-
-// What a copy of the content looks like: every line has a line end, the last one too.
-std::string asCopied(std::string content) {
-    if (!content.empty() && content.back() != '\n') content += '\n';
-    return content;
-}
-
-// Makes the policy that was loaded the backup. A writer may be at the policy again by now, or the
-// disk be full: a copy that is not what was loaded is replaced by that or, where it does not fit,
-// by the last good backup, because from a bad one no bad policy could ever be rolled back. The
-// writer's close brings its policy here in its turn.
-void backUp(const std::string& loaded) {
-    const std::string last_good = contentOf(kPolicyBackupFile);
-    Util::copyFileContent(kPolicyFile, kPolicyBackupFile);
-    const std::string wanted = asCopied(loaded);
-    if (contentOf(kPolicyBackupFile) == wanted) return;
-    LOG(ERROR) << "the backup is not the policy that was loaded: writing that";
-    if (base::WriteStringToFile(wanted, kPolicyBackupFile, kFollowLinks)) return;
-    PLOG(ERROR) << "the policy does not fit: keeping the last backup";
-    base::WriteStringToFile(last_good, kPolicyBackupFile, kFollowLinks);
-}
-
 void confirmPolicy(const std::string& loaded) {
     LOG(INFO) << "Parsing success, so update status file and create backup";
     Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
-    backUp(loaded);
+    Util::backUpPolicy(loaded);
 }
 
 // True if the administrator's policy is in force now and the attached devices are to be judged

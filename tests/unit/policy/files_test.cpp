@@ -275,5 +275,39 @@ TEST_F(CopyTest, NoBackupMakesAPolicyThatIsRejected) {
     EXPECT_THAT(Util::classList, IsEmpty());
 }
 
+constexpr char kNotLoaded[] = "E the backup is not the policy that was loaded: writing that";
+
+TEST_F(CopyTest, ABackupIsACopyIfThatIsWhatWasLoaded) {
+    for (const std::string policy :
+         {"<usbconfig mode='default'/>", "<usbconfig mode='default'/>\n"}) {
+        WriteFile(kPolicyFile, policy);
+        EXPECT_THAT(LogOf([&] { Util::backUpPolicy(policy); }),
+                    ElementsAre(::testing::_, ::testing::_, "I <usbconfig mode='default'/>",
+                                kCopied));
+        EXPECT_EQ(ReadFile(kPolicyBackupFile), "<usbconfig mode='default'/>\n");
+    }
+}
+
+TEST_F(CopyTest, ABackupIsWhatWasLoadedWhereTheFileIsAnotherOne) {
+    WriteFile(kPolicyBackupFile, "the last one\n");
+    for (const std::string content : {"", "<usb", "<usbconfig mode='blacklist'/>"}) {
+        WriteFile(kPolicyFile, content);
+        EXPECT_EQ(LogOf([] { Util::backUpPolicy("<usbconfig mode='default'/>"); }).back(),
+                  kNotLoaded);
+        EXPECT_EQ(ReadFile(kPolicyBackupFile), "<usbconfig mode='default'/>\n");
+        EXPECT_EQ(ReadFile(kPolicyFile), content);
+    }
+}
+
+TEST_F(CopyTest, ABackupThatCannotBeWrittenIsReported) {
+    WriteFile(kPolicyFile, "<usbconfig mode='default'/>");
+    MakeDir(kPolicyBackupFile);
+    const Strings log = LogOf([] { Util::backUpPolicy("<usbconfig mode='default'/>"); });
+    ASSERT_GE(log.size(), 2u);
+    EXPECT_EQ(log[log.size() - 2], kNotLoaded);
+    EXPECT_EQ(log.back(), "E the backup cannot be written: keeping the last one: Is a directory");
+    remove(kPolicyBackupFile);
+}
+
 }  // namespace
 }  // namespace android::vus

@@ -4,6 +4,8 @@
 // backup once there was a good policy, and in the end a good policy is in force.
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <random>
@@ -131,6 +133,34 @@ TEST_F(RollbackAbuseTest, AWriterAtThePolicyWhileItIsBackedUpDoesNotSpoilTheBack
                 << ReadFile(kPolicyBackupFile);
         });
     }
+}
+
+// Four pages: one for the policy, one for the backup, one for the status, one to spare.
+void PutPolicyOnASmallDisk() {
+    ASSERT_EQ(unshare(CLONE_NEWNS), 0) << strerror(errno);
+    ASSERT_EQ(mount("tmpfs", kConfigDir, "tmpfs", 0, "size=16k"), 0) << strerror(errno);
+}
+
+// A policy of two pages takes the last one, and leaves one for its backup.
+TEST_F(RollbackAbuseTest, APolicyWhoseBackupDoesNotFitLeavesTheLastOne) {
+    ExpectPassesInChild([&] {
+        ASSERT_NO_FATAL_FAILURE(PutPolicyOnASmallDisk());
+        WriteFile(kPolicyFile, kStart);
+        VUsbService::registerFileObserverViaThread();
+        ASSERT_TRUE(WaitFor([&] { return Logged("registered successfully file observer"); }));
+        Rewrite(kStart);
+        ASSERT_TRUE(WaitFor([&] { return ReadFile(kPolicyBackupFile) == kStart; }));
+
+        Rewrite("<usbconfig mode='whitelist'><class>USB_CLASS_VIDEO</class>" +
+                std::string(5000, ' ') + "</usbconfig>\n");
+        ASSERT_TRUE(WaitFor([&] {
+            return Logged(HasSubstr("the backup cannot be written: keeping the last one"));
+        }));
+        Rewrite("<usb");
+        EXPECT_TRUE(WaitFor([&] { return ReadFile(kPolicyFile) == kStart; }));
+        EXPECT_EQ(ReadFile(kPolicyBackupFile), kStart);
+        EXPECT_THAT(ReadFile(kStatusFile), HasSubstr("XML_ERROR"));
+    });
 }
 
 }  // namespace
