@@ -28,11 +28,6 @@ class TopologyTest : public UsbTest {
         UsbDevice::delete_all_nodes();
         return device;
     }
-    static std::vector<std::string> names_of(const std::vector<usbdevice*>& nodes) {
-        std::vector<std::string> names;
-        for (const usbdevice* node : nodes) names.push_back(node->name);
-        return names;
-    }
 };
 
 TEST_F(TopologyTest, EntriesAreToldApartByTheirNames) {

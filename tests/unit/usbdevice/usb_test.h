@@ -127,6 +127,11 @@ class UsbTest : public ::testing::Test {
         }
         return nullptr;
     }
+    static std::vector<std::string> names_of(const std::vector<usbdevice*>& nodes) {
+        std::vector<std::string> names;
+        for (const usbdevice* node : nodes) names.push_back(node->name);
+        return names;
+    }
     // The names of a chain through next.
     template <typename Node>
     static std::vector<std::string> chain(const Node* first) {
