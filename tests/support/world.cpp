@@ -19,6 +19,7 @@
 #include <fstream>
 
 #include <android-base/file.h>
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 
@@ -29,6 +30,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kPropertyDir[] = "/run/vus-properties";
+constexpr const char* kEmptiedDirs[] = {"/data", "/sys", "/run"};  // before each test
 
 void Require(bool done, const std::string& what) {
     if (done) return;
@@ -78,11 +80,21 @@ void EmptyDir(const std::string& path) {
     for (const auto& entry : fs::directory_iterator(path)) fs::remove_all(entry.path());
 }
 
+// EmptyWorld() would empty a build tree below one of its directories.
+void RequireOutsideEmptied(const std::string& build) {
+    for (const std::string dir : kEmptiedDirs) {
+        if (!base::StartsWith(build, dir + "/")) continue;
+        fprintf(stderr, "private root: tests cannot run from a build tree below %s\n", dir.c_str());
+        exit(2);
+    }
+}
+
 }  // namespace
 
 void EnterPrivateRoot() {
     // The build tree stays visible: vusd is in it, and coverage counters are written to it.
     const std::string build = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
+    RequireOutsideEmptied(build);
     BecomeRootOfOwnNamespaces();
     Require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
     char root[] = "/tmp/vus-root.XXXXXX";
@@ -97,8 +109,8 @@ void EnterPrivateRoot() {
     for (const char* path : {"/dev/null", "/dev/zero", "/dev/urandom", "/dev/full"}) {
         BindFromHost(root, path);
     }
-    BindFromHost(root, build);
     for (const char* path : {"/data", "/sys", "/run", "/tmp"}) MountTmpfs(std::string(root) + path);
+    BindFromHost(root, build);
     Require(chdir(root) == 0 && syscall(SYS_pivot_root, ".", ".") == 0, "pivot_root");
     Require(umount2(".", MNT_DETACH) == 0 && chdir("/") == 0, "leaving the host's root");
     unlinkat(hosts_tmp.get(), basename(root), AT_REMOVEDIR);
@@ -106,7 +118,7 @@ void EnterPrivateRoot() {
 }
 
 void EmptyWorld() {
-    for (const char* path : {"/data", "/sys", "/run"}) EmptyDir(path);
+    for (const char* path : kEmptiedDirs) EmptyDir(path);
 }
 
 void MakeDir(const std::string& path) {

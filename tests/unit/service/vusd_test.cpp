@@ -57,8 +57,18 @@ TEST_F(VusdTest, TheStartupTaskWithoutADirectoryExitsWithZero) {
     RemoveTree(kConfigDir);
     const ChildResult vusd = Run({"run-startup-tasks"});
     EXPECT_EQ(vusd.exit_status, 0);
+    ASSERT_FALSE(vusd.log.empty());
     EXPECT_THAT(vusd.log.back(), HasSubstr("] no Directory exist"));
     EXPECT_FALSE(std::filesystem::exists(kConfigDir));
+}
+
+TEST_F(VusdTest, TheStartupTaskWithAFileInTheDirectorysPlaceExitsWithZero) {
+    RemoveTree(kConfigDir);
+    WriteFile(kConfigDir, "in the way");
+    const ChildResult vusd = Run({"run-startup-tasks"});
+    EXPECT_EQ(vusd.exit_status, 0);
+    EXPECT_THAT(vusd.log.back(), HasSubstr("] no Directory exist"));
+    EXPECT_EQ(ReadFile(kConfigDir), "in the way");
 }
 
 TEST_F(VusdTest, AnyOtherArgumentStartsTheService) {
