@@ -5,7 +5,9 @@
 
 #include "android/vus/vu_service.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <string_view>
 
 #include <android-base/logging.h>
@@ -71,11 +73,10 @@ void sumCategories(const std::vector<usbinterface_custom>& interfaces, DeviceInf
     }
 }
 
-std::unique_ptr<DeviceInfo> makeRecord(const DeviceInfo& info, bool allowed,
-                                       const std::string& reason) {
-    auto record = std::make_unique<DeviceInfo>(info);
+std::unique_ptr<DeviceInfo> makeRecord(DeviceInfo info, bool allowed, std::string reason) {
+    auto record = std::make_unique<DeviceInfo>(std::move(info));
     record->status = allowed ? 1 : 0;
-    record->reason = reason;
+    record->reason = std::move(reason);
     record->category = 0;
     record->categoryPath.clear();
     return record;
@@ -155,14 +156,14 @@ void VUsbService::removeUsbDevice(const DeviceInfo& info) {
 }
 
 void VUsbService::addDeviceList(DeviceInfo info, bool allowed, std::string reason) {
-    std::unique_ptr<DeviceInfo> record = makeRecord(info, allowed, reason);
-    if (info.deviceType != 0) {
-        LOG(INFO) << info.deviceName << " device added to mInputDeviceInfoList";
+    std::unique_ptr<DeviceInfo> record = makeRecord(std::move(info), allowed, std::move(reason));
+    if (record->deviceType != 0) {
+        LOG(INFO) << record->deviceName << " device added to mInputDeviceInfoList";
         insertRecord(&mInputDeviceInfoList, std::move(record));
         return;
     }
-    const auto interfaces = UsbDevice::get_deviceid_data(info.deviceId);
-    LOG(INFO) << info.deviceName << " device added to mUsbDeviceInfoList "
+    const auto interfaces = UsbDevice::get_deviceid_data(record->deviceId);
+    LOG(INFO) << record->deviceName << " device added to mUsbDeviceInfoList "
               << "custom_struct size is " << interfaces.size();
     sumCategories(interfaces, record.get());
     LOG(INFO) << " device category  " << record->category << " categoryPath "
@@ -178,11 +179,11 @@ VUsbService::DeviceLists VUsbService::copyDeviceLists() {
 
 binder::Status VUsbService::getDeviceList(std::vector<DeviceInfo>* out) {
     LOG(INFO) << "--getDeviceList()--";
-    const DeviceLists lists = copyDeviceLists();
+    DeviceLists lists = copyDeviceLists();
     LOG(INFO) << "getDeviceList--completeDeviceInfoList size"
               << lists.input.size() + lists.usb.size();
-    out->insert(out->end(), lists.input.begin(), lists.input.end());
-    out->insert(out->end(), lists.usb.begin(), lists.usb.end());
+    std::move(lists.input.begin(), lists.input.end(), std::back_inserter(*out));
+    std::move(lists.usb.begin(), lists.usb.end(), std::back_inserter(*out));
     return binder::Status::ok();
 }
 
