@@ -73,6 +73,7 @@ TEST_F(CallbacksTest, OnADebugBuildEveryEntryIsLoggedInMapOrder) {
                            " value:" + Text(recipient.get()));
     }
     EXPECT_EQ(Messages(), expected);
+    EXPECT_THAT(logs_.Errors(), ElementsAre("Size of callbacks at registerVusCallback 2"));
 }
 
 TEST_F(CallbacksTest, ADeathLinkThatFailsRegistersNothing) {
@@ -118,6 +119,7 @@ TEST_F(CallbacksTest, TwoRegistrationsTakeTwoWithdrawals) {
     EXPECT_THAT(Messages(), ElementsAre("unregisterVusCallback called" + Text(client.proxy.get()),
                                         "unregisterVusCallback binder" + Text(client.binder.get()),
                                         "Given callback not registered with this list"));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
 }
 
 TEST_F(CallbacksTest, TheOldestRegistrationIsWithdrawnFirst) {
@@ -204,6 +206,7 @@ TEST_F(CallbacksTest, ADeadClientIsDropped) {
     EXPECT_THAT(Messages(), ElementsAre("Received binderDied",
                                         "Size of callbacks at unregisterVusCallback binderDied 1",
                                         "Callback from dead process unregistered"));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
     ASSERT_EQ(service_->callbacks_.size(), 1u);
     EXPECT_EQ(service_->callbacks_.begin()->first, living.binder.get());
 }
@@ -236,6 +239,7 @@ TEST_F(CallbacksTest, OnADebugBuildEachCallIsLoggedWithItsAddress) {
     EXPECT_THAT(Messages(),
                 Contains("updateDeviceList--: sending callback to client onDeviceRemoved " +
                          Text(client.proxy.get())));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
 }
 
 TEST_F(CallbacksTest, OnAReleaseBuildNoAddressOfACallIsLogged) {

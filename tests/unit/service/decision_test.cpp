@@ -18,16 +18,15 @@ constexpr char kNotBlacklisted[] = "No matching rule found to Blacklist the devi
 
 class DecisionTest : public ServiceTest {
   protected:
-    bool Judge(const DeviceInfo& info) {
-        bool allowed = !expected_;  // an answer that is not given must not pass
+    void ExpectAnswer(const DeviceInfo& info, bool expected) {
+        bool allowed = !expected;  // an answer that is not given must not pass
         EXPECT_TRUE(service_->isDeviceAllowed(info, &allowed).isOk());
-        return allowed;
+        EXPECT_EQ(allowed, expected);
     }
 
-    // Judges and compares the answer, the stored verdict and the stored reason.
+    // Compares the answer, the stored verdict and the stored reason.
     void Expect(const DeviceInfo& info, bool allowed, const std::string& reason) {
-        expected_ = allowed;
-        EXPECT_EQ(Judge(info), allowed);
+        ExpectAnswer(info, allowed);
         const std::vector<DeviceInfo> list = List();
         ASSERT_EQ(list.size(), 1u);
         EXPECT_EQ(list[0].status, allowed ? 1 : 0);
@@ -45,8 +44,6 @@ class DecisionTest : public ServiceTest {
         AttachUsbDevice("1-2", 1, 2, classes);
         return UsbDeviceInfo(1002, classes, "disk");
     }
-
-    bool expected_ = false;
 };
 
 TEST_F(DecisionTest, UnderAutomationEverythingIsAllowedAndNothingElseHappens) {
@@ -54,8 +51,8 @@ TEST_F(DecisionTest, UnderAutomationEverythingIsAllowedAndNothingElseHappens) {
     const DeviceInfo disk = Attach({8});
     SetProperty(kAutomationProperty, "1");
     logs_.Clear();
-    EXPECT_TRUE(Judge(disk));
-    EXPECT_THAT(Messages(), ElementsAre("isDeviceAllowed::Automation flag set, return"));
+    ExpectAnswer(disk, true);
+    EXPECT_THAT(logs_.Lines(), ElementsAre("I isDeviceAllowed::Automation flag set, return"));
     EXPECT_THAT(ListedIds(), IsEmpty());
     EXPECT_EQ(Authorized("1-2:1.0"), "1");
 }
@@ -87,9 +84,8 @@ TEST_F(DecisionTest, APlainUsbKeyboardIsLeftToTheInputSubsystem) {
     MakeDir("/sys/bus/usb/devices/1-2:1.0/0003:046D:C31C.0001/input");
     MakeDir("/sys/bus/usb/devices/1-2:1.1/0003:046D:C31C.0002/input");
     const sp<RecordingCallback> client = RegisterClient();
-    expected_ = false;
-    EXPECT_FALSE(Judge(UsbDeviceInfo(1002, {3, 3})));
-    EXPECT_EQ(Messages().back(), "The HID device is controlled by Input Subsystem  ");
+    ExpectAnswer(UsbDeviceInfo(1002, {3, 3}), false);
+    EXPECT_EQ(logs_.Lines().back(), "I The HID device is controlled by Input Subsystem  ");
     EXPECT_THAT(ListedIds(), IsEmpty());
     EXPECT_THAT(client->Events(), IsEmpty());
     EXPECT_EQ(Authorized("1-2:1.0"), "1");
@@ -98,14 +94,13 @@ TEST_F(DecisionTest, APlainUsbKeyboardIsLeftToTheInputSubsystem) {
 TEST_F(DecisionTest, APlainUsbKeyboardIsAnsweredFalseInDefaultModeToo) {
     AttachUsbDevice("1-2", 1, 2, {3});
     MakeDir("/sys/bus/usb/devices/1-2:1.0/0003:046D:C31C.0001/input");
-    expected_ = false;
-    EXPECT_FALSE(Judge(UsbDeviceInfo(1002, {3})));
+    ExpectAnswer(UsbDeviceInfo(1002, {3}), false);
     EXPECT_THAT(ListedIds(), IsEmpty());
+    EXPECT_EQ(Authorized("1-2:1.0"), "1");
 }
 
 TEST_F(DecisionTest, ADeviceWithoutInterfacesIsScreenedLikeAHidDevice) {
-    expected_ = false;
-    EXPECT_FALSE(Judge(UsbDeviceInfo(1002, {})));
+    ExpectAnswer(UsbDeviceInfo(1002, {}), false);
     EXPECT_EQ(Messages().back(), "The HID device is controlled by Input Subsystem  ");
 }
 
@@ -202,8 +197,8 @@ TEST_F(DecisionTest, AListedSourceIsAllowed) {
 TEST_F(DecisionTest, EverySourceMustBeListed) {
     LoadPolicy("<usbconfig mode='whitelist'><class>AINPUT_SOURCE_KEYBOARD</class></usbconfig>");
     Expect(InputDevice(7, 0x2103), false, kNotWhitelisted);
-    EXPECT_THAT(Messages(), Contains("HID multiClass check"));
-    EXPECT_THAT(Messages(), Contains("HID multi class check false breaking"));
+    EXPECT_THAT(logs_.Lines(), Contains("I HID multiClass check"));
+    EXPECT_THAT(logs_.Lines(), Contains("I HID multi class check false breaking"));
     EXPECT_THAT(Messages(), Not(Contains(StartsWith("update_status"))));
     LoadPolicy(
             "<usbconfig mode='whitelist'><class>AINPUT_SOURCE_KEYBOARD</class>"
@@ -346,7 +341,8 @@ TEST_F(DecisionTest, ARefusalIsLoggedInOrder) {
     disk.vendorId = 2385;
     disk.productId = 5734;
     logs_.Clear();
-    Judge(disk);
+    ExpectAnswer(disk, false);
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
     EXPECT_THAT(OnlyFrom({"class is ", "create_usb_device_map called", "8", "interface class check",
                           "isDeviceAllowed", "update_status path with", "disk device added"}),
                 ElementsAre("class is 8not HID", "create_usb_device_map called", "8",
@@ -362,7 +358,7 @@ TEST_F(DecisionTest, ARefusalIsLoggedInOrder) {
 }
 
 TEST_F(DecisionTest, AnAllowedDeviceIsLoggedWithStatusOne) {
-    Judge(InputDevice(7, 4, "odd"));
+    ExpectAnswer(InputDevice(7, 4, "odd"), true);
     EXPECT_THAT(Messages(), Contains("isDeviceAllowed res val:1"));
     // A class without a name is a blank.
     EXPECT_EQ(Messages().back(),
@@ -377,7 +373,7 @@ TEST_F(DecisionTest, ARefusedDeviceIsOffBeforeClientsHearOfIt) {
     const sp<RecordingCallback> client = RegisterClient();
     std::string state;
     client->on_added = [&](const DeviceInfo&) { state = Authorized("1-2:1.0"); };
-    Judge(disk);
+    ExpectAnswer(disk, false);
     EXPECT_EQ(state, "0");
 }
 
@@ -386,7 +382,7 @@ TEST_F(DecisionTest, TheReportersRecordIsNotChanged) {
     DeviceInfo disk = Attach({8});
     disk.status = 7;
     disk.reason = "mine";
-    Judge(disk);
+    ExpectAnswer(disk, false);
     EXPECT_EQ(disk.status, 7);
     EXPECT_EQ(disk.reason, "mine");
 }
@@ -394,7 +390,7 @@ TEST_F(DecisionTest, TheReportersRecordIsNotChanged) {
 TEST_F(DecisionTest, TheMapIsAsFreshAsTheDecision) {
     LoadPolicy("<usbconfig mode='whitelist'/>");
     UsbDevice::create_usb_device_map();  // before the device is there
-    Judge(Attach({8}));
+    ExpectAnswer(Attach({8}), false);
     EXPECT_EQ(Authorized("1-2:1.0"), "0");
 }
 

@@ -70,7 +70,7 @@ TEST_F(DeviceListTest, AddingAnInputDeviceLogsOneLineAndTellsNoClient) {
     const sp<RecordingCallback> client = RegisterClient();
     logs_.Clear();
     service_->addDeviceList(InputDevice(7, 0x101, "kbd"), true, "ok");
-    EXPECT_THAT(Messages(), ElementsAre("kbd device added to mInputDeviceInfoList"));
+    EXPECT_THAT(logs_.Lines(), ElementsAre("I kbd device added to mInputDeviceInfoList"));
     EXPECT_THAT(client->Events(), IsEmpty());
 }
 
@@ -109,6 +109,7 @@ TEST_F(DeviceListTest, AddingAUsbDeviceLogsInOrder) {
                             "Found deviceid  : 1002device : 1-2:1.0",
                             "modem device added to mUsbDeviceInfoList custom_struct size is 1",
                             " device category  2 categoryPath ttyACM0;"));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
 }
 
 TEST_F(DeviceListTest, APathThatOccursInAnEarlierOneIsLeftOut) {
@@ -177,6 +178,7 @@ TEST_F(DeviceListTest, TheListHasInputDevicesFirstEachByAscendingId) {
     EXPECT_THAT(ListedIds(), ElementsAre(3, 7, 5));
     EXPECT_THAT(Messages(),
                 ElementsAre("--getDeviceList()--", "getDeviceList--completeDeviceInfoList size3"));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
 }
 
 TEST_F(DeviceListTest, IdsAreSigned) {
@@ -220,6 +222,7 @@ TEST_F(DeviceListTest, RemovingAnInputDeviceTellsNoClient) {
                             "kbd device removed from mInputDeviceInfoList",
                             "updateDeviceList--mInputDeviceInfoList size: 0 mUsbDeviceInfoList "
                             "size: 0"));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
     EXPECT_THAT(client->Events(), IsEmpty());
     EXPECT_THAT(ListedIds(), IsEmpty());
     EXPECT_EQ(UsbDevice::get_deviceid_data(7).size(), 1u) << "the map is the USB side's";
@@ -237,6 +240,7 @@ TEST_F(DeviceListTest, RemovingAUsbDeviceLogsInOrder) {
                             "disk device removed from mUsbDeviceInfoList",
                             "updateDeviceList--mInputDeviceInfoList size: 1 mUsbDeviceInfoList "
                             "size: 0"));
+    EXPECT_THAT(logs_.Errors(), IsEmpty());
     EXPECT_THAT(ListedIds(), ElementsAre(7));
 }
 
@@ -279,6 +283,7 @@ TEST_F(DeviceListTest, AnAdditionReportOnlyLogs) {
                                 "disk device added to mUsbDeviceInfoList",
                                 "updateDeviceList--mInputDeviceInfoList size: 0 "
                                 "mUsbDeviceInfoList size: 1"));
+        EXPECT_THAT(logs_.Errors(), IsEmpty());
     }
     logs_.Clear();
     service_->updateDeviceList(InputDevice(2, 0x101, "kbd"), 1);
@@ -295,7 +300,7 @@ TEST_F(DeviceListTest, UnderAutomationARemovalTouchesNothing) {
     SetProperty(kAutomationProperty, "1");
     logs_.Clear();
     EXPECT_TRUE(service_->updateDeviceList(UsbDeviceInfo(1002, {8}), 0).isOk());
-    EXPECT_THAT(Messages(), ElementsAre("updateDeviceList::Automation flag set, return"));
+    EXPECT_THAT(logs_.Lines(), ElementsAre("I updateDeviceList::Automation flag set, return"));
     EXPECT_TRUE(service_->updateDeviceList(InputDevice(7, 0x101), 0).isOk());
     EXPECT_THAT(ListedIds(), ElementsAre(7, 1002));
     EXPECT_EQ(UsbDevice::get_deviceid_data(1002).size(), 1u);
@@ -313,7 +318,8 @@ TEST_F(DeviceListTest, OnlyTheNumberOneIsAutomation) {
 
 TEST_F(DeviceListTest, AResetIsPassedOn) {
     EXPECT_TRUE(service_->resetUsbDevices(0).isOk());
-    EXPECT_THAT(Messages(), ElementsAre("resetUsbDevices called", "usb_host_reset entered:"));
+    EXPECT_THAT(logs_.Lines(),
+                ElementsAre("I resetUsbDevices called", "I usb_host_reset entered:"));
 }
 
 TEST_F(DeviceListTest, AResetSwitchesTheControllers) {

@@ -24,7 +24,8 @@ class DumpTest : public ServiceTest {
 
 TEST_F(DumpTest, WithoutDevicesThereIsOnlyTheHead) {
     EXPECT_EQ(DumpText(), "USB DEVICE INFO ");
-    EXPECT_THAT(Messages(), ElementsAre("mInputDeviceInfoList size 0mUsbDeviceInfoList size 0"));
+    EXPECT_THAT(logs_.Lines(),
+                ElementsAre("I mInputDeviceInfoList size 0mUsbDeviceInfoList size 0"));
 }
 
 TEST_F(DumpTest, EveryDeviceIsPrintedInputDevicesFirst) {
@@ -127,11 +128,12 @@ TEST_F(DumpTest, ADeviceIsLoggedInOrder) {
                             "USB_CLASS_MISC[ 239] , VendorId: 2385, ProductId: 5734 }",
                             "dumpPrint--USB_CLASS_MASS_STORAGE", "restrictedClassList is null",
                             "interfaceClassListStr USB_CLASS_MASS_STORAGE;"));
+    EXPECT_TRUE(logs_.Errors().empty());
 }
 
 TEST_F(DumpTest, ADeviceWithRestrictedClassesOnlyIsLoggedSo) {
     DeviceText(UsbDeviceInfo(1, {255}));
-    EXPECT_THAT(Messages(), Contains("interfaceClassListStr is null"));
+    EXPECT_THAT(logs_.Lines(), Contains("I interfaceClassListStr is null"));
     EXPECT_THAT(Messages(), Contains("interfaceClassListStr <none>"));
     EXPECT_THAT(Messages(), Not(Contains("restrictedClassList is null")));
 }
@@ -148,7 +150,7 @@ TEST_F(DumpTest, AnyOtherArgumentPrintsNothing) {
     for (const char* argument : {"TEST", "tes", "test ", "", "--help"}) {
         logs_.Clear();
         EXPECT_EQ(DumpText({argument, "test"}), "") << argument;
-        EXPECT_THAT(Messages(), ElementsAre("args[0] is" + std::string(argument)));
+        EXPECT_THAT(logs_.Lines(), ElementsAre("I args[0] is" + std::string(argument)));
     }
 }
 

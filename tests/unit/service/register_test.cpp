@@ -56,6 +56,7 @@ TEST_F(RegisterTest, LogsInOrder) {
         // The new thread may be quicker than the one that started it.
         EXPECT_THAT(own, Contains("registerFileObserverViaThread result--0"));
         EXPECT_THAT(own, Contains("registered successfully file observer"));
+        EXPECT_TRUE(logs_.Errors().empty());
     });
 }
 
@@ -67,7 +68,7 @@ TEST_F(RegisterTest, ABadPolicyIsLeftWithTheLoadersText) {
         EXPECT_EQ(ReadFile(kStatusFile), "INVALID MODE");
         EXPECT_EQ(ReadFile(kPolicyBackupFile), "the last good one\n");
         EXPECT_EQ(ReadFile(kPolicyFile), "<usbconfig mode='open'/>");
-        EXPECT_TRUE(Logged(" parsing failed"));
+        EXPECT_THAT(logs_.Lines(), Contains("I  parsing failed"));
         EXPECT_FALSE(Logged("copying backup "));
         EXPECT_TRUE(Logged("vus service Registered successfully"));
     });

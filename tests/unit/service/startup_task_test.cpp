@@ -45,8 +45,8 @@ TEST_F(StartupTaskTest, WritesTheDefaultPolicy) {
     RunStartupTasks();
     EXPECT_EQ(ReadFile(kPolicyFile), kDefaultPolicy);
     EXPECT_EQ(ReadFile(kPolicyFile).size(), 78u);
-    EXPECT_THAT(Messages(), ElementsAre("vus main called with run-startup-tasks",
-                                        "Directory exist, creating file"));
+    EXPECT_THAT(logs_.Lines(), ElementsAre("I vus main called with run-startup-tasks",
+                                           "I Directory exist, creating file"));
 }
 
 TEST_F(StartupTaskTest, ItsPolicyLoads) {
@@ -101,7 +101,7 @@ TEST_F(StartupTaskTest, AFileIsNoDirectory) {
     RemoveTree(kConfigDir);
     WriteFile(kConfigDir, "in the way");
     RunStartupTasks();
-    EXPECT_EQ(Messages().back(), "no Directory exist");
+    EXPECT_EQ(logs_.Lines().back(), "I no Directory exist");
     EXPECT_EQ(ReadFile(kConfigDir), "in the way");
 }
 

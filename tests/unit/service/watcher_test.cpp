@@ -89,6 +89,7 @@ TEST_F(WatcherTest, AGoodPolicyIsPutInForceConfirmedAndBackedUp) {
                                 "Parsing success, so update status file and create backup",
                                 "updateErrorFile called with error message : SUCCESS",
                                 "USB xml dest path is " + std::string(kPolicyBackupFile), kReset));
+        EXPECT_TRUE(logs_.Errors().empty());
     });
 }
 
@@ -133,6 +134,7 @@ TEST_F(WatcherTest, ARejectedPolicyIsReplacedByTheBackup) {
         EXPECT_THAT(OnlyFrom({"Admin", "Parsing", "usb_host_reset"}),
                     ElementsAre(kReloaded, "Parsing status xml_parse_status 0", kRestored,
                                 kReloaded, "Parsing status xml_parse_status 1"));
+        EXPECT_THAT(logs_.Lines(), Contains("I " + std::string(kRestored)));
     });
 }
 
@@ -248,7 +250,10 @@ TEST_F(WatcherTest, SeveralEventsOfOneReadAreHandledInOrderAndNoneIsDropped) {
 // The start and the end of the thread.
 
 TEST_F(WatcherTest, StartingTheThreadIsLogged) {
-    InWatchedProcess([&] { EXPECT_TRUE(Logged("registerFileObserverViaThread result--0")); });
+    InWatchedProcess([&] {
+        ASSERT_TRUE(WaitFor([&] { return Logged("registerFileObserverViaThread result--0"); }));
+        EXPECT_TRUE(logs_.Errors().empty());
+    });
 }
 
 TEST_F(WatcherTest, TheDescriptorIsNotInherited) {
@@ -311,6 +316,7 @@ TEST_F(WatcherTest, AnInterruptedReadIsTriedAgain) {
         }));
         WriteFile(kPolicyFile, kAudioPolicy);
         EXPECT_TRUE(WaitFor([&] { return Logged(kReset); }));
+        EXPECT_TRUE(logs_.Errors().empty());
         watcher.detach();
     });
 }
