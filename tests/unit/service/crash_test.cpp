@@ -2,13 +2,16 @@
 //
 // The crash handler, by real crashes in processes of their own.
 
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <iterator>
 #include <thread>
 
 #include "android/vus/daemon.h"
@@ -171,9 +174,36 @@ TEST_F(CrashTest, AnyThreadMayCrash) {
 #endif
 #endif
 
-// Not for the sanitizers: exit destroys the tables that the other threads work on, which the crash
-// cannot wait for.
+// Not for the sanitizers: they hold back signals, they need /proc at the end, and they see that
+// exit destroys the tables that the other threads work on, which the crash cannot wait for.
 #ifndef VUS_SANITIZED
+// Without /proc the unwinder does not learn what is mapped where.
+TEST_F(CrashTest, AStackThatCannotBeUnwoundIsLoggedAndTheEndIsTheSame) {
+    const ChildResult child = Crash([] {
+        ASSERT_EQ(unshare(CLONE_NEWNS), 0) << strerror(errno);
+        ASSERT_EQ(umount2("/proc", MNT_DETACH), 0) << strerror(errno);
+        abort();
+    });
+    EXPECT_EQ(child.exit_status, 6);
+    ExpectRolledBack();
+    const auto failure = std::find(child.log.begin(), child.log.end(),
+                                   "E signalHandler: Failed to unwind callstack.");
+    ASSERT_NE(failure, child.log.end());
+    EXPECT_EQ(*std::next(failure), "I Stack Trace");
+}
+
+TEST_F(CrashTest, TheEndOfAHandlerThatHangsHasItsStatus) {
+    const ChildResult child = Crash([] {
+        atexit([] {
+            ualarm(1000, 0);  // sooner than the handler has set it
+            while (true) pause();
+        });
+        abort();
+    });
+    EXPECT_EQ(child.exit_status, 6);
+    EXPECT_EQ(child.signal, 0);
+}
+
 TEST_F(CrashTest, WhileOtherThreadsAreAtWork) {
     const ChildResult child = Crash([&] {
         std::atomic<int> turns{0};
