@@ -168,6 +168,23 @@ def _silent():
                        manufacturer="Example", product_name="Silent one", answers=False)
 
 
+def _unwilling():
+    """Has no interfaces until it is configured once more."""
+    return Description(0x1209, 0x0002, [Interface(255, 0, 0)], manufacturer="Example",
+                       product_name="Unwilling one", refusals=1)
+
+
+def _unconfigured():
+    """Lets the kernel wait for its configuration, and has no interfaces in the end."""
+    return Description(0x1209, 0x0003, [Interface(255, 0, 0)], manufacturer="Example",
+                       product_name="Unconfigured one", refusals=None)
+
+
+def _false_hub():
+    return Description(0x1209, 0x0004, [Interface(8, 6, 0x50, (Endpoint(0x82), Endpoint(2)))],
+                       manufacturer="Example", product_name="Disk, says hub", device_class=(9, 0, 0))
+
+
 def _hostile():
     return Description(0x1209, 0x0666, [Interface(255, 0, 0)],
                        manufacturer="A\nB\x1b[31m", product_name="'; rm -rf / #\n\n" + "x" * 90, serial="%s%n\x01")
@@ -187,6 +204,9 @@ CATALOG = {device.name: device for device in (
     RedirDevice("typing-stick", "a flash drive that is a keyboard, too", _stick_with_keyboard),
     RedirDevice("displaylink", "a DisplayLink dock", _displaylink),
     RedirDevice("silent", "a device that stops answering", _silent),
+    RedirDevice("unwilling", "a device that refuses its configuration at first", _unwilling),
+    RedirDevice("unconfigured", "a device that never answers to its configuration", _unconfigured),
+    RedirDevice("false-hub", "a disk that calls itself a hub", _false_hub),
     RedirDevice("hostile", "a device with hostile strings", _hostile),
     Gadget("serial", "a serial adapter (ttyACM0)", 0x0525, 0xA4A7, "Example", "Serial adapter", ("acm",)),
     Gadget("dock", "a dock: network, serial port, disk and a vendor's own HID", 0x1D6B, 0x0104, "Example",

@@ -70,6 +70,8 @@ class Description:
     speed: int = FULL
     # The last control requests are not answered: the kernel waits for them until it gives up.
     answers: bool = True
+    # How often it refuses to be configured; None: it never answers that.
+    refusals: int = 0
     _strings: list = field(default_factory=lambda: [None])
 
     def __post_init__(self):
@@ -148,6 +150,7 @@ class Server(threading.Thread):
         super().__init__(daemon=True)
         self._description = description
         self._configuration = 0
+        self._refusals = description.refusals
         self._wide_ids = False
         self._socket = _connected(path)
         self.start()
@@ -219,9 +222,8 @@ class Server(threading.Thread):
 
     def _answer(self, kind, packet_id, body):
         if kind == SET_CONFIGURATION:
-            self._configuration = body[0]
-            self._send_interfaces()
-        if kind in (SET_CONFIGURATION, GET_CONFIGURATION):
+            self._configure(packet_id, body[0])
+        elif kind == GET_CONFIGURATION:
             self._send(CONFIGURATION_STATUS, packet_id, bytes([0, self._configuration]))
         elif kind in (SET_ALT, GET_ALT):
             alternate = body[1] if kind == SET_ALT else 0
@@ -234,6 +236,17 @@ class Server(threading.Thread):
             self._send(BULK, packet_id, struct.pack("<BBHIH", body[0], 0, *struct.unpack("<H", body[2:4]), 0, 0))
         elif kind == INTERRUPT and not body[0] & TO_HOST:
             self._send(INTERRUPT, packet_id, struct.pack("<BBH", body[0], 0, *struct.unpack("<H", body[2:4])))
+
+    def _configure(self, packet_id, configuration):
+        if self._refusals is None:
+            return
+        if self._refusals > 0:
+            self._refusals -= 1
+            self._send(CONFIGURATION_STATUS, packet_id, bytes([STALL, self._configuration]))
+            return
+        self._configuration = configuration
+        self._send_interfaces()
+        self._send(CONFIGURATION_STATUS, packet_id, bytes([0, configuration]))
 
     def _answer_control(self, packet_id, body):
         endpoint, request, request_type, _, value, index, length = struct.unpack("<BBBBHHH", body[:10])

@@ -3,6 +3,8 @@
 
 import pytest
 
+from vdev.probe import SYSFS
+
 STORAGE = "<class>USB_CLASS_MASS_STORAGE</class>"
 KEYBOARD = "<class>AINPUT_SOURCE_KEYBOARD</class>"
 BY_STORAGE = "Whitelisted: Match by ClassName, CLASS : USB_CLASS_MASS_STORAGE "
@@ -96,6 +98,36 @@ def test_a_device_behind_two_hubs(device):
     assert device.probe.judged("1-2.4.1", NOT_LISTED)["status"] == 0
     assert_switched_off(device, "1-2.4.1")
     assert "1" in device.probe.authorized("1-2"), "the hubs themselves are left alone"
+
+
+def test_a_disk_that_calls_itself_a_hub_is_judged(device):
+    device.plug("false-hub", "5")
+    assert device.probe.judged("1-5")["deviceClass"] == 9
+    # Real enough: the kernel's driver of disks serves it.
+    assert [interface.driver for interface in device.probe.interfaces("1-5")] == ["usb-storage"]
+    device.set_policy("<class>USB_CLASS_AUDIO</class>")
+    record = device.probe.judged("1-5", NOT_LISTED)
+    assert (record["status"], record["interfaceClassList"]) == (0, [8])
+    assert_switched_off(device, "1-5")
+    assert [interface.driver for interface in device.probe.interfaces("1-5")] == ["-"]
+
+
+@pytest.mark.parametrize("kind, prepare, configure", [
+    ("unwilling", "true", f"echo 1 >{SYSFS}/1-5/bConfigurationValue"),
+    ("webcam", f"echo 0 >{SYSFS}/usb1/authorized_default", f"echo 1 >{SYSFS}/1-5/authorized"),
+])
+def test_interfaces_that_appear_later_are_judged(device, kind, prepare, configure):
+    """A device that refuses its configuration at first, and one that nobody had let in yet."""
+    device.set_policy(STORAGE)
+    device.machine.shell(prepare)
+    device.plug(kind, "5")
+    # Nothing to judge yet: neither allowed, nor listed.
+    device.machine.wait_until(lambda: device.probe.answers("1-5") == ["not-allowed"])
+    assert device.probe.interfaces("1-5") == [] and device.probe.record("1-5") is None
+    device.machine.shell(configure)
+    record = device.probe.judged("1-5")
+    assert (record["status"], record["reason"]) == (0, NOT_LISTED)
+    assert_switched_off(device, "1-5")
 
 
 def test_a_blacklist_refuses_the_whole_vendor(device):
