@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Every test has a virtual device of its own, fresh from its image: nothing is left over."""
 
+import re
 import sys
 from pathlib import Path
 
@@ -49,6 +50,36 @@ class Device:
         lines = [line.split() for line in self.machine.read(f"{SOC}/{controller}/mode_log").splitlines()]
         times = [int(at) / 1000 for at, _ in lines]
         return [value for _, value in lines], [after - before for before, after in zip(times, times[1:])]
+
+    def assert_agreement(self):
+        """The daemon's list and its map come to show what sysfs has."""
+        self.machine.wait_until(self._list_agrees, seconds=60, what="list and sysfs agreeing")
+        self.machine.wait_until(self._map_agrees, seconds=30, what="map and sysfs agreeing")
+
+    def _list_agrees(self):
+        sure, maybe = self._entries()
+        listed = {record["deviceId"] for record in self.probe.records() if record["deviceType"] == 0}
+        return self._ids(sure) <= listed <= self._ids(sure + maybe)
+
+    def _map_agrees(self):
+        # A device that is only now enumerated may come between the two.
+        mapped = re.findall(r"Interface name : ([^,]+),", self.machine.shell("vusctl dump test"))
+        present = self.machine.run(f"cd {SYSFS}; ls -d *-*:* | grep -v -- '-0:'")[1].split()
+        return sorted(mapped) == sorted(present)
+
+    def _ids(self, entries):
+        return {self.probe.device_id(entry) for entry in entries}
+
+    def _entries(self):
+        """The attached devices that must be listed as USB devices, and those that may be: one with
+        nothing but HID interfaces is listed if it was a vendor's own when it was judged, and once
+        it is switched off nothing tells any more."""
+        listing = self.machine.shell(f"cd {SYSFS}; for d in [0-9]*-*; do case $d in *:*) continue;; esac; "
+                                     "echo $d $(cat $d/$d:*/bInterfaceClass 2>/dev/null); done")
+        devices = [line.split() for line in listing.splitlines()]
+        others = [(entry, set(classes)) for entry, *classes in devices if set(classes) != {"09"}]
+        return ([entry for entry, classes in others if classes != {"03"}],
+                [entry for entry, classes in others if classes == {"03"}])
 
 
 def policy(rules, mode="whitelist"):

@@ -7,7 +7,6 @@ of interfaces and sysfs agreeing, and with a daemon no larger than it was.
 
 import os
 import random
-import re
 import time
 from collections import Counter
 
@@ -97,38 +96,11 @@ class Soak:
         return self.machine.run("grep -c 'config file call parsing' /data/log/vusd.log")[1]
 
     def agree(self):
-        """The daemon's list and its map show what sysfs has."""
+        """The daemon's list and its map show what sysfs has, all controllers being on."""
         self.settle_controllers()
         for controller in ("c200000.hsusb", "a800000.ssusb"):
             assert self.machine.read(f"{SOC}/{controller}/mode").strip() == "host"
-
-        def same():
-            sure, maybe = self._entries()
-            listed = {record["deviceId"] for record in self.device.probe.records() if record["deviceType"] == 0}
-            return self._ids(sure) <= listed <= self._ids(sure + maybe)
-        self.machine.wait_until(same, seconds=60, what="list and sysfs agreeing")
-
-        def mapped():
-            # A device that is only now enumerated may come between the two.
-            dump = self.machine.shell("vusctl dump test")
-            names = re.findall(r"Interface name : ([^,]+),", dump)
-            present = self.machine.run("cd /sys/bus/usb/devices; ls -d *-*:* | grep -v -- '-0:'")[1].split()
-            return sorted(names) == sorted(present)
-        self.machine.wait_until(mapped, seconds=30, what="map and sysfs agreeing")
-
-    def _ids(self, entries):
-        return {self.device.probe.device_id(entry) for entry in entries}
-
-    def _entries(self):
-        """The attached devices that must be listed as USB devices, and those that may be: one with
-        nothing but HID interfaces is listed if it was a vendor's own when it was judged, and once
-        it is switched off nothing tells any more."""
-        listing = self.machine.shell("cd /sys/bus/usb/devices; for d in [0-9]*-*; do case $d in *:*) continue;; esac; "
-                                     "echo $d $(cat $d/$d:*/bInterfaceClass 2>/dev/null); done")
-        devices = [line.split() for line in listing.splitlines()]
-        others = [(entry, set(classes)) for entry, *classes in devices if set(classes) != {"09"}]
-        return ([entry for entry, classes in others if classes != {"03"}],
-                [entry for entry, classes in others if classes == {"03"}])
+        self.device.assert_agreement()
 
 
 def resident_kb(machine):
