@@ -41,7 +41,7 @@ interface IVUsbService {
     boolean isDeviceAllowed(in DeviceInfo info);
 
     /**
-     * With 0, switches the USB host ports off and on, so that attached devices come back
+     * With 0 or less, switches the USB host ports off and on, so that attached devices come back
      * and are judged again. With a positive number, undocks virtually for that many
      * milliseconds. Returns when it is done.
      */
