@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every fixed path and property name of the daemon, each written once.
 //
 // The paths are absolute and cannot be redirected: a policy daemon that can be pointed
