@@ -245,7 +245,6 @@ TEST_F(LoaderTest, DeepNestingThatTheLibraryAccepts) {
     EXPECT_THAT(Util::classList, ElementsAre(1));
 }
 
-// What other threads may see of a load.
 // Whoever backs the policy up must not take the file's next content for what is in force.
 TEST_F(LoaderTest, ALoadAnswersTheBytesThatItJudged) {
     const std::string nul("\0<usbconfig/>", 13);
@@ -259,6 +258,7 @@ TEST_F(LoaderTest, ALoadAnswersTheBytesThatItJudged) {
     EXPECT_EQ(Util::loadPolicy(kConfigDir), "");
 }
 
+// What other threads may see of a load.
 class LoadInProgressTest : public LoaderTest {
   protected:
     void WaitForLine(const std::string& line) {
