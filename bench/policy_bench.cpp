@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 
-#include <shared_mutex>
 #include <string>
 
 #include <benchmark/benchmark.h>
@@ -53,7 +52,7 @@ void BM_RuleEvaluation(benchmark::State& state) {
     LoadPolicy(ProductPolicy(kRules));
     constexpr int32_t kStorage = 8;
     for (auto _ : state) {
-        const std::shared_lock<std::shared_mutex> policy(Util::policy_mutex);
+        const auto policy = Util::readPolicy();
         const bool matched = Util::getMode() == "default" ||
                              Util::validateRestrictedClass(kStorage) ||
                              Util::validateClass(kStorage) || Util::validateVid(kVendor) ||

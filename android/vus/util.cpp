@@ -125,6 +125,9 @@ bool copyLines(const base::unique_fd& source, const base::unique_fd& dest) {
     return true;
 }
 
+// Held by whoever waits for policy_mutex, and never longer.
+std::mutex policy_turn;
+
 }  // namespace
 
 std::shared_mutex Util::policy_mutex;
@@ -137,6 +140,16 @@ bool Util::xml_parse_status = false;
 const std::vector<int32_t> Util::restrictedClassList = {0x00, 0x03, 0x09, 0xEF, 0xFE, 0xFF};
 const std::map<int32_t, std::string> Util::inputSourceMap = inputSources();
 const char* Util::statusFilePath = kStatusFile;
+
+std::shared_lock<std::shared_mutex> Util::readPolicy() {
+    const std::lock_guard<std::mutex> turn(policy_turn);
+    return std::shared_lock<std::shared_mutex>(policy_mutex);
+}
+
+std::unique_lock<std::shared_mutex> Util::changePolicy() {
+    const std::lock_guard<std::mutex> turn(policy_turn);
+    return std::unique_lock<std::shared_mutex>(policy_mutex);
+}
 
 uint32_t Util::convert(const std::string name) {
     for (const ClassName& row : kClassNames) {

@@ -11,14 +11,15 @@
 // Threads: the tables are guarded by `policy_mutex`. A load builds its tables aside and takes the
 // mutex exclusively only to put them in force, all at once; it writes no file and logs no line
 // meanwhile. The lookups do not lock: a caller that must not see two policies in one judgement
-// holds the mutex shared over all of its lookups. One load at a time: loads come from Register()
-// and, later, from the watcher's thread.
+// holds what readPolicy() answers over all of its lookups. One load at a time: loads come from
+// Register() and, later, from the watcher's thread.
 
 #pragma once
 
 #include <stdint.h>
 
 #include <map>
+#include <mutex>
 #include <shared_mutex>
 #include <string>
 #include <vector>
@@ -69,6 +70,11 @@ class Util {
     // replaced by that or, where it does not fit, by the last good backup. From a bad backup no bad
     // policy could ever be rolled back.
     static void backUpPolicy(const std::string& loaded);
+
+    // Take policy_mutex in turn: a shared mutex alone may let one decision after the other pass a
+    // load that waits, and devices that come without a pause would keep a new policy out for good.
+    static std::shared_lock<std::shared_mutex> readPolicy();
+    static std::unique_lock<std::shared_mutex> changePolicy();
 
     static std::shared_mutex policy_mutex;
 

@@ -67,7 +67,7 @@ class PolicyLoad {
     }
 
     static std::string currentStatusMessage() {
-        const std::shared_lock<std::shared_mutex> lock(Util::policy_mutex);
+        const auto policy = Util::readPolicy();
         return Util::statusMessage;
     }
 
@@ -179,7 +179,7 @@ class PolicyLoad {
     // All at once, so that no decision sees half a policy. What a failed load has read is put in
     // force, too: the watcher answers a failure with a load of the backup.
     void putInForce(bool success) {
-        const std::lock_guard<std::shared_mutex> lock(Util::policy_mutex);
+        const auto policy = Util::changePolicy();
         if (mode_) Util::configMode.swap(*mode_);
         if (status_message_) Util::statusMessage.swap(*status_message_);
         Util::classList.swap(class_list_);

@@ -22,7 +22,8 @@
 //                                     so that no death notice comes between a link and its entry
 //   4. the device lists' mutex        both device lists; private to vu_service.cpp
 //   5. Util::policy_mutex             shared by a decision while it reads the mode and the rules,
-//                                     exclusive while a load puts its result in force
+//                                     exclusive while a load puts its result in force; waited for
+//                                     in turn, with a mutex of util.cpp held while waiting
 //   6. UsbDevice::map_mutex           the device-id map
 //      UsbDevice::power_val_mutex     the last value of the dock's supply
 // Only 5 is ever taken inside another one (2), and 6 (1). No lock is held while a callback runs;

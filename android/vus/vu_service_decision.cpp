@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <shared_mutex>
 
 #include <android-base/logging.h>
 
@@ -105,7 +104,7 @@ Match matchVendor(const DeviceInfo& info) {
 // The whole judgement under one hold of the policy, so that a reload in between cannot mix two
 // policies. Sysfs is not read here: a policy load never waits for the kernel.
 Verdict judge(const DeviceInfo& info) {
-    const std::shared_lock<std::shared_mutex> policy(Util::policy_mutex);
+    const auto policy = Util::readPolicy();
     const std::string mode = Util::getMode();
     if (mode == "default") return {mode, true, "Enabled by default rule"};
 

@@ -14,7 +14,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <shared_mutex>
 #include <string>
 #include <string_view>
 
@@ -63,7 +62,7 @@ void watchConfigDir() {
 }
 
 void setStatusMessage(const char* message) {
-    const std::lock_guard<std::shared_mutex> policy(Util::policy_mutex);
+    const auto policy = Util::changePolicy();
     Util::statusMessage = message;
 }
 

@@ -132,13 +132,16 @@ TEST_F(ReloadTest, EveryVerdictIsWhollyThatOfOnePolicy) {
     }
 }
 
-// Judging input devices asks no sysfs: these threads hold the policy most of the time.
+// As many threads as the binder pool has. Judging input devices asks no sysfs, and one with many
+// classes takes long: these threads hold the policy most of the time.
 TEST_F(ReloadTest, DecisionsWithoutAPauseDoNotKeepALoadOut) {
     std::atomic<bool> reloading{true};
     std::vector<std::function<void()>> bodies;
-    for (int32_t id = 1; id <= 4; ++id) {
+    for (int32_t id = 1; id <= 15; ++id) {
         bodies.push_back([&, id] {
-            while (reloading) Judge(InputInfo(id, kKeyboardAndMouse));
+            DeviceInfo info = InputInfo(id, kKeyboardAndMouse);
+            info.interfaceClassList.assign(255, 3);
+            while (reloading) Judge(info);
         });
     }
     bodies.push_back([&] {
