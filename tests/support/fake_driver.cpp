@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// A binder driver that takes every command and answers every call with a dead reply. With it the
-// process state and proxies can be made on a host without the kernel's driver: link with
-// --wrap=open,--wrap=ioctl,--wrap=mmap.
+
+#include "tests/support/fake_driver.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -10,13 +8,18 @@
 #include <stdarg.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/types.h>
+
+#include <atomic>
 
 namespace {
 
 int driver = -1;
+std::atomic<int> exchanges{0};
 
 int Answer(binder_write_read* exchange) {
     static constexpr uint32_t kReply[] = {BR_NOOP, BR_DEAD_REPLY};
+    ++exchanges;
     exchange->write_consumed = exchange->write_size;
     if (exchange->read_size < sizeof(kReply)) return 0;
     memcpy(reinterpret_cast<void*>(exchange->read_buffer), kReply, sizeof(kReply));
@@ -25,6 +28,10 @@ int Answer(binder_write_read* exchange) {
 }
 
 }  // namespace
+
+int android::vus::DriverExchanges() {
+    return exchanges;
+}
 
 extern "C" {
 

@@ -2,15 +2,14 @@
 //
 // vus_hotplug: tells the daemon of devices that come and go. See hotplug.h.
 
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <android-base/unique_fd.h>
 #include <binder/ProcessState.h>
 
+#include "tools/common/interrupts.h"
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/hotplug.h"
 #include "tools/hotplug/options.h"
@@ -33,17 +32,6 @@ int fail(const std::string& why) {
     return 1;
 }
 
-// Readable when the process is asked to end. To be called before any thread is started, so that
-// none of them takes the signal.
-unique_fd end_requests() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return unique_fd(signalfd(-1, &signals, SFD_CLOEXEC));
-}
-
 int run_once(Hotplug* hotplug) {
     std::string why_not;
     return hotplug->run_once(&why_not) ? 0 : fail(why_not);
@@ -52,7 +40,7 @@ int run_once(Hotplug* hotplug) {
 int run(const Options& options) {
     std::string why_not;
     if (!android::vus::has_binder(&why_not)) return fail(why_not);
-    const unique_fd end = options.once ? unique_fd() : end_requests();
+    const unique_fd end = options.once ? unique_fd() : android::vus::open_interrupts();
     android::ProcessState::self()->startThreadPool();
     Hotplug hotplug(android::vus::find_service,
                     options.verbose ? print_line : std::function<void(const std::string&)>());

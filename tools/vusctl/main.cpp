@@ -3,8 +3,6 @@
 // vusctl: asks the daemon, and changes its policy. See client.h.
 
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -13,6 +11,7 @@
 #include <android-base/unique_fd.h>
 #include <binder/ProcessState.h>
 
+#include "tools/common/interrupts.h"
 #include "tools/common/service_finder.h"
 #include "tools/vusctl/client.h"
 
@@ -28,16 +27,6 @@ FoundService find_service() {
     return found;
 }
 
-// Readable when the user has had enough.
-unique_fd interrupts() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return unique_fd(signalfd(-1, &signals, SFD_CLOEXEC));
-}
-
 void wait_for_either(int one, int other) {
     pollfd sources[] = {{one, POLLIN, 0}, {other, POLLIN, 0}};
     while (poll(sources, std::size(sources), -1) <= 0) {
@@ -48,10 +37,9 @@ void wait_for_either(int one, int other) {
 
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
-    // Before any thread is started, so that none of them takes the signal. Every other command
-    // ends at once, as programs do.
+    // Every other command ends at once, as programs do.
     unique_fd interrupted;
-    if (!words.empty() && words[0] == "watch") interrupted = interrupts();
+    if (!words.empty() && words[0] == "watch") interrupted = android::vus::open_interrupts();
     return android::vus::ctl::Client(find_service, std::cout, std::cerr, STDOUT_FILENO,
                                      [&interrupted](int fd) {
                                          wait_for_either(interrupted.get(), fd);

@@ -8,7 +8,7 @@
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
-#include "tests/unit/binder/recording_driver.h"
+#include "tests/support/fake_driver.h"
 
 namespace android::vus {
 namespace {
