@@ -69,7 +69,8 @@ std::atomic<int> crashExitStatus{0};
 static_assert(std::atomic<int>::is_always_lock_free, "it is read by a signal handler");
 
 // The crashed thread may have died with a lock that its handler needs (the heap's, the logging
-// library's). Better a crash without a report than a daemon that hangs and is never restarted.
+// library's). Better a crash without a report, and at worst without a roll-back, than a daemon that
+// hangs and is never restarted.
 void endProcessIfHandlerHangs(int signum) {
     crashExitStatus = signum;
     struct sigaction action = {};
