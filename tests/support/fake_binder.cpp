@@ -4,9 +4,16 @@
 
 #include <algorithm>
 
+#include <binder/Parcel.h>
 #include <utils/String8.h>
 
 namespace android::vus {
+
+// A proxy comes to a process over binder. What libbinder sets without a lock at a process's first
+// call, where several first calls would race, has been set by then: this makes that first call.
+FakeRemoteBinder::FakeRemoteBinder(const sp<BBinder>& target) : target_(target) {
+    Parcel().writeInterfaceToken(target->getInterfaceDescriptor());
+}
 
 void FakeRemoteBinder::Die() {
     std::vector<wp<DeathRecipient>> links;

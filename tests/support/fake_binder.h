@@ -19,7 +19,7 @@ namespace android::vus {
 // An object of another process: a proxy made from it parcels every call, and it can die.
 class FakeRemoteBinder : public IBinder {
   public:
-    explicit FakeRemoteBinder(const sp<BBinder>& target) : target_(target) {}
+    explicit FakeRemoteBinder(const sp<BBinder>& target);
 
     // Every call fails from now on, and each linked recipient gets its notice, in linking order.
     void Die();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <android-base/logging.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -23,9 +24,17 @@ extern "C" const char* __tsan_default_suppressions() {
            "race:android::sp<*>::~sp\n";  // where decStrong ended in a jump
 }
 
+// libbase makes its lock at the first line that is logged, which ThreadSanitizer cannot see from
+// outside that library: this is the first line, before there are threads.
+static void LogFirstLine() {
+    const android::vus::LogCapture unseen;
+    LOG(INFO) << "the tests begin";
+}
+
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     setenv("TSAN_OPTIONS", kSanitizerOptions, /*overwrite=*/0);
+    LogFirstLine();
     android::vus::EnterPrivateRoot();
     return RUN_ALL_TESTS();
 }
