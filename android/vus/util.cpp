@@ -75,6 +75,13 @@ bool contains(const std::vector<int32_t>& list, uint32_t code) {
     return std::find(list.begin(), list.end(), static_cast<int32_t>(code)) != list.end();
 }
 
+// LOG(INFO) without its stream: a policy of many rules has this line once for each, and setting up
+// the streams took half of the time of its load.
+void logNumber(const std::string& line) {
+    if (!WOULD_LOG(INFO)) return;
+    base::LogMessage::LogLine(__FILE__, __LINE__, base::INFO, /*tag=*/nullptr, line.c_str());
+}
+
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -166,7 +173,7 @@ std::string Util::getClassName(int32_t code) {
 }
 
 bool Util::isValidNumber(const std::string text) {
-    LOG(INFO) << "isValidNumber s--" << text;
+    logNumber("isValidNumber s--" + text);
     return !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
 }
 
