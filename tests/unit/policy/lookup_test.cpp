@@ -138,6 +138,9 @@ TEST_F(LookupTest, TheCheckOfANumberIsLoggedWhateverComesOfIt) {
     EXPECT_THAT(LogOf([] { Util::isValidNumber("007"); }), ElementsAre("I isValidNumber s--007"));
     EXPECT_THAT(LogOf([] { Util::isValidNumber("1a"); }), ElementsAre("I isValidNumber s--1a"));
     EXPECT_THAT(LogOf([] { Util::isValidNumber(""); }), ElementsAre("I isValidNumber s--"));
+    EXPECT_THAT(LogOf([] { Util::isValidNumber("1\n2"); }), ElementsAre("I isValidNumber s--1\n2"));
+    const base::ScopedLogSeverity only_warnings(base::WARNING);
+    EXPECT_THAT(LogOf([] { Util::isValidNumber("7"); }), ElementsAre());
 }
 
 TEST_F(LookupTest, RestrictedClasses) {
