@@ -58,6 +58,8 @@ def measure(bench, name_filter):
          f"--benchmark_repetitions={REPETITIONS}", f"--benchmark_min_time={SECONDS_EACH}",
          "--benchmark_enable_random_interleaving=true"],
         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=True)
+    if not result.stdout:
+        raise ValueError(f"no benchmark's name matches {name_filter}")
     times = {}
     for run in json.loads(result.stdout)["benchmarks"]:
         if run.get("error_occurred"):
