@@ -52,7 +52,7 @@ void BM_RuleEvaluation(benchmark::State& state) {
     LoadPolicy(ProductPolicy(kRules));
     constexpr int32_t kStorage = 8;
     for (auto _ : state) {
-        const auto policy = Util::readPolicy();
+        const PolicyReadLock policy;
         const bool matched = Util::getMode() == "default" ||
                              Util::validateRestrictedClass(kStorage) ||
                              Util::validateClass(kStorage) || Util::validateVid(kVendor) ||

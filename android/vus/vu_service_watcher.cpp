@@ -61,11 +61,6 @@ void watchConfigDir() {
     }
 }
 
-void setStatusMessage(const char* message) {
-    const auto policy = Util::changePolicy();
-    Util::statusMessage = message;
-}
-
 // Logs what it finds. An event about the directory itself has no name and is of no interest.
 bool isClosedAfterWriting(const inotify_event& event) {
     if (event.len == 0 || event.wd != watchDescriptor) return false;
@@ -98,7 +93,7 @@ bool reloadPolicy() {
         restoreBackup();
         return false;
     }
-    setStatusMessage(kStatusSuccess);
+    Util::setStatusMessage(kStatusSuccess);
     if (backupRestoreInProgress) {
         backupRestoreInProgress = false;
         return false;

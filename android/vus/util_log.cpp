@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "android/vus/util_log.h"
+
+#include <string>
+
+#include <android-base/logging.h>
+
+namespace android::vus {
+
+namespace {
+
+// LOG(INFO) without its stream: a policy of many rules has this line once for each, and setting up
+// the streams took half of the time of its load.
+void logNumber(std::string_view text) {
+    if (!WOULD_LOG(INFO)) return;
+    const std::string line = "isValidNumber s--" + std::string(text);
+    base::LogMessage::LogLine(__FILE__, __LINE__, base::INFO, /*tag=*/nullptr, line.c_str());
+}
+
+void logListed(int32_t code, const char* list) {
+    LOG(INFO) << "Found CLASS : " << static_cast<uint32_t>(code) << " in " << list;
+}
+
+}  // namespace
+
+void logParseStep(const ParseStep& step) {
+    switch (step.kind) {
+        case ParseStep::Kind::kMode:
+            LOG(INFO) << "attribute--" << step.text;
+            break;
+        case ParseStep::Kind::kNoRules:
+            LOG(INFO) << "no element, blocking all device";
+            break;
+        case ParseStep::Kind::kNumber:
+            logNumber(step.text);
+            break;
+        case ParseStep::Kind::kRestrictedClass:
+            logStep({Step::Kind::kRestrictedClass, step.code});
+            break;
+        case ParseStep::Kind::kClass:
+            LOG(INFO) << "class val--" << step.code;
+            break;
+    }
+}
+
+void logStep(const Step& step) {
+    using Kind = Step::Kind;
+    switch (step.kind) {
+        case Kind::kInterface:
+            LOG(INFO) << step.value;
+            break;
+        case Kind::kRestrictedClass:
+            logListed(step.value, "restricted class list");
+            break;
+        case Kind::kListedClass:
+            logListed(step.value, "admin config list");
+            break;
+        case Kind::kUnlistedInterface:
+            LOG(INFO) << "interface class check false breaking";
+            break;
+        case Kind::kSourceBits:
+            LOG(INFO) << "checkMultiClass key_val" << step.value;
+            LOG(INFO) << "checkMultiClass--" << step.other;
+            break;
+        case Kind::kSingleSource:
+            LOG(INFO) << "Key found";
+            break;
+        case Kind::kSeveralSources:
+            LOG(INFO) << "Key not found";
+            break;
+        case Kind::kSource:
+            LOG(INFO) << "HID multiClass check";
+            break;
+        case Kind::kUnlistedSource:
+            LOG(INFO) << "HID multi class check false breaking";
+            break;
+        case Kind::kListedVendor:
+            LOG(INFO) << "Found VID : " << step.value
+                      << " without any pid associated inside admin config list.";
+            break;
+        case Kind::kListedProduct:
+            LOG(INFO) << "Found VID_PID : " << step.value << "_" << step.other
+                      << " combination inside admin config list";
+            break;
+    }
+}
+
+}  // namespace android::vus
