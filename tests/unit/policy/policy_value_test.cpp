@@ -143,7 +143,7 @@ constexpr Case kCases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(All, PolicyFailureTest, ::testing::ValuesIn(kCases),
-                         [](const auto& info) { return info.param.what; });
+                         [](const auto& each) { return each.param.what; });
 
 TEST(PolicyValueTest, ATextThatIsNoXmlHasTheLibrarysError) {
     const PolicyFailure failure = Bad("<usbconfig mode='whitelist'>\n<class>");
