@@ -3,12 +3,9 @@
 #include "android/vus/daemon.h"
 
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
@@ -18,9 +15,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
 
-#include "android/vus/paths.h"
-#include "android/vus/util.h"
-#include "android/vus/vu_service.h"
+#include "android/vus/policy_files.h"
 
 namespace android::vus {
 
@@ -28,62 +23,58 @@ namespace {
 
 constexpr std::string_view kStartupTasksArgument = "run-startup-tasks";
 
-// Exactly as it is written: no line end after the last line.
-constexpr char kDefaultPolicy[] =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        "<usbconfig mode=\"default\">\n"
-        "</usbconfig>";
-
-constexpr char kCrashStatus[] = "Unable to apply the USB Admin config rules";
-
 // Far longer than restoring the policy and unwinding a stack take on the slowest device.
 constexpr unsigned kCrashHandlerSeconds = 30;
 
-bool exists(const char* path) {
-    struct stat entry;
-    return stat(path, &entry) == 0;
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free,
+              "they are used by signal handlers");
+
+std::atomic<int> firstSignal{0};
+
+// Ends a crash whose handler crashed or hung, with the status of the crash. Async-signal-safe.
+[[noreturn]] void endPlainly() {
+    static std::atomic<pid_t> ending{0};
+    const pid_t self = gettid();
+    pid_t other = 0;
+    if (ending.compare_exchange_strong(other, self)) {
+        PolicyFiles::rollBackPlainly();
+    } else if (other != self) {
+        while (true) pause();  // that thread ends the process
+    }
+    _exit(firstSignal);
 }
 
-bool isDirectory(const char* path) {
-    struct stat entry;
-    return stat(path, &entry) == 0 && S_ISDIR(entry.st_mode);
-}
-
-void writeDefaultPolicy() {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(kPolicyFile, "we"), fclose);
-    if (file != nullptr) fputs(kDefaultPolicy, file.get());
-}
-
-// Lets the first thread that crashes pass; holds any other one until the process ends. exit()
+// Lets the first thread that crashes pass, once; holds any other one until the process ends. exit()
 // destroys tables that the other threads are still using, and a second handler at work would
 // truncate the policy that the first has just put back.
-void holdAllButFirstCrash() {
+void passFirstCrash(int signum) {
     static std::atomic<pid_t> crashedThread{0};
     const pid_t self = gettid();
     pid_t first = 0;
-    if (crashedThread.compare_exchange_strong(first, self) || first == self) return;
+    if (crashedThread.compare_exchange_strong(first, self)) {
+        firstSignal = signum;
+        return;
+    }
+    if (first == self) endPlainly();
     while (true) pause();
 }
 
-std::atomic<int> crashExitStatus{0};
-static_assert(std::atomic<int>::is_always_lock_free, "it is read by a signal handler");
-
-// The crashed thread may have died with a lock that its handler needs (the heap's, the logging
-// library's). Better a crash without a report, and at worst without a roll-back, than a daemon that
-// hangs and is never restarted.
-void endProcessIfHandlerHangs(int signum) {
-    crashExitStatus = signum;
-    struct sigaction action = {};
-    action.sa_handler = [](int) { _exit(crashExitStatus); };
-    sigaction(SIGALRM, &action, nullptr);
-    alarm(kCrashHandlerSeconds);
+// A crash within the handler has to reach it again, and so has the alarm: the kernel blocks the
+// signal that is handled, and abort() may have blocked all the others.
+void unblockSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGSEGV, SIGABRT, SIGALRM}) sigaddset(&signals, signal);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-// Keeps the watcher from confirming a policy while it is being rolled back, and from answering the
-// roll-back. It is never given back. A watcher that is stuck is waited for no longer than this,
-// and one that crashed itself not at all.
-void takePolicyFilesForGood() {
-    (void)VUsbService::policyFilesMutex.try_lock_for(std::chrono::seconds(2));
+// The crashed thread may have died with a lock that its handler needs (the heap's, the logging
+// library's). Better a crash without a report than a daemon that hangs and is never restarted.
+void endProcessIfHandlerHangs() {
+    struct sigaction action = {};
+    action.sa_handler = [](int) { endPlainly(); };
+    sigaction(SIGALRM, &action, nullptr);
+    alarm(kCrashHandlerSeconds);
 }
 
 void logStackTrace(Backtrace& unwinder) {
@@ -102,12 +93,7 @@ bool wantsStartupTasks(int argc, char** argv) {
 
 void RunStartupTasks() {
     LOG(INFO) << "vus main called with run-startup-tasks";
-    if (!isDirectory(kConfigDir)) {
-        LOG(INFO) << "no Directory exist";
-        return;
-    }
-    LOG(INFO) << "Directory exist, creating file";
-    if (!exists(kPolicyFile)) writeDefaultPolicy();
+    PolicyFiles::createDefault();
 }
 
 void installCrashHandler() {
@@ -130,16 +116,16 @@ void serveBinderCalls() {
     IPCThreadState::self()->joinThreadPool(/*isMain=*/true);
 }
 
-// Not restricted to async-signal-safe operations, on purpose: the process is ending anyway.
+// Not restricted to async-signal-safe operations, on purpose: the process is ending anyway. What
+// that may do to the handler itself ends in endPlainly().
 void signalHandler(int signum, siginfo_t* /*info*/, void* /*context*/) {
-    holdAllButFirstCrash();
-    endProcessIfHandlerHangs(signum);
+    passFirstCrash(signum);
+    endProcessIfHandlerHangs();
+    unblockSignals();
 
     // "Segmentation fault" for every signal, an abort included, on purpose.
     LOG(INFO) << "Segmentation faultsignum" << signum << "\n";
-    takePolicyFilesForGood();
-    Util::copyFileContent(kPolicyBackupFile, kPolicyFile);
-    Util::updateErrorFile(Util::statusFilePath, kCrashStatus);
+    PolicyFiles::rollBackAfterCrash();
 
     // Never freed: exit() does not unwind this stack, and a crashed heap is best left alone.
     const std::unique_ptr<Backtrace> unwinder(

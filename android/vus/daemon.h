@@ -33,7 +33,8 @@ void serveBinderCalls();
 
 // Puts the last good policy back, says so in the status file, logs a stack trace of the calling
 // thread and ends the process with the signal's number as its exit status. The policy in force
-// may be what caused the crash, so the next start must not find it again.
+// may be what caused the crash, so the next start must not find it again: a handler that crashes or
+// hangs itself ends in the same way, but for the report.
 [[noreturn]] void signalHandler(int signum, siginfo_t* info, void* context);
 
 }  // namespace android::vus

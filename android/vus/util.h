@@ -26,6 +26,7 @@
 #include "android/vus/judge.h"
 #include "android/vus/mutex.h"
 #include "android/vus/policy.h"
+#include "android/vus/policy_files.h"
 
 namespace android::vus {
 
@@ -43,6 +44,8 @@ class Util {
     // The same, and answers the bytes that were loaded. Writers do not wait for the daemon, so that
     // this is the only way to know them. Empty if the file cannot be read.
     static std::string loadPolicy(const std::string& path);
+    // The same, as PolicyFiles wants it.
+    static PolicyFiles::Loaded loadFile(const std::string& path);
 
     // The code of a class or input source name, spelled exactly; kNoClass for any other text.
     static uint32_t convert(const std::string name);
@@ -75,10 +78,7 @@ class Util {
     // Copies line by line, each with a line end. True if the copy was made; a missing source leaves
     // an empty destination.
     static bool copyFileContent(std::string source, std::string dest);
-    // Copies the policy to the backup, where `loaded` is what loadPolicy() answered. A writer may
-    // be at the policy again by now, or the disk be full: a copy that is not what was loaded is
-    // replaced by that or, where it does not fit, by the last good backup. From a bad backup no bad
-    // policy could ever be rolled back.
+    // Copies the policy to the backup, where `loaded` is what loadPolicy() answered.
     static void backUpPolicy(const std::string& loaded);
 
     static SharedMutex policy_mutex;

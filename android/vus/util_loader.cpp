@@ -2,14 +2,16 @@
 
 // The load of the policy file: parse, put in force, report.
 
+#include <cstdio>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <variant>
 
-#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <tinyxml2.h>
 
+#include "android/vus/file_io.h"
 #include "android/vus/util.h"
 #include "android/vus/util_log.h"
 
@@ -96,14 +98,26 @@ PolicyFailure unreadable(const tinyxml2::XMLDocument& document) {
     return failure;
 }
 
+// What the library's own loader says, of a stand-in: of the file itself it might never say it.
+PolicyFailure unreadable(const std::string& path, PolicyText::Fault fault) {
+    tinyxml2::XMLDocument document;
+    if (fault == PolicyText::Fault::kNotFound) {
+        document.LoadFile("");
+        PolicyFailure failure = unreadable(document);
+        std::get<XmlError>(failure.library).text = failure.status += path;
+        return failure;
+    }
+    char byte = 0;
+    const std::unique_ptr<FILE, int (*)(FILE*)> write_only(fmemopen(&byte, 1, "w"), fclose);
+    if (write_only != nullptr) document.LoadFile(write_only.get());
+    return unreadable(document);
+}
+
 // The bytes of the file go to `text`: it may be another one by the time they are judged.
 Parsed readAndParse(const std::string& path, std::string* text) {
-    while (!base::ReadFileToString(path, text, /*follow_symlinks=*/true)) {
-        text->clear();
-        // Fails, too, and names the error; unless the file has come meanwhile.
-        tinyxml2::XMLDocument document;
-        if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) return unreadable(document);
-    }
+    PolicyText read = read_policy_text(path);
+    if (!read.ok()) return unreadable(path, read.fault);
+    *text = std::move(read.bytes);
     return parsePolicy(*text, logParseStep);
 }
 

@@ -39,18 +39,6 @@ void readBuildType() {
     if (std::string_view(type) == kDebugBuildType) VUsbService::debugBuild = true;
 }
 
-void loadPolicyAtStart() {
-    const std::string loaded = Util::loadPolicy(kPolicyFile);
-    if (!Util::xml_parse_status) {
-        LOG(INFO) << " parsing failed";
-        return;
-    }
-    LOG(INFO) << " updating error fle with success";  // "fle" is spelled so on purpose
-    Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
-    LOG(INFO) << "copying backup ";
-    Util::backUpPolicy(loaded);
-}
-
 void publish(const sp<VUsbService>& service) {
     LOG(INFO) << "Register called in vu_service";
     const status_t status = defaultServiceManager()->addService(String16(kServiceName), service);
@@ -118,7 +106,7 @@ void logListSizes() {
 void VUsbService::Register() {
     LOG(INFO) << " parsing register createmap called";
     readBuildType();
-    loadPolicyAtStart();
+    PolicyFiles::loadAtStart(Util::loadFile);
     const sp<VUsbService> service = new VUsbService;
     publish(service);
     registerFileObserverViaThread();

@@ -16,8 +16,9 @@
 //
 // Locks of the process, and the order in which they may nest:
 //   1. UsbDevice::usb_host_mutex      a whole host port reset, its sleeps included
-//   2. VUsbService::policyFilesMutex  the policy, its backup and the status file during one reload;
-//                                     the crash handler takes it for good
+//   2. the policy files' mutex        the policy, its backup and the status file during one reload;
+//                                     the crash handler takes it for good; private to
+//                                     policy_files.cpp
 //   3. VUsbService::lock_             callbacks_; also held over linking and unlinking a recipient,
 //                                     so that no death notice comes between a link and its entry
 //   4. the device lists' mutex        both device lists; private to vu_service.cpp
@@ -49,6 +50,7 @@
 #include "android/vus/BnVUsbService.h"
 #include "android/vus/DeviceInfo.h"
 #include "android/vus/IVUsbServiceCallback.h"
+#include "android/vus/policy_files.h"
 
 namespace android::vus {
 
@@ -59,9 +61,6 @@ namespace android::vus {
 // own, and only the pair of vu_service.cpp is ever used. All access to the lists is there.
 static std::map<int32_t, std::unique_ptr<DeviceInfo>> mUsbDeviceInfoList;
 static std::map<int32_t, std::unique_ptr<DeviceInfo>> mInputDeviceInfoList;
-
-// What the status file says of a policy that is in force.
-inline constexpr char kStatusSuccess[] = "SUCCESS";
 
 class VUsbService : public BnVUsbService {
   public:
@@ -104,10 +103,6 @@ class VUsbService : public BnVUsbService {
     // True on a debug build of the platform: callback addresses are logged. Set by Register().
     static std::atomic<bool> debugBuild;
 
-    // The crash handler takes it and keeps it: see signalHandler. Recursive, for the case that it
-    // is the watcher that crashes.
-    static std::recursive_timed_mutex policyFilesMutex;
-
     std::mutex lock_;  // guards callbacks_
     CallbackMap callbacks_;
 
@@ -138,9 +133,8 @@ class VUsbService : public BnVUsbService {
     // A failure is logged and goes no further.
     static void resetHostPorts(int32_t value);
 
-    // The watcher's work; on its thread only.
-    static void handleFileEvents(const char* buffer, size_t length);
-    static void answerRewrite();
+    // Loads the policy again; on the watcher's thread only.
+    static void answerRewrite(PolicyFiles::Cause cause);
 };
 
 // Drops one registration when its client dies. One recipient a registration; owned by its entry

@@ -5,28 +5,31 @@
 // A policy that loads is confirmed in the status file, becomes the backup, and is applied to the
 // attached devices by having them enumerated again. A policy that does not load is replaced by
 // the backup; the restore closes the file after writing, too, and so the backup is loaded next.
+// What happens to the files is in policy_files.h; this is how the watcher hears of them.
 
 #include <errno.h>
 #include <limits.h>
 #include <pthread.h>
 #include <string.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <android-base/logging.h>
 
 #include "android/vus/paths.h"
-#include "android/vus/usbdevice.h"
+#include "android/vus/policy_files.h"
 #include "android/vus/util.h"
 #include "android/vus/vu_service.h"
 
 namespace android::vus {
-
-std::recursive_timed_mutex VUsbService::policyFilesMutex;
 
 namespace {
 
@@ -41,9 +44,9 @@ pthread_t watcherThread;
 int32_t inotifyDescriptor = -1;
 int32_t watchDescriptor = -1;
 
-// True between the watcher's restore of the backup and the reload that the restore causes. The
-// administrator then keeps seeing why the policy was rejected: the status file is left alone.
-bool backupRestoreInProgress = false;
+// What was read of the descriptor and is not answered yet: whole events, from `answered` on.
+std::vector<char> events;
+size_t answered = 0;
 
 bool isDirectory(const char* path) {
     struct stat entry;
@@ -61,45 +64,75 @@ void watchConfigDir() {
     }
 }
 
-// Logs what it finds. An event about the directory itself has no name and is of no interest.
+// Reads more events behind those that are there; waits for one if there is none.
+ssize_t readEvents() {
+    // A new vector each time: after a storm of events the old one is large.
+    events = std::vector<char>(events.begin() + static_cast<ptrdiff_t>(answered), events.end());
+    answered = 0;
+    const size_t had = events.size();
+    events.resize(had + kEventBufferSize);
+    errno = 0;
+    const ssize_t length = read(inotifyDescriptor, &events[had], kEventBufferSize);
+    const int failure = errno;
+    events.resize(had + static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    errno = failure;
+    return length;
+}
+
+size_t sizeOf(const inotify_event& event) {
+    return sizeof(event) + event.len;
+}
+
+// The event at `offset`, or none if what was read ends before it does.
+const inotify_event* eventAt(size_t offset) {
+    if (offset + sizeof(inotify_event) > events.size()) return nullptr;
+    const auto* event = reinterpret_cast<const inotify_event*>(&events[offset]);
+    return offset + sizeOf(*event) <= events.size() ? event : nullptr;
+}
+
+// An event about the directory itself has no name and is of no interest.
 bool isClosedAfterWriting(const inotify_event& event) {
-    if (event.len == 0 || event.wd != watchDescriptor) return false;
-    if ((event.mask & IN_CLOSE_WRITE) == 0) return false;
+    return event.len != 0 && event.wd == watchDescriptor && (event.mask & IN_CLOSE_WRITE) != 0;
+}
+
+bool isPolicy(const inotify_event& event) {
+    return std::string_view(event.name) == kPolicyFileName;
+}
+
+// Closes of the policy that are not answered yet, all up to now.
+size_t closesWaiting() {
+    int unread = 0;
+    (void)ioctl(inotifyDescriptor, FIONREAD, &unread);
+    // As many as there are now: somebody may cause events without end.
+    while (unread > 0) {
+        const ssize_t length = readEvents();
+        if (length <= 0) break;
+        unread -= static_cast<int>(length);
+    }
+    size_t closes = 0;
+    for (size_t at = answered; const inotify_event* event = eventAt(at); at += sizeOf(*event)) {
+        if (isClosedAfterWriting(*event) && isPolicy(*event)) ++closes;
+    }
+    return closes;
+}
+
+// Also after the load of a backup: the text of a failure is only for the status file.
+PolicyFiles::Loaded load(const std::string& path) {
+    PolicyFiles::Loaded loaded = Util::loadFile(path);
+    if (loaded.success) Util::setStatusMessage(kStatusSuccess);
+    return loaded;
+}
+
+// Logs what it finds. Whether to load the policy again, and why.
+std::optional<PolicyFiles::Cause> causeToReload(const inotify_event& event) {
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        LOG(WARNING) << "events of " << kConfigDir << " were lost: loading the policy again";
+        return PolicyFiles::Cause::kEventsLost;
+    }
+    if (!isClosedAfterWriting(event)) return std::nullopt;
     LOG(INFO) << "CLOSE_WRITE event triggered on filename " << kConfigDir << "/" << event.name;
-    return true;
-}
-
-// A backup that is bad, or that is missing and so leaves an empty policy, is rejected and restored
-// again at the next event: the loop is not guarded against, on purpose.
-void restoreBackup() {
-    LOG(INFO) << "Parsing failure, copying backup file content";
-    Util::copyFileContent(kPolicyBackupFile, kPolicyFile);
-    backupRestoreInProgress = true;
-}
-
-void confirmPolicy(const std::string& loaded) {
-    LOG(INFO) << "Parsing success, so update status file and create backup";
-    Util::updateErrorFile(Util::statusFilePath, kStatusSuccess);
-    Util::backUpPolicy(loaded);
-}
-
-// True if the administrator's policy is in force now and the attached devices are to be judged
-// again. The echo of a restore changes nothing but the tables.
-bool reloadPolicy() {
-    LOG(INFO) << "Admin usb_device_config.xml config file call parsing";
-    const std::string loaded = Util::loadPolicy(kPolicyFile);
-    LOG(INFO) << "Parsing status xml_parse_status " << Util::xml_parse_status;
-    if (!Util::xml_parse_status) {
-        restoreBackup();
-        return false;
-    }
-    Util::setStatusMessage(kStatusSuccess);
-    if (backupRestoreInProgress) {
-        backupRestoreInProgress = false;
-        return false;
-    }
-    confirmPolicy(loaded);
-    return true;
+    if (!isPolicy(event)) return std::nullopt;
+    return PolicyFiles::Cause::kClosed;
 }
 
 }  // namespace
@@ -115,13 +148,16 @@ void* VUsbService::registerFileObserver(void* /*unused*/) {
     return nullptr;
 }
 
+// Events are answered one by one in their order: two closes of the policy file are two reloads.
 void VUsbService::readFileChangeEvent() {
-    alignas(inotify_event) char buffer[kEventBufferSize];
     while (true) {
-        errno = 0;
-        const ssize_t length = read(inotifyDescriptor, buffer, sizeof(buffer));
+        const ssize_t length = readEvents();
         if (length >= static_cast<ssize_t>(sizeof(inotify_event))) {
-            handleFileEvents(buffer, static_cast<size_t>(length));
+            while (const inotify_event* event = eventAt(answered)) {
+                const auto cause = causeToReload(*event);
+                answered += sizeOf(*event);
+                if (cause) answerRewrite(*cause);
+            }
         } else if (errno == EINTR) {
             LOG(INFO) << "(errno == EINTR)";
         } else {
@@ -131,26 +167,8 @@ void VUsbService::readFileChangeEvent() {
     }
 }
 
-// Events are handled one by one in the order of the buffer: two closes of the policy file are two
-// reloads.
-void VUsbService::handleFileEvents(const char* buffer, size_t length) {
-    size_t offset = 0;
-    while (offset + sizeof(inotify_event) <= length) {
-        const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
-        if (isClosedAfterWriting(*event) && std::string_view(event->name) == kPolicyFileName) {
-            answerRewrite();
-        }
-        offset += sizeof(inotify_event) + event->len;
-    }
-}
-
-void VUsbService::answerRewrite() {
-    bool confirmed = false;
-    {
-        const std::lock_guard<std::recursive_timed_mutex> files(policyFilesMutex);
-        confirmed = reloadPolicy();
-    }
-    if (confirmed) resetHostPorts(0);
+void VUsbService::answerRewrite(PolicyFiles::Cause cause) {
+    if (PolicyFiles::reload(load, cause, closesWaiting)) resetHostPorts(0);
 }
 
 }  // namespace android::vus

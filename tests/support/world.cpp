@@ -150,10 +150,12 @@ void SetProperty(const char* name, const char* value) {
 
 LogCapture::LogCapture() {
     base::SetLogger([this](base::LogId, base::LogSeverity severity, const char*, const char*,
-                           unsigned, const char* message) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        lines_.emplace_back(severity, message);
-    });
+                           unsigned, const char* message) { Add(severity, message); });
+}
+
+void LogCapture::Add(base::LogSeverity severity, const std::string& message) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    lines_.emplace_back(severity, message);
 }
 
 LogCapture::~LogCapture() {

@@ -38,6 +38,8 @@ class LogCapture {
     std::vector<std::string> Errors();  // those logged at ERROR
     std::vector<std::string> Lines();   // each behind the letter of its severity: "I text"
     void Clear();
+    // For a test that takes the log over and still wants it here.
+    void Add(base::LogSeverity severity, const std::string& message);
 
   private:
     std::mutex mutex_;

@@ -8,15 +8,16 @@
 #include <poll.h>
 #include <string.h>
 #include <sys/inotify.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
+#include <variant>
+
 #include <android-base/file.h>
-#include <android-base/logging.h>
 #include <android-base/unique_fd.h>
 
+#include "android/vus/file_io.h"
 #include "android/vus/paths.h"
-#include "android/vus/util.h"
+#include "android/vus/policy.h"
 #include "tools/common/text.h"
 #include "tools/vusctl/client.h"
 
@@ -42,46 +43,14 @@ bool read_all(const std::string& path, std::string* content) {
     return base::ReadFileToString(path, content, /*follow_symlinks=*/true);
 }
 
-// A file in memory, with a path for those who want to open one.
-class MemoryFile {
-  public:
-    explicit MemoryFile(const std::string& content) : fd_(memfd_create("vusctl", MFD_CLOEXEC)) {
-        usable_ = fd_.ok() && base::WriteStringToFd(content, fd_.get());
+// What the daemon's status file will say to a policy, by the daemon's own rules.
+std::string answer_to(const std::string& content) {
+    if (content.size() > kMaxPolicyBytes) {
+        return "longer than the " + std::to_string(kMaxPolicyBytes) + " bytes that are read";
     }
-
-    bool usable() const { return usable_; }
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_.get()); }
-
-  private:
-    const base::unique_fd fd_;
-    bool usable_;
-};
-
-// Has the loader of this process report to another file.
-class StatusRedirection {
-  public:
-    explicit StatusRedirection(const char* path) : before_(Util::statusFilePath) {
-        Util::statusFilePath = path;
-    }
-    ~StatusRedirection() { Util::statusFilePath = before_; }
-
-  private:
-    const char* const before_;
-};
-
-// The loader's answer to a policy, by the daemon's own rules; false if it cannot be had.
-bool ask_loader(const std::string& content, std::string* answer) {
-    const MemoryFile policy(content), status("");
-    if (!policy.usable() || !status.usable()) return false;
-    const std::string status_path = status.path();
-    {
-        // The daemon's log lines would only hide the answer.
-        const base::ScopedLogSeverity quiet(base::FATAL_WITHOUT_ABORT);
-        const StatusRedirection redirection(status_path.c_str());
-        Util::createMapFromConfig(policy.path());
-    }
-    *answer = kSuccess;
-    return Util::xml_parse_status || base::ReadFileToString(status_path, answer, true);
+    const auto parsed = parsePolicy(content);
+    const auto* failure = std::get_if<PolicyFailure>(&parsed);
+    return failure == nullptr ? kSuccess : failure->status;
 }
 
 // Hears when the status file is closed after writing.
@@ -167,18 +136,18 @@ int print_status(std::ostream& out, std::ostream& err) {
 }
 
 int check_policy(const std::string& path, std::ostream& out, std::ostream& err) {
-    std::string content, answer;
+    std::string content;
     if (!read_all(path, &content)) return file_error(err, "read", path);
-    if (!ask_loader(content, &answer)) return file_error(err, "check", path);
+    const std::string answer = answer_to(content);
     out << printable(answer) << "\n";
     return answer == kSuccess ? kDone : kRefused;
 }
 
 int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
                milliseconds answer_limit) {
-    std::string content, verdict;
+    std::string content;
     if (!read_all(path, &content)) return file_error(err, "read", path);
-    if (!ask_loader(content, &verdict)) return file_error(err, "check", path);
+    const std::string verdict = answer_to(content);
     if (verdict != kSuccess) {
         err << "vusctl: not set, the policy would be rejected: " << printable(verdict) << "\n";
         return kRefused;

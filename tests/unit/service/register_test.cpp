@@ -3,6 +3,9 @@
 // The start of the service: policy, publication, watcher. Each test is a process of its own,
 // because a registered service watches for as long as its process lives.
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "service_fixture.h"
 #include "tests/support/child_process.h"
 
@@ -72,6 +75,21 @@ TEST_F(RegisterTest, ABadPolicyIsLeftWithTheLoadersText) {
         EXPECT_FALSE(Logged("copying backup "));
         EXPECT_TRUE(Logged("vus service Registered successfully"));
     });
+}
+
+TEST_F(RegisterTest, APipeInAFilesPlaceDoesNotKeepTheServiceFromBeingPublished) {
+    for (const char* path : {kPolicyFile, kPolicyBackupFile, kStatusFile}) {
+        SetUp();
+        SCOPED_TRACE(path);
+        ExpectPassesInChild([&] {
+            alarm(20);
+            WriteFile(kPolicyFile, kGoodPolicy);
+            remove(path);
+            ASSERT_EQ(mkfifo(path, 0600), 0);
+            Register();
+            EXPECT_TRUE(Logged("vus service Registered successfully"));
+        });
+    }
 }
 
 TEST_F(RegisterTest, TheServiceIsPublishedUnderItsName) {

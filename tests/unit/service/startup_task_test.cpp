@@ -114,5 +114,13 @@ TEST_F(StartupTaskTest, APolicyThatCannotBeCreatedIsNotReported) {
     EXPECT_TRUE(logs_.Errors().empty());
 }
 
+// Somebody plants a link where no policy is: the daemon's hand makes no file elsewhere.
+TEST_F(StartupTaskTest, ALinkIsNotFollowed) {
+    ASSERT_EQ(symlink("/data/elsewhere", kPolicyFile), 0);
+    RunStartupTasks();
+    struct stat entry;
+    EXPECT_NE(stat("/data/elsewhere", &entry), 0);
+}
+
 }  // namespace
 }  // namespace android::vus

@@ -6,69 +6,23 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
 #include <thread>
 
-#include "service_fixture.h"
-#include "tests/support/child_process.h"
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+
+#include "watcher_fixture.h"
 
 namespace android::vus {
 namespace {
 
 using ::testing::ElementsAre;
-
-constexpr char kAudioPolicy[] =
-        "<usbconfig mode='whitelist'><class>USB_CLASS_AUDIO</class></usbconfig>\n";
-constexpr char kVideoPolicy[] =
-        "<usbconfig mode='whitelist'><class>USB_CLASS_VIDEO</class></usbconfig>\n";
-constexpr char kBadPolicy[] = "<usbconfig mode='open'/>\n";
-constexpr char kReloaded[] = "Admin usb_device_config.xml config file call parsing";
-constexpr char kRestored[] = "Parsing failure, copying backup file content";
-constexpr char kReset[] = "usb_host_reset entered:";
-
-class WatcherTest : public ServiceTest {
-  protected:
-    void StartWatcher() {
-        VUsbService::registerFileObserverViaThread();
-        ASSERT_TRUE(WaitFor([&] { return Logged("registered successfully file observer"); }));
-    }
-
-    // Runs `scenario` in a process with a watcher at work.
-    void InWatchedProcess(const std::function<void()>& scenario) {
-        ExpectPassesInChild([&] {
-            ASSERT_NO_FATAL_FAILURE(StartWatcher());
-            scenario();
-        });
-    }
-
-    // Returns once every event up to now has been handled.
-    void DrainEvents() {
-        const std::string marker = "marker" + std::to_string(++markers_);
-        WriteFile(std::string(kConfigDir) + "/" + marker, "");
-        ASSERT_TRUE(WaitFor([&] { return Logged(ClosedEvent(marker)); })) << marker;
-    }
-
-    static std::string ClosedEvent(const std::string& name) {
-        return "CLOSE_WRITE event triggered on filename " + std::string(kConfigDir) + "/" + name;
-    }
-
-    // Our own inotify descriptor, found by what it is.
-    static int InotifyDescriptor() {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code error;
-            if (std::filesystem::read_symlink(entry, error) == "anon_inode:inotify") {
-                return std::stoi(entry.path().filename());
-            }
-        }
-        return -1;
-    }
-
-  private:
-    int markers_ = 0;
-};
 
 TEST_F(WatcherTest, AGoodPolicyIsPutInForceConfirmedAndBackedUp) {
     InWatchedProcess([&] {
@@ -333,6 +287,61 @@ TEST_F(WatcherTest, AReadThatFailsEndsTheThread) {
         watcher.join();
         EXPECT_EQ(result, nullptr);
         EXPECT_THAT(logs_.Errors(), ElementsAre("Could not get read event, Bad file descriptor"));
+    });
+}
+
+// What the kernel says when it has dropped events.
+TEST_F(WatcherTest, LostEventsAreAnsweredByALoad) {
+    ExpectPassesInChild([&] {
+        std::thread watcher([] { VUsbService::registerFileObserver(nullptr); });
+        ASSERT_TRUE(WaitFor([&] { return Logged("registered successfully file observer"); }));
+        WriteFile(kPolicyFile, kAudioPolicy);
+        ASSERT_TRUE(WaitFor([&] { return CountOf(kReset) == 1; }));
+        DrainEvents();
+        base::unique_fd reader;
+        base::unique_fd writer;
+        ASSERT_TRUE(base::Pipe(&reader, &writer));
+        ASSERT_GE(dup2(reader.get(), InotifyDescriptor()), 0);
+        WriteFile(kPolicyFile, kVideoPolicy);  // its event ends the read under way
+        ASSERT_TRUE(WaitFor([&] { return CountOf(kReset) == 2; }));
+        WriteFile(kPolicyFile, kAudioPolicy);  // nobody hears of it
+        inotify_event lost = {};
+        lost.wd = -1;
+        lost.mask = IN_Q_OVERFLOW;
+        ASSERT_TRUE(base::WriteFully(writer, &lost, sizeof(lost)));
+        ASSERT_TRUE(WaitFor([&] { return CountOf(kReset) == 3; }));
+        EXPECT_EQ(ReadFile(kPolicyBackupFile), kAudioPolicy);
+        EXPECT_THAT(logs_.Lines(), Contains("W events of " + std::string(kConfigDir) +
+                                            " were lost: loading the policy again"));
+        writer.reset();
+        watcher.join();
+    });
+}
+
+// Somebody reads a file of the directory again and again while the watcher is held by a reset.
+TEST_F(WatcherTest, APolicyWhoseEventIsLostIsLoaded) {
+    int most = 0;
+    ASSERT_EQ(sscanf(ReadFile("/proc/sys/fs/inotify/max_queued_events").c_str(), "%d", &most), 1);
+    InWatchedProcess([&] {
+        Gate gate;
+        std::atomic<bool> held{false};
+        base::SetLogger([&](base::LogId, base::LogSeverity severity, const char*, const char*,
+                            unsigned, const char* message) {
+            logs_.Add(severity, message);
+            if (message != std::string(kReset) || held.exchange(true)) return;
+            gate.Wait();
+        });
+        WriteFile(kPolicyFile, kAudioPolicy);
+        ASSERT_TRUE(WaitFor([&] { return held.load(); }));
+        for (int reads = 0; reads < most; ++reads) {  // each is two events and more
+            close(open(kStatusFile, O_RDONLY | O_CLOEXEC));
+        }
+        WriteFile(kPolicyFile, kVideoPolicy);
+        gate.Open();
+        ASSERT_TRUE(WaitFor([&] { return CountOf(kReset) == 2; }, std::chrono::seconds(60)));
+        EXPECT_THAT(logs_.Lines(), Contains(HasSubstr("were lost: loading the policy again")));
+        EXPECT_EQ(ReadFile(kPolicyBackupFile), kVideoPolicy);
+        EXPECT_EQ(ReadFile(kStatusFile), "SUCCESS");
     });
 }
 
