@@ -37,6 +37,20 @@ def test_a_crash_restores_the_backup(device, signal, status):
     assert device.probe.judged("1-5")["reason"].startswith("Whitelisted: ")
 
 
+def test_a_crash_within_the_crash_handler(device):
+    """The second signal finds the handler of the first at work."""
+    device.set_policy(VIDEO)
+    backup = device.machine.read(BACKUP)
+    device.machine.write("/data/torn.xml", "<usbconfig")
+    device.machine.shell(f"touch /run/vusd.hold; p=$(cat /run/vusd.pid); kill -STOP $p; "
+                         f"cat /data/torn.xml >{POLICY}; kill -ABRT $p; kill -SEGV $p; kill -CONT $p")
+    device.machine.wait_until(lambda: device.probe.ends("vusd"))
+    assert device.probe.ends("vusd") in ([6], [11])
+    assert device.machine.read(POLICY) == backup
+    assert device.probe.status() == CRASHED
+    come_back(device)
+
+
 def test_a_crash_while_the_policy_is_rewritten(device):
     device.set_policy(VIDEO)
     device.machine.shell(f"exec 3>{POLICY}; printf '<usbconfig mode=\"whi' >&3; touch /run/vusd.hold; "

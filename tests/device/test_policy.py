@@ -82,3 +82,60 @@ def test_a_full_directory_leaves_the_rules_in_force(device):
     device.machine.wait_until("grep -q 'copying backup file content' /data/log/vusd.log")
     device.machine.wait_until(lambda: device.machine.run(
         "vusctl judge --id 78 --interfaces 1")[0] == 0, what="the backup's rules in force")
+
+
+def test_nobody_outside_the_group_enters_the_directory(device):
+    assert device.machine.shell("stat -c %a /data/system/usbdeviceconfig") == "770\n"
+
+
+def test_a_truncated_policy_and_then_the_good_one(device):
+    """The restore of the backup never wins against the policy that was written last."""
+    def text(number):
+        return policy(f'<vid vendorid="{number}"/>')
+
+    for number in range(1, 49):
+        device.machine.write("/tmp/next.xml", text(number))
+        device.machine.shell(f": >{POLICY}; usleep {number % 6 * 1000}; cat /tmp/next.xml >{POLICY}")
+        device.machine.wait_until(lambda n=number: device.machine.read(BACKUP) == text(n) + "\n",
+                                  what=f"policy {number} in force")
+        assert device.probe.status() == "SUCCESS"
+        assert device.machine.read(POLICY) == text(number)
+
+
+@pytest.mark.parametrize("make, status", [
+    ("mkfifo {0}", "XML_ERROR_FILE_READ_ERROR"),
+    ("ln -s /dev/zero {0}", "XML_ERROR_EMPTY_DOCUMENT"),
+    ("ln -s /proc/kmsg {0}", "XML_ERROR_EMPTY_DOCUMENT"),
+    ("dd if=/dev/zero of={0} bs=1M count=40 2>/dev/null", "XML_ERROR_FILE_READ_ERROR"),
+])
+def test_a_daemon_starts_whatever_the_policy_is(device, make, status):
+    device.machine.shell(f"rm {POLICY}; {make.format(POLICY)}; kill -9 $(cat /run/vusd.pid)")
+    device.machine.wait_until(lambda: device.probe.ends("vusd"))
+    device.machine.wait_until("vusctl list >/dev/null 2>&1")
+    assert status in device.probe.status()
+    # And it watches: the next policy is taken over.
+    device.machine.shell(f"rm {POLICY}")
+    device.machine.write(POLICY, GOOD)
+    device.machine.wait_until(lambda: device.probe.status() == "SUCCESS")
+    assert device.machine.read(BACKUP) == GOOD + "\n"
+
+
+def test_a_pipe_as_status_file_holds_nobody_up(device):
+    device.machine.shell("cd /data/system/usbdeviceconfig && rm status.txt && mkfifo status.txt")
+    device.machine.write(POLICY, GOOD)
+    device.machine.wait_until(lambda: device.machine.run(f"cat {BACKUP}")[1] == GOOD + "\n")
+
+
+def test_a_policy_whose_event_is_lost_is_loaded(device):
+    """Somebody reads a file of the directory while the daemon is held, until the queue is full."""
+    device.machine.shell("echo 16 >/proc/sys/fs/inotify/max_queued_events; kill -9 $(cat /run/vusd.pid)")
+    device.machine.wait_until(lambda: device.probe.ends("vusd"))
+    device.machine.wait_until("vusctl list >/dev/null 2>&1")
+    device.machine.wait_until("grep -q 'registered successfully file observer' /data/log/vusd.log")
+    device.machine.write("/data/next.xml", GOOD)
+    device.machine.shell("p=$(cat /run/vusd.pid); kill -STOP $p; for i in $(seq 20); do "
+                         "cat /data/system/usbdeviceconfig/status.txt >/dev/null; done; "
+                         f"cat /data/next.xml >{POLICY}; kill -CONT $p")
+    device.machine.wait_until(lambda: device.machine.run(f"cat {BACKUP}")[1] == GOOD + "\n")
+    assert "were lost: loading the policy again" in device.machine.read("/data/log/vusd.log")
+    assert device.probe.status() == "SUCCESS"
