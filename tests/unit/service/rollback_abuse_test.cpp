@@ -10,6 +10,7 @@
 
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include <android-base/unique_fd.h>
 
@@ -74,6 +75,11 @@ class RollbackAbuseTest : public ServiceTest {
         }
     }
 
+    static auto TablesInForce() {
+        const PolicyReadLock policy;
+        return std::make_tuple(Util::configMode, Util::classList, Util::vidPidMap);
+    }
+
     static bool Loads(const char* path) {
         Util::createMapFromConfig(path);
         return Util::xml_parse_status;
@@ -98,8 +104,11 @@ TEST_F(RollbackAbuseTest, TwoWritersAndAThousandRewrites) {
         ASSERT_NO_FATAL_FAILURE(Settle());
 
         const std::string status = ReadFile(kStatusFile);
+        const auto in_force = TablesInForce();
         EXPECT_TRUE(Loads(kPolicyBackupFile)) << ReadFile(kPolicyBackupFile);
+        EXPECT_EQ(TablesInForce(), in_force) << "the backup is what is in force";
         EXPECT_TRUE(Loads(kPolicyFile)) << ReadFile(kPolicyFile);
+        EXPECT_EQ(TablesInForce(), in_force) << "the file is what is in force";
         EXPECT_FALSE(status.empty());
     });
 }
