@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The words of a command line that describe a device, and numbers as people write them.
+// The words of a command line that describe a device to the daemon.
 
 #pragma once
-
-#include <stdint.h>
 
 #include <optional>
 #include <string>
@@ -15,9 +13,6 @@
 namespace android::vus::ctl {
 
 using Words = std::vector<std::string>;
-
-// Decimal, or hexadecimal with "0x". Nothing for any other text, or one that does not fit.
-std::optional<int32_t> parse_number(const std::string& text);
 
 // The device that the words of `vusctl judge` describe. With a wrong word, nothing, and `error`
 // says what is wrong.

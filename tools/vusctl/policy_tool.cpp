@@ -19,7 +19,7 @@
 #include "android/vus/paths.h"
 #include "android/vus/policy.h"
 #include "tools/common/text.h"
-#include "tools/vusctl/client.h"
+#include "tools/vusctl/context.h"
 
 namespace android::vus::ctl {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The policy as a file: printed, checked by the daemon's own loader, replaced. Each returns an exit
-// status of vusctl. A path of "-" is the standard input.
+// The policy as a file: printed, checked by the daemon's own reading, replaced. Each returns an
+// exit status of vusctl. A path of "-" is the standard input.
 
 #pragma once
 
@@ -20,8 +20,7 @@ int print_policy(std::ostream& out, std::ostream& err);
 // What became of the last policy.
 int print_status(std::ostream& out, std::ostream& err);
 
-// Loads the file with the daemon's rules in this process; the daemon does not notice. Prints the
-// text that the daemon would answer.
+// Reads the file as the daemon would, which does not notice. Prints the text that it would answer.
 int check_policy(const std::string& path, std::ostream& out, std::ostream& err);
 
 // Checks the file, writes it over the policy in place, and waits for the daemon's answer. In place,

@@ -83,7 +83,7 @@ TEST_F(ClientTest, HelpGoesToOutputAndWrongUsageToError) {
     EXPECT_THAT(Out(), StartsWith("usage: vusctl COMMAND [ARGUMENT...]\n"));
     EXPECT_EQ(Err(), "");
     const std::string help = Out();
-    for (const Words& words : {Words{"-h"}, Words{"help"}, Words{"list", "--help"}}) {
+    for (const Words& words : {Words{"-h"}, Words{"help"}, Words{"policy", "--help"}}) {
         EXPECT_EQ(Run(words), kDone);
         EXPECT_EQ(Out(), help);
     }
@@ -94,13 +94,49 @@ TEST_F(ClientTest, HelpGoesToOutputAndWrongUsageToError) {
 
 TEST_F(ClientTest, HelpNamesEveryCommandInItsColumn) {
     Run({"--help"});
-    for (const char* line : {"  list [--json]                   the known devices",
-                             "  policy show|check FILE|set FILE print, check or replace"}) {
-        EXPECT_THAT(Out(), HasSubstr(line));
+    EXPECT_THAT(Out(),
+                HasSubstr("\n  list             the known devices, with verdict and reason\n"));
+    for (const Command& command : commands()) {
+        EXPECT_THAT(Out(), HasSubstr("\n  " + command.path() + " "));
     }
-    for (const char* command : {"judge", "reset", "undock", "watch", "dump", "status"}) {
-        EXPECT_THAT(Out(), HasSubstr(std::string("\n  ") + command + " "));
+}
+
+TEST_F(ClientTest, CommandsHelpComesFromItsRow) {
+    EXPECT_EQ(Run({"list", "--help"}), kDone);
+    EXPECT_EQ(Out(),
+              "usage: vusctl list [--json]\n"
+              "\n"
+              "the known devices, with verdict and reason\n"
+              "\n"
+              "  --json  for programs\n");
+    EXPECT_EQ(Run({"help", "undock"}), kDone);
+    EXPECT_EQ(Out(),
+              "usage: vusctl undock MS\n"
+              "\n"
+              "undock virtually for that many milliseconds\n");
+    EXPECT_EQ(Run({"help", "frob"}), kUsage);
+}
+
+TEST_F(ClientTest, NoLineOfHelpIsWiderThanATerminal) {
+    const auto widest = [this] {
+        size_t width = 0;
+        std::istringstream lines(Out());
+        for (std::string line; std::getline(lines, line);) width = std::max(width, line.size());
+        return width;
+    };
+    Run({"--help"});
+    EXPECT_LE(widest(), 80u);
+    for (const Command& command : commands()) {
+        Words words = {"help", command.name};
+        if (*command.sub != '\0') words.push_back(command.sub);
+        EXPECT_EQ(Run(words), kDone) << command.path();
+        EXPECT_LE(widest(), 80u) << command.path();
     }
+}
+
+TEST_F(ClientTest, VersionIsTold) {
+    EXPECT_EQ(Run({"--version"}), kDone);
+    EXPECT_EQ(Out(), "vusctl 0.1.0\n");
 }
 
 struct WrongCall {
@@ -122,10 +158,11 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
             {{"undock", "5s"}, "undock takes a number of milliseconds above 0"},
             {{"watch", "1"}, "watch takes --json or nothing"},
             {{"dump", "a", "b"}, "dump takes at most one argument"},
-            {{"policy"}, "policy takes: show, check FILE, or set FILE"},
-            {{"policy", "show", "x"}, "policy takes: show, check FILE, or set FILE"},
-            {{"policy", "check"}, "policy takes: show, check FILE, or set FILE"},
-            {{"policy", "drop", "x"}, "policy takes: show, check FILE, or set FILE"},
+            {{"policy", "show", "x"}, "policy show takes no argument"},
+            {{"policy", "check"}, "policy check takes FILE"},
+            {{"policy", "set"}, "policy set takes FILE"},
+            {{"judge", "--frob"}, "unknown argument: --frob"},
+            {{"frob\x1b[2J"}, "unknown command: frob?[2J"},
             {{"status", "x"}, "status takes no argument"},
     };
     for (const WrongCall& call : calls) {
@@ -134,6 +171,13 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
         EXPECT_EQ(Out(), "");
     }
     EXPECT_THAT(fake_->Take(), IsEmpty());
+}
+
+TEST_F(ClientTest, WrongSubcommandIsAnsweredWithTheChoice) {
+    for (const Words& words : {Words{"policy"}, Words{"policy", "drop", "x"}}) {
+        EXPECT_EQ(Run(words), kUsage);
+        EXPECT_THAT(Err(), StartsWith("vusctl: policy takes: show, check"));
+    }
 }
 
 TEST_F(ClientTest, MissingDaemonIsSaid) {

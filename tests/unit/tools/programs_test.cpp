@@ -37,7 +37,7 @@ TEST(FindService, SaysAtOnceThatThereIsNoBinder) {
 }
 
 TEST(Programs, EndWithoutBinder) {
-    for (const char* call : {"vusctl list", "vusctl judge --usb", "vusctl watch"}) {
+    for (const char* call : {"vusctl list", "vusctl judge --id 1", "vusctl watch"}) {
         const Outcome outcome = RunProgram(call);
         EXPECT_EQ(outcome.status, 3) << call;
         EXPECT_EQ(outcome.error, std::string("vusctl: ") + kNoBinder + "\n");

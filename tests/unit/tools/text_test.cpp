@@ -50,6 +50,45 @@ TEST(Printable, HasNoControlCharacter) {
               REPLACED "31m");
 }
 
+// U+061C, U+200E, U+2028, U+202E (right-to-left override), U+2066, U+2069.
+TEST(Printable, HasNoMarkThatTurnsOrBreaksALine) {
+    EXPECT_EQ(printable("a\xD8\x9C"
+                        "b\xE2\x80\x8E"
+                        "c\xE2\x80\xA8"
+                        "d\xE2\x80\xAE"
+                        "e\xE2\x81\xA6"
+                        "f\xE2\x81\xA9"
+                        "g"),
+              "a?b?c?d?e?f?g");
+    // Their neighbours stay: U+061B, U+200D, U+2027, U+202F, U+2065's neighbour U+2064, U+206A.
+    const std::string neighbours =
+            "\xD8\x9B\xE2\x80\x8D\xE2\x80\xA7\xE2\x80\xAF\xE2\x81\xA4\xE2\x81\xAA";
+    EXPECT_EQ(printable(neighbours), neighbours);
+    // Arabic and Hebrew letters themselves are no marks, and four bytes are no control.
+    EXPECT_EQ(printable("\xD7\x90\xD8\xA7\xF0\x9F\x94\x8C"), "\xD7\x90\xD8\xA7\xF0\x9F\x94\x8C");
+}
+
+TEST(JsonEscapedControls, EscapesWhatATerminalWouldObey) {
+    EXPECT_EQ(json_escaped_controls("{\"a\":\"\x7f\xC2\x9B\xE2\x80\xAE\xC3\xA4\"}\n"),
+              "{\"a\":\"\\u007f\\u009b\\u202e\xC3\xA4\"}\n");
+}
+
+TEST(Shortened, CutsCharactersAndNotBytes) {
+    EXPECT_EQ(shortened("abcdef", 6), "abcdef");
+    EXPECT_EQ(shortened("abcdefg", 6), "abc...");
+    EXPECT_EQ(shortened("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\xA4\xC3\xB6", 4), "\xC3\xA4...");
+    EXPECT_EQ(shortened("abcdef", 2), "..");
+    EXPECT_EQ(shortened("abcdef", 0), "");
+}
+
+TEST(Wrapped, BreaksBetweenWords) {
+    EXPECT_EQ(wrapped("one two three", 2, 9), "  one two\n  three\n");
+    EXPECT_EQ(wrapped("one two three", 2, 8), "  one\n  two\n  three\n");
+    EXPECT_EQ(wrapped("a much-too-long b", 0, 5), "a\nmuch-too-long\nb\n");
+    EXPECT_EQ(wrapped("\xC3\xA4\xC3\xB6 \xC3\xBC", 0, 4), "\xC3\xA4\xC3\xB6 \xC3\xBC\n");
+    EXPECT_EQ(wrapped("", 2, 9), "");
+}
+
 TEST(CharacterCount, CountsCharactersAndNotBytes) {
     EXPECT_EQ(character_count(""), 0u);
     EXPECT_EQ(character_count("abc"), 3u);

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/vusctl/daemon_commands.h"
+
+#include <algorithm>
+
+#include <binder/IInterface.h>
+#include <utils/String16.h>
+#include <utils/Vector.h>
+
+#include "tools/common/death_notice.h"
+#include "tools/common/text.h"
+#include "tools/vusctl/render.h"
+#include "tools/vusctl/watch.h"
+#include "tools/workbench/device.h"
+
+namespace android::vus::ctl {
+
+namespace {
+
+// The stored record of a device that was judged just now.
+int print_verdict(Context& context, IVUsbService& service, const DeviceInfo& info, bool allowed) {
+    std::vector<DeviceInfo> devices;
+    service.getDeviceList(&devices);
+    const auto record =
+            std::find_if(devices.begin(), devices.end(), [&info](const DeviceInfo& device) {
+                return device.deviceId == info.deviceId && device.deviceType == info.deviceType;
+            });
+    context.out << (allowed ? "allowed" : "not allowed") << "\n";
+    if (record == devices.end()) {
+        context.out << (allowed ? "not listed: the daemon allows everything\n"
+                                : "not listed: an HID device is judged as an input device\n");
+    } else {
+        // The daemon keeps the first record of an id.
+        const bool earlier = (record->status == 1) != allowed;
+        context.out << (earlier ? "listed with an earlier verdict: " : "")
+                    << printable(record->reason) << "\n";
+    }
+    return allowed ? kDone : kRefused;
+}
+
+int reset(Context& context, int32_t milliseconds) {
+    const sp<IVUsbService> daemon = context.service();
+    if (daemon == nullptr) return kNoService;
+    const binder::Status status = daemon->resetUsbDevices(milliseconds);
+    return status.isOk() ? kDone : context.failure(status);
+}
+
+}  // namespace
+
+int list_devices(Context& context, const Call& call) {
+    const sp<IVUsbService> daemon = context.service();
+    if (daemon == nullptr) return kNoService;
+    std::vector<DeviceInfo> devices;
+    const binder::Status status = daemon->getDeviceList(&devices);
+    if (!status.isOk()) return context.failure(status);
+    context.out << (call.has("--json") ? json_array(devices) : text_table(devices));
+    return kDone;
+}
+
+int judge_device(Context& context, const Call& call) {
+    if (call.options.empty()) return context.usage_error("judge takes a device's description");
+    std::string error;
+    const auto info = parse_device(call.device_words(), &error);
+    if (!info) return context.usage_error(printable(error));
+    const sp<IVUsbService> daemon = context.service();
+    if (daemon == nullptr) return kNoService;
+    bool allowed = false;
+    const binder::Status status = daemon->isDeviceAllowed(*info, &allowed);
+    if (!status.isOk()) return context.failure(status);
+    return print_verdict(context, *daemon, *info, allowed);
+}
+
+int reset_ports(Context& context, const Call& /*call*/) {
+    return reset(context, 0);
+}
+
+int undock(Context& context, const Call& call) {
+    const auto time = workbench::parseNumber(call.plain[0]);
+    if (!time || *time <= 0) {
+        return context.usage_error("undock takes a number of milliseconds above 0");
+    }
+    return reset(context, *time);
+}
+
+int dump_daemon(Context& context, const Call& call) {
+    const sp<IVUsbService> daemon = context.service();
+    if (daemon == nullptr) return kNoService;
+    Vector<String16> arguments;
+    for (const std::string& word : call.plain) arguments.add(String16(word.c_str()));
+    context.out.flush();
+    if (IInterface::asBinder(daemon)->dump(context.out_fd, arguments) != OK) {
+        return context.failed("the daemon did not write its dump");
+    }
+    return kDone;
+}
+
+int watch_devices(Context& context, const Call& call) {
+    const sp<IVUsbService> daemon = context.service();
+    if (daemon == nullptr) return kNoService;
+    const sp<DeathNotice> death = new DeathNotice;
+    IInterface::asBinder(daemon)->linkToDeath(death);
+    const sp<IVUsbServiceCallback> printer = new EventPrinter(context.out, call.has("--json"));
+    const binder::Status status = daemon->registerVusCallback(printer);
+    if (!status.isOk()) return context.failure(status);
+    context.wait(death->fd());
+    if (death->taken()) {
+        context.err << "vusctl: the daemon has ended\n";
+        return kNoService;
+    }
+    daemon->unregisterVusCallback(printer);
+    return kDone;
+}
+
+}  // namespace android::vus::ctl
