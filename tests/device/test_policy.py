@@ -60,8 +60,11 @@ def test_a_rename_over_the_policy_is_not_noticed(device):
 def test_vusctl_sets_checks_and_shows(device):
     device.machine.write("/tmp/good.xml", GOOD)
     device.machine.write("/tmp/bad.xml", policy("<class>USB_CLASS_HID</class>"))
-    assert device.machine.run("vusctl policy check /tmp/good.xml") == (0, "SUCCESS\n")
-    assert device.machine.run("vusctl policy check /tmp/bad.xml") == (1, "INVALID CLASS VALUE:USB_CLASS_HID\n")
+    status, text = device.machine.run("vusctl policy check /tmp/good.xml")
+    assert (status, text.splitlines()[0]) == (0, "SUCCESS")
+    status, text = device.machine.run("vusctl policy check /tmp/bad.xml")
+    assert (status, text.splitlines()[0]) == (1, "INVALID CLASS VALUE:USB_CLASS_HID")
+    assert "did you mean: AINPUT_SOURCE_KEYBOARD" in text
     status, text = device.machine.run("vusctl policy set /tmp/bad.xml 2>&1")
     assert status == 1 and "INVALID CLASS VALUE:USB_CLASS_HID" in text
     assert "default" in device.machine.shell("vusctl policy show")

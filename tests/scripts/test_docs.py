@@ -8,7 +8,7 @@ import re
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-DOCUMENTS = sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").glob("*.md"))
+DOCUMENTS = sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").rglob("*.md"))
 REFERENCE = ROOT / "docs" / "properties-and-files.md"
 
 
@@ -51,7 +51,7 @@ def first_code(cell):
     return found.group(1) if found else None
 
 
-@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: str(path.relative_to(ROOT)))
 def test_links_lead_somewhere(document):
     for link in links(document):
         if re.match(r"[a-z]+:", link):

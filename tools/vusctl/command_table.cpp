@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include "tools/vusctl/analysis_commands.h"
 #include "tools/vusctl/command.h"
 #include "tools/vusctl/daemon_commands.h"
 #include "tools/vusctl/policy_commands.h"
@@ -93,11 +94,41 @@ const std::vector<Command>& commands() {
              "FILE",
              1,
              1,
-             {},
+             {{"--strict", nullptr, "exit status 5 if anything is found"},
+              {"--allow", "ID", "a finding that is meant; may be given often"},
+              {"--format", "FORMAT", "text, json or sarif"},
+              kJson},
              "FILE",
-             "would the daemon accept this policy?",
-             "",
+             "the daemon's verdict on a policy, and its pitfalls",
+             "Each finding has a line, a device that shows it, and what to write instead.\n"
+             "Their ids stay as they are; docs/lint/ has a page for each.\n",
              check_policy_file},
+            {"policy",
+             "diff",
+             "OLD NEW",
+             2,
+             2,
+             {{"--devices", "LIST", "which of these are judged differently"},
+              {"--no-new-access", nullptr, "exit status 1 if NEW admits what OLD refuses"},
+              kJson},
+             "OLD and NEW",
+             "what a change of the policy means, over all possible devices",
+             "Exact: no difference is missing, and each is shown by a device.\n",
+             diff_policies},
+            {"policy",
+             "surface",
+             "FILE",
+             1,
+             1,
+             {{"--modules-alias", "FILE", "of which kernel; the running one if not given"},
+              {"--fail-above", "SCORE", "exit status 1 if the score is higher"},
+              kJson},
+             "FILE",
+             "which kernel drivers an admitted device can reach",
+             "A device may have any ids, and any interfaces besides those that admit it. The\n"
+             "score is the share of the kernel's USB drivers, in per cent, that some admitted\n"
+             "device binds.\n",
+             show_surface},
             {"policy",
              "set",
              "FILE",

@@ -14,10 +14,6 @@ int show_policy(Context& context, const Call& /*call*/) {
     return print_policy(context.out, context.err);
 }
 
-int check_policy_file(Context& context, const Call& call) {
-    return check_policy(call.plain[0], context.out, context.err);
-}
-
 int set_policy_file(Context& context, const Call& call) {
     // Without the daemon nobody would read the new policy, answer, or roll it back.
     if (context.service() == nullptr) return kNoService;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The commands that show, check and replace the policy. Each returns an exit status of vusctl.
+// The commands that show and replace the policy. Each returns an exit status of vusctl.
 
 #pragma once
 
@@ -10,7 +10,6 @@ namespace android::vus::ctl {
 
 int show_status(Context& context, const Call& call);
 int show_policy(Context& context, const Call& call);
-int check_policy_file(Context& context, const Call& call);
 int set_policy_file(Context& context, const Call& call);
 
 }  // namespace android::vus::ctl

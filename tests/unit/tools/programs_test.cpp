@@ -66,7 +66,11 @@ TEST(Programs, CheckPoliciesWithoutBinder) {
     WriteFile("/tmp/policy.xml", "<usbconfig mode=\"x\"/>");
     const Outcome checked = RunProgram("vusctl policy check /tmp/policy.xml");
     EXPECT_EQ(checked.status, 1);
-    EXPECT_EQ(checked.output, "INVALID MODE\n");
+    EXPECT_EQ(checked.output,
+              "INVALID MODE\n"
+              "/tmp/policy.xml:1: error: the daemon rejects this policy\n"
+              "    found:        \"x\"\n"
+              "    did you mean: whitelist, blacklist or default\n");
     EXPECT_EQ(checked.error, "");
 }
 
