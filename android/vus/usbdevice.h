@@ -10,16 +10,18 @@
 // One walk is a cycle: inspect_bus_entry() for every directory entry makes the nodes,
 // connect_devices() links them into a tree and fills the map, delete_all_nodes() and empty_list()
 // release them. The lists own the nodes; the links of the tree (first_child, next, first_interface,
-// parent) only point into them.
+// parent) only point into them. The daemon's own cycles (usbdevice_cycle.h) go the same way; those
+// of a decision take over what has not changed.
 //
 // Threads:
 // - The lists of a cycle are thread_local, so a cycle belongs wholly to the thread that runs it and
-//   cycles run side by side: a decision waits for its own reads of sysfs and never behind another
-//   one whose device keeps the kernel from answering.
+//   cycles run side by side: a decision never waits behind another one.
+// - Nor does a cycle wait for a device that keeps the kernel from answering: what the kernel reads
+//   under that device's lock is given up after a moment (sysfs.h). The primitives and the steps of
+//   discovery, called by themselves, wait for as long as the kernel makes them.
 // - `deviceid_map` is process-wide and guarded by `map_mutex`, which is held only to copy, insert,
-//   erase or swap records, never over a read or write of sysfs, a log line or a print. A rebuild
-//   collects its records aside and swaps them in, so a reader sees the map before or after a
-//   rebuild. A rebuild that started earlier never replaces the result of one that started later.
+//   erase or swap records, never over a read or write of sysfs, a log line or a print. How rebuilds
+//   that overlap settle which of them is shown stands in device_map.h.
 // - `usb_host_mutex` is held for the whole of usb_host_reset(), sleeps included, so that two resets
 //   never interleave. It is the outermost lock: `map_mutex` and `power_val_mutex` are taken inside
 //   it, each alone and briefly.
@@ -32,9 +34,10 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "android/vus/mutex.h"
 
 namespace android::vus {
 
@@ -185,7 +188,8 @@ class UsbDevice {
     static void add_usb_device(const char* entry);
     static void add_usb_interface(const char* entry);
 
-    // Links the nodes into the tree and adds their records to `deviceid_map`.
+    // Links the nodes into the tree, classifies their interfaces, and adds the records of those
+    // that belong to a device to `deviceid_map`, which it does not clear.
     static void connect_devices();
     static void assign_dev_to_parent(usbdevice* device);
     static void assign_interface_to_parent(usbdevice* device, usbinterface* interface);
@@ -204,7 +208,8 @@ class UsbDevice {
 
     // Rebuilds `deviceid_map` from sysfs.
     static void create_usb_device_map();
-    // Rebuilds it, and writes the tree, the interfaces and the map to `fd`.
+    // Rebuilds it, and writes the tree, the interfaces and the map to `fd`. Waits up to a second
+    // for attributes of devices that do not answer.
     static void dump_print_test(int fd);
     // Finds out what an interface became, from its class and its sysfs directory.
     static void populate_category_device(usbinterface* interface);
@@ -240,21 +245,23 @@ class UsbDevice {
     static thread_local listlinks interface_list;  // head of all usbinterface
     static thread_local int32_t tree_indent;       // kept in step with the tree; no output uses it
 
-    static std::mutex map_mutex;
-    static DeviceIdMap deviceid_map;  // guarded by map_mutex
+    static Mutex map_mutex;
+    static DeviceIdMap deviceid_map GUARDED_BY(map_mutex);
 
     static bool verbose_log;         // gates the trace lines; nothing sets it
     static int32_t print_verbosity;  // 2: identity and paths; nothing changes it
 
-    static std::mutex usb_host_mutex;
+    static Mutex usb_host_mutex;
     static const std::vector<std::string> host_mode_paths;  // below kSocDir, in reset order
     static const char* const usb_online_path;
     static const char* const dc_online_path;
 
-    static std::mutex power_val_mutex;
-    static char power_val[kSysfsValueSize];  // last dock supply value; guarded by power_val_mutex
-    static std::atomic<bool> exit_poll;      // tells the watcher that the undock is over
-    static pthread_t sysfs_observer_thread;  // the last watcher; never joined or detached
+    static Mutex power_val_mutex;
+    // The last value of the dock's supply.
+    static char power_val[kSysfsValueSize] GUARDED_BY(power_val_mutex);
+    static std::atomic<bool> exit_poll;  // tells the watcher that the undock is over
+    // The last watcher: whoever joins it clears this. The next one's start detaches it.
+    static pthread_t sysfs_observer_thread;
 };
 
 }  // namespace android::vus

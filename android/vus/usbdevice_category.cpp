@@ -5,6 +5,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/usbdevice_internal.h"
@@ -54,7 +58,8 @@ constexpr FunctionDirectory kFunctionDirectories[] = {
 // functions an interface is reported as depends on it.
 class CategoryScan {
   public:
-    explicit CategoryScan(usbinterface* interface) : interface_(*interface) {
+    CategoryScan(usbinterface* interface, std::vector<std::string>* lines)
+          : interface_(*interface), lines_(lines) {
         usb::copy_text(path_, kUsbDevicesDir);
         extend(interface_.name);
     }
@@ -68,8 +73,14 @@ class CategoryScan {
     }
 
     const char* path() const { return path_; }
+    bool opened_all() const { return opened_all_; }
 
   private:
+    void log(std::string line) {
+        LOG(INFO) << line;
+        if (lines_ != nullptr) lines_->push_back(std::move(line));
+    }
+
     // Whether the entry settles the category.
     bool decides(const DirectoryReader& directory, const dirent64& entry) {
         for (const FunctionDirectory& function : kFunctionDirectories) {
@@ -88,7 +99,7 @@ class CategoryScan {
         if (function.entered_is_trace) {
             trace(function.entered_text, path_);
         } else {
-            LOG(INFO) << function.entered_text << path_;
+            log(std::string(function.entered_text) + path_);
         }
         DirectoryReader directory = enter("Cannot open directory \n");
         while (const dirent64* entry = next_entry(&directory)) {
@@ -104,7 +115,7 @@ class CategoryScan {
     // directory cannot be read counts as such.
     bool finds_vendor_hid(const char* name) {
         extend(name);
-        LOG(INFO) << " new path of subdir for HID:" << path_;
+        log(std::string(" new path of subdir for HID:") + path_);
         DirectoryReader directory = enter("Cannot open subdir \n");
         while (const dirent64* entry = next_entry(&directory)) {
             if (strcmp(entry->d_name, "input") != 0) continue;
@@ -112,7 +123,7 @@ class CategoryScan {
             trace("input device found");
             return false;
         }
-        LOG(INFO) << "vendor HID device found";
+        log("vendor HID device found");
         interface_.category = kCategoryVendorHid;
         return true;
     }
@@ -123,30 +134,40 @@ class CategoryScan {
         snprintf(path_ + length, sizeof(path_) - length, "/%s", name);
     }
 
-    DirectoryReader enter(const char* failure_text) const {
+    DirectoryReader enter(const char* failure_text) {
         DirectoryReader directory(path_);
-        if (!directory.ok()) LOG(INFO) << failure_text << path_;
+        if (!directory.ok()) {
+            opened_all_ = false;
+            log(std::string(failure_text) + path_);
+        }
         return directory;
     }
 
     usbinterface& interface_;
+    std::vector<std::string>* const lines_;
+    bool opened_all_ = true;
     char path_[kCategoryScanPathSize];
 };
 
 }  // namespace
 
-void UsbDevice::populate_category_device(usbinterface* interface) {
-    CategoryScan scan(interface);
+bool usb::classify(usbinterface* interface, std::vector<std::string>* lines) {
+    CategoryScan scan(interface, lines);
     trace("path of dir:", scan.path());
     interface->category = kCategoryNone;
     trace("Other category default to none");
-    usb::copy_text(interface->category_path, kNoCategoryPath);
+    copy_text(interface->category_path, kNoCategoryPath);
     if (interface->bInterfaceClass == kStorageClass) {
         interface->category = kCategoryStorage;
-        usb::copy_text(interface->category_path, "sdcard");
-        return;
+        copy_text(interface->category_path, "sdcard");
+        return true;
     }
     scan.run();
+    return scan.opened_all();
+}
+
+void UsbDevice::populate_category_device(usbinterface* interface) {
+    usb::classify(interface, nullptr);
 }
 
 }  // namespace android::vus

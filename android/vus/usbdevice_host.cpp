@@ -9,11 +9,13 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include <cutils/properties.h>
 
+#include "android/vus/device_map.h"
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/usbdevice_internal.h"
@@ -22,12 +24,12 @@ namespace android::vus {
 
 using std::chrono::milliseconds;
 
-std::mutex UsbDevice::usb_host_mutex;
+Mutex UsbDevice::usb_host_mutex;
 const std::vector<std::string> UsbDevice::host_mode_paths = {kHighSpeedModeFile,
                                                              kSuperSpeedModeFile};
 const char* const UsbDevice::usb_online_path = kUsbOnlineFile;
 const char* const UsbDevice::dc_online_path = kDcOnlineFile;
-std::mutex UsbDevice::power_val_mutex;
+Mutex UsbDevice::power_val_mutex;
 char UsbDevice::power_val[kSysfsValueSize];
 std::atomic<bool> UsbDevice::exit_poll = false;
 pthread_t UsbDevice::sysfs_observer_thread;
@@ -88,7 +90,7 @@ std::string refresh_power_val() {
     char value[kSysfsValueSize];
     const int32_t length =
             UsbDevice::read_sysfs_val(UsbDevice::dc_online_path, value, sizeof(value));
-    const std::lock_guard<std::mutex> lock(UsbDevice::power_val_mutex);
+    const MutexLock lock(UsbDevice::power_val_mutex);
     if (length > 0) memcpy(UsbDevice::power_val, value, static_cast<size_t>(length) + 1);
     return UsbDevice::power_val;
 }
@@ -162,17 +164,6 @@ bool dock_power_was_lost() {
     return false;
 }
 
-// Finds the interface name of the first DisplayLink adapter in the map.
-bool find_displaylink(std::string* name) {
-    const std::lock_guard<std::mutex> lock(UsbDevice::map_mutex);
-    for (const auto& [id, record] : UsbDevice::deviceid_map) {
-        if (record.idVendor != kDisplayLinkVendor) continue;
-        *name = record.name;
-        return true;
-    }
-    return false;
-}
-
 // The "mode" file of the controller that a device-tree path such as /soc@0/ssusb@a600000/... names
 // second; empty if it names none.
 std::string mode_path_of(const std::string& devspec) {
@@ -187,7 +178,7 @@ std::string mode_path_of(const std::string& devspec) {
 
 void UsbDevice::usb_host_reset(int value) {
     LOG(INFO) << "usb_host_reset entered:";
-    const std::lock_guard<std::mutex> lock(usb_host_mutex);
+    const MutexLock lock(usb_host_mutex);
     if (value > 0) return virtual_undock_dock_event(value);
     for (const std::string& path : host_mode_paths) reset_controller(kSocDir + path);
 }
@@ -205,12 +196,12 @@ void UsbDevice::virtual_undock_dock_event(int delayMs) {
 }
 
 std::string UsbDevice::get_displaylink_soc_path() {
-    std::string name;
-    if (!find_displaylink(&name)) return kNoDisplayLink;
+    const std::optional<std::string> name = usb::DeviceMap::interface_of_vendor(kDisplayLinkVendor);
+    if (!name) return kNoDisplayLink;
     // One character of the bus number is on purpose: bus 10 and above read the root hub of their
     // first digit.
     char path[kSysfsValueSize];
-    snprintf(path, sizeof(path), "%s/%s%c/%s", kUsbDevicesDir, "usb", name.c_str()[0], "devspec");
+    snprintf(path, sizeof(path), "%s/%s%c/%s", kUsbDevicesDir, "usb", name->c_str()[0], "devspec");
     LOG(INFO) << "get_displaylink_soc_path " << path;
     const std::string devspec = read_value(path);
     if (devspec.empty()) return "";

@@ -1,96 +1,70 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What the source files of UsbDevice share: one entry of the USB devices directory, walks over the
-// node lists, and bounded copies. Not for users of the class.
+// What the source files of UsbDevice share: the steps of a cycle, and walks over the node lists.
+// Not for users of the class.
 
 #pragma once
 
-#include <dirent.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <string.h>
 
-#include <algorithm>
+#include <charconv>
 #include <sstream>
+#include <string>
 #include <string_view>
-#include <utility>
+#include <vector>
 
 #include <android-base/logging.h>
-#include <android-base/unique_fd.h>
 
+#include "android/vus/sysfs.h"
 #include "android/vus/usbdevice.h"
 
 namespace android::vus::usb {
 
-// Formats the path of `name` below an entry of the USB devices directory, cut to the buffer.
-// Returns the length that the whole path takes.
-int format_path(char (&path)[kSysfsValueSize], const char* entry, const char* name);
-// Whether a path of that formatted length is whole in its buffer.
-bool path_fits(int length);
+// The node that an entry became: one of the three, or none.
+struct Node {
+    usbbusnode* bus = nullptr;
+    usbdevice* device = nullptr;
+    usbinterface* interface = nullptr;
+    bool is_complete = false;   // everything was read that there is
+    bool lacked_means = false;  // something was not, for want of descriptors or memory
 
-// One entry of the USB devices directory, opened once for all of its attributes: reading them below
-// a descriptor spares the kernel the walk through the whole path, links included, for each of them.
-//
-// Values and messages are those of read_sysfs_file_int() and read_sysfs_file_string(), which also
-// do the work where the entry cannot be opened as a directory.
-class SysfsEntry {
-  public:
-    explicit SysfsEntry(const char* entry);
-
-    int32_t read_int(const char* attribute, int32_t base) const;
-    void read_string(const char* attribute, char* buf, int32_t len) const;
-    // The length that the path of `name` below this entry takes.
-    int path_length(const char* name) const;
-    // The last component of the "driver" link; left alone if there is no such link.
-    void read_driver(char (&driver)[kSysfsNameSize]) const;
-
-  private:
-    const char* entry_;
-    int length_;  // of the entry's own path, with a '/' at its end
-    base::unique_fd directory_;
+    explicit operator bool() const {
+        return bus != nullptr || device != nullptr || interface != nullptr;
+    }
 };
 
-// Stores what follows the last "/" of the link at `path` (below `directory`, if that is open).
-void read_link_name(int directory, const char* path, char (&name)[kSysfsNameSize]);
+// Makes a node of an entry and appends it to the calling thread's list. With no patience, waits for
+// as long as the kernel makes it.
+Node read_entry(const char* entry, Patience* patience);
+// Fills a node once more.
+Node read_again(const Node& node, Patience* patience);
 
-// The entries of a directory, in the order in which the kernel lists them.
-//
-// Read by the system call into a buffer of its own: a decision reads some hundred small
-// directories, and opendir() would allocate and free 32 KiB for each.
-class DirectoryReader {
-  public:
-    // A directory that cannot be opened has no entries; errno tells why.
-    explicit DirectoryReader(const char* path);
+// Links the nodes of the calling thread's lists into the tree.
+void link_nodes();
+// Adds the record of an interface that belongs to a device, and was classified.
+void add_record(const usbinterface& interface, DeviceIdMap* records);
 
-    bool ok() const { return fd_.ok(); }
-    // The next entry, "." and ".." included, valid until the next call; null at the end.
-    const dirent64* next();
-    // Whether the entry itself is a directory. A link to one is not.
-    bool is_directory(const dirent64& entry) const;
+// Finds out what an interface became. The lines that it logs about that are added to `lines`, if
+// there is one. Returns whether all of its directories could be opened.
+bool classify(usbinterface* interface, std::vector<std::string>* lines);
 
-  private:
-    base::unique_fd fd_;
-    long filled_ = 0;
-    long position_ = 0;
-    alignas(dirent64) char buffer_[kSysfsValueSize];
-};
-
-// Links the nodes of the calling thread's lists into the tree, classifies the interfaces, and
-// returns the records of those that belong to a device.
-DeviceIdMap connect_nodes();
-
-inline int32_t device_id(const usbdevice& device) {
-    return static_cast<int32_t>(device.busnum * 1000 + device.devnum);
+inline int32_t device_id(uint32_t busnum, uint32_t devnum) {
+    return static_cast<int32_t>(busnum * 1000 + devnum);
 }
 
-// Copies `text` as far as it fits with its terminator and zeroes the rest of the field. Returns
-// whether all of it fitted.
-template <size_t kSize>
-bool copy_text(char (&field)[kSize], std::string_view text) {
-    const size_t length = std::min(text.size(), kSize - 1);
-    memcpy(field, text.data(), length);
-    memset(field + length, 0, kSize - length);
-    return length == text.size();
+inline int32_t device_id(const usbdevice& device) {
+    return device_id(device.busnum, device.devnum);
+}
+
+// Parses the decimal number at `text`, cut to 32 bits. Returns the position after it, which is
+// `text` itself if there is no digit.
+inline const char* parse_number(const char* text, uint32_t* value) {
+    unsigned long long number = 0;
+    const auto result = std::from_chars(text, text + strlen(text), number);
+    if (result.ec == std::errc::result_out_of_range) number = ~0ULL;
+    if (result.ptr != text) *value = static_cast<uint32_t>(number);
+    return result.ptr;
 }
 
 // A trace line: an INFO line that appears only with UsbDevice::verbose_log.

@@ -10,8 +10,8 @@
 
 #include <android-base/logging.h>
 
+#include "android/vus/device_map.h"
 #include "android/vus/judge.h"
-#include "android/vus/usbdevice.h"
 #include "android/vus/util.h"
 #include "android/vus/vu_service.h"
 
@@ -27,11 +27,11 @@ bool isUsbDevice(const DeviceInfo& info) {
 
 // Asks for the device's interfaces afresh: a refusal and the device's record need them in every
 // case. Answers whether it has nothing but HID interfaces (or none at all) and is no vendor HID.
-bool refreshAndScreen(const DeviceInfo& info) {
+bool refreshAndScreen(const DeviceInfo& info, DeviceRecords* interfaces) {
     const std::optional<int32_t> other = firstClassOtherThanHid(info.interfaceClassList);
     if (other) LOG(INFO) << "class is " << *other << "not HID";
-    UsbDevice::create_usb_device_map();
-    return !other && !UsbDevice::check_vendor_hid(info.deviceId);
+    *interfaces = refresh_device_map(info.deviceId);
+    return !other && !has_vendor_hid(info.deviceId, *interfaces);
 }
 
 Claim claimOf(const DeviceInfo& info) {
@@ -45,11 +45,12 @@ Judgement judgeByPolicyInForce(const DeviceInfo& info) {
     return judge(claimOf(info), Util::rulesInForce());
 }
 
-// A refused input device is only reported: it is the input subsystem that keeps it out.
-void enforce(const DeviceInfo& info, const Judgement& verdict) {
+// A refused input device is only reported: it is the input subsystem that keeps it out. A USB
+// device is switched off by what this decision found of it, whatever has become of the map since.
+void enforce(const DeviceInfo& info, const Judgement& verdict, const DeviceRecords& interfaces) {
     if (verdict.allowed || !isUsbDevice(info)) return;
     LOG(INFO) << "isDeviceAllowed called and updating status authorized to 0";
-    UsbDevice::update_status(info.deviceId, kDeauthorize);
+    authorize(info.deviceId, interfaces, kDeauthorize);
 }
 
 void logVerdict(const DeviceInfo& info, const Judgement& verdict) {
@@ -69,7 +70,8 @@ binder::Status VUsbService::isDeviceAllowed(const DeviceInfo& info, bool* result
         *result = true;
         return binder::Status::ok();
     }
-    if (isUsbDevice(info) && refreshAndScreen(info)) {
+    DeviceRecords interfaces;
+    if (isUsbDevice(info) && refreshAndScreen(info, &interfaces)) {
         LOG(INFO) << "The HID device is controlled by Input Subsystem  ";
         *result = false;
         return binder::Status::ok();
@@ -77,7 +79,7 @@ binder::Status VUsbService::isDeviceAllowed(const DeviceInfo& info, bool* result
     const Judgement verdict = judgeByPolicyInForce(info);
     Util::logSteps(verdict.steps);
     LOG(INFO) << "isDeviceAllowed res val:" << verdict.allowed;
-    enforce(info, verdict);
+    enforce(info, verdict, interfaces);
     addDeviceList(info, verdict.allowed, verdict.reason);
     logVerdict(info, verdict);
     *result = verdict.allowed;

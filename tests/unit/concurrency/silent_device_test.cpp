@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A device that does not answer: the kernel keeps whoever reads its attributes, or writes to its
-// "authorized", waiting for up to 20 s. Here a FIFO stands in for the attribute.
+// Devices that do not answer: the kernel keeps whoever reads what it reads under the device's lock,
+// or writes to its "authorized", waiting for up to 20 s and more. Here a FIFO stands in for the
+// attribute.
 //
-// Nothing else may wait with that decision: no list, no removal, no input device, no load, no dump,
-// and no other decision but for reads of its own that the kernel holds, too.
+// No decision waits for another device. And whatever a decision does wait for, nothing else waits
+// with it: no list, no removal, no input device, no load, no dump, no other decision.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -29,6 +30,11 @@ constexpr char kBlacklist[] =
 constexpr char kDefault[] = "<usbconfig mode=\"default\"/>";
 constexpr char kKeptName[] = "/sys/attribute";  // the FIFO's second name
 
+// What the kernel reads under the device's lock.
+constexpr const char* kLockedAttributes[] = {"bMaxPower",     "bNumInterfaces", "bmAttributes",
+                                             "configuration", "manufacturer",   "product",
+                                             "serial"};
+
 class SilentDeviceTest : public ConcurrencyTest {
   protected:
     void SetUp() override {
@@ -43,6 +49,15 @@ class SilentDeviceTest : public ConcurrencyTest {
         RemoveFile(attribute);
         ASSERT_EQ(mkfifo(attribute.c_str(), 0600), 0);
         ASSERT_EQ(link(attribute.c_str(), kKeptName), 0);
+    }
+
+    // Puts FIFOs in the places of all that is locked while the device does not answer.
+    static void SilenceAll(const std::string& entry) {
+        for (const char* attribute : kLockedAttributes) {
+            const std::string path = UsbPath(entry, attribute);
+            if (access(path.c_str(), F_OK) == 0) RemoveFile(path);  // not each has a serial number
+            ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+        }
     }
 
     // Whether a reader is at the FIFO. From then on it waits for what is written to the result.
@@ -75,8 +90,49 @@ class SilentDeviceTest : public ConcurrencyTest {
     DeviceInfo disk_;
 };
 
+TEST_F(SilentDeviceTest, ARefusalWaitsForNoOtherDevice) {
+    ASSERT_NO_FATAL_FAILURE(SilenceAll("1-1"));
+    ExpectToEnd("beside one silent device", [&] { EXPECT_FALSE(Judge(disk_)); });
+    EXPECT_EQ(Authorized("1-2", FlashDrive()), "0");
+
+    AuthorizeAgain("1-2", FlashDrive());
+    for (int port = 3; port <= 9; ++port) {
+        const std::string entry = "1-" + std::to_string(port);
+        tree_->AddDevice(entry, port % 2 == 0 ? Hub() : CompositeDock());
+        ASSERT_NO_FATAL_FAILURE(SilenceAll(entry));
+    }
+    ExpectToEnd("beside eight, hubs and composites among them",
+                [&] { EXPECT_FALSE(Judge(disk_)); });
+    EXPECT_EQ(Authorized("1-2", FlashDrive()), "0");
+}
+
+// What a refusal needs is not locked: its name, its numbers, the classes.
+TEST_F(SilentDeviceTest, ASilentDeviceIsItselfRefused) {
+    ASSERT_NO_FATAL_FAILURE(SilenceAll("1-2"));
+    ExpectToEnd("the silent device", [&] { EXPECT_FALSE(Judge(disk_)); });
+    EXPECT_EQ(Authorized("1-2", FlashDrive()), "0");
+    EXPECT_EQ(Find(disk_.deviceId)->category, kCategoryStorage);
+}
+
+TEST_F(SilentDeviceTest, ASilentHubHidesNothingOfWhatHangsOnIt) {
+    tree_->AddDevice("1-3", Hub());
+    const DeviceInfo behind = UsbInfo(tree_->AddDevice("1-3.2", FlashDrive()), FlashDrive());
+    ASSERT_NO_FATAL_FAILURE(SilenceAll("1-3"));
+    ExpectToEnd("a device behind the hub", [&] { EXPECT_FALSE(Judge(behind)); });
+    EXPECT_EQ(Authorized("1-3.2", FlashDrive()), "0");
+    EXPECT_STREQ(UsbDevice::get_deviceid_data(behind.deviceId).at(0).product, "Ultra Fit");
+}
+
+TEST_F(SilentDeviceTest, TheDumpWaitsLongerButNotForEver) {
+    ASSERT_NO_FATAL_FAILURE(SilenceAll("1-1"));
+    const unique_fd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    ExpectToEnd("a dump of the tree", [&] { UsbDevice::dump_print_test(null.get()); });
+}
+
 TEST_F(SilentDeviceTest, AReadThatHangsHoldsItsOwnDecisionOnly) {
-    const std::string attribute = UsbPath("1-1", "bNumInterfaces");
+    // Not a locked one, which would be given up: the kernel does not keep this one back, but a test
+    // can.
+    const std::string attribute = UsbPath("1-1", "maxchild");
     ASSERT_NO_FATAL_FAILURE(Silence(attribute));
     std::atomic<bool> judged{false};
     std::thread decision([&] {
@@ -89,7 +145,7 @@ TEST_F(SilentDeviceTest, AReadThatHangsHoldsItsOwnDecisionOnly) {
     ExpectTheRestToGoOn();
     // The kernel answers everybody else again: a new read gets a value at once.
     RemoveFile(attribute);
-    WriteFile(attribute, " 2\n");
+    WriteFile(attribute, "0\n");
     ExpectToEnd("another USB device", [&] { EXPECT_FALSE(Judge(disk_)); });
     EXPECT_EQ(Authorized("1-2", FlashDrive()), "0");
 
@@ -101,8 +157,7 @@ TEST_F(SilentDeviceTest, AReadThatHangsHoldsItsOwnDecisionOnly) {
 
 // What the slow decision read long ago must not replace what a quick one found since.
 TEST_F(SilentDeviceTest, ASlowRebuildDoesNotTakeBackWhatANewerOneFound) {
-    const std::string attribute = UsbPath("1-1", "serial");
-    WriteFile(attribute, "1\n");
+    const std::string attribute = UsbPath("1-1", "version");
     ASSERT_NO_FATAL_FAILURE(Silence(attribute));
     std::thread decision([&] { Judge(silent_); });
     unique_fd answer = WaitForReader();

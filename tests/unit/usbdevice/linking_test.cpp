@@ -2,8 +2,10 @@
 
 // Linking: who hangs on whom, which records that leaves in the map, and the end of it all.
 
+#include <random>
 #include <thread>
 
+#include "android/vus/usbdevice_internal.h"
 #include "usb_test.h"
 
 namespace android::vus {
@@ -272,6 +274,83 @@ TEST_F(LinkingTest, EachThreadHasItsOwnLists) {
     }).join();
     EXPECT_THAT(names_of(devices()), ElementsAre("1-1"));
     EXPECT_THAT(chain(UsbDevice::bus_list), ElementsAre("usb1"));
+}
+
+// Linking by name must leave what trying every pair leaves, whatever the names are.
+class ManyTreesTest : public LinkingTest {
+  protected:
+    static void make_nodes(const std::vector<std::string>& names) {
+        UsbDevice::delete_all_nodes();
+        UsbDevice::empty_list();
+        stderr_of([&] {
+            stdout_of([&] {
+                for (const std::string& name : names) UsbDevice::inspect_bus_entry(name.c_str());
+            });
+        });
+    }
+    static void try_every_pair() {
+        for (usbdevice* device : devices()) {
+            if (device->parent_portnum != 0) {
+                UsbDevice::assign_dev_to_parent(device);
+            } else {
+                for (usbbusnode* bus = UsbDevice::bus_list; bus != nullptr; bus = bus->next) {
+                    if (bus->busnum != device->busnum) continue;
+                    usb::append_to_chain(&bus->first_child, device);
+                }
+            }
+            for (usbinterface* interface : interfaces()) {
+                if (interface->parent == nullptr) {
+                    UsbDevice::assign_interface_to_parent(device, interface);
+                }
+            }
+        }
+    }
+    // Every link of every node, by name.
+    static std::vector<std::string> links() {
+        const auto name = [](const auto* node) { return node != nullptr ? node->name : "-"; };
+        std::vector<std::string> links;
+        for (usbbusnode* bus = UsbDevice::bus_list; bus != nullptr; bus = bus->next) {
+            links.push_back(std::string(bus->name) + " child " + name(bus->first_child) +
+                            " interface " + name(bus->first_interface));
+        }
+        for (const usbdevice* device : devices()) {
+            links.push_back(std::string(device->name) + " parent " + name(device->parent) +
+                            " next " + name(device->next) + " child " + name(device->first_child) +
+                            " interface " + name(device->first_interface));
+        }
+        for (const usbinterface* interface : interfaces()) {
+            links.push_back(std::string(interface->name) + " parent " + name(interface->parent) +
+                            " next " + name(interface->next));
+        }
+        return links;
+    }
+};
+
+TEST_F(ManyTreesTest, LinkingByNameIsTryingEveryPair) {
+    const uint32_t seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto pick = [&random](const std::vector<const char*>& choices) {
+        return std::string(choices[random() % choices.size()]);
+    };
+    const std::string long_name = "1-1" + std::string(260, '1');
+    for (int round = 0; round < 100; ++round) {
+        std::vector<std::string> names;
+        for (int entry = 0; entry < 25; ++entry) {
+            std::string name = pick({"1-", "2-", "1-", "10-"}) + pick({"1", "2", "3", "0"});
+            while (random() % 2 == 0) name += pick({".1", ".2", "-1", ".1"});
+            if (random() % 2 == 0) name += pick({":1.0", ":1.1", ":0.0", ":1.2", ":1.0"});
+            if (random() % 10 == 0) name = pick({"usb1", "usb2", "usb1x"});
+            if (random() % 50 == 0) name = long_name + pick({"2", "3", ":1.0"});
+            names.push_back(name);
+        }
+        make_nodes(names);
+        try_every_pair();
+        const std::vector<std::string> expected = links();
+        make_nodes(names);
+        usb::link_nodes();
+        ASSERT_EQ(links(), expected) << ::testing::PrintToString(names);
+    }
 }
 
 }  // namespace

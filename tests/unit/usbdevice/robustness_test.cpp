@@ -191,8 +191,9 @@ TEST_F(HostileTest, NoDescriptorLeaks) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-// A device that keeps the kernel from answering: one of its attributes is a FIFO, whose reader
-// waits until it is released.
+// A device that keeps a cycle waiting: one of its attributes is a FIFO, whose reader waits until it
+// is released. It is one that the kernel answers without the device's lock, because waiting for
+// that lock is given up.
 class SlowDevice {
   public:
     explicit SlowDevice(const std::string& attribute) : path_(attribute) {
@@ -234,31 +235,31 @@ class OverlapTest : public UsbTest {
 };
 
 TEST_F(OverlapTest, ARebuildThatStartedEarlierDoesNotReplaceALaterOne) {
-    SlowDevice slow(UsbPath("1-1", "product"));
+    SlowDevice slow(UsbPath("1-1", "version"));
     std::thread earlier(rebuild);
     slow.wait_for_reader();
-    slow.heal("Product\n");
+    slow.heal(" 2.00\n");
     add_device("1-2", {{"devnum", "3\n"}});
     add_interface("1-2:1.0");
     rebuild();
     const std::vector<std::string> later = map_names();
     EXPECT_THAT(later, UnorderedElementsAre("1002:1-1:1.0", "1003:1-2:1.0"));
-    slow.release("Product\n");
+    slow.release(" 2.00\n");
     earlier.join();
     EXPECT_EQ(map_names(), later);
 }
 
 TEST_F(OverlapTest, ALaterRebuildReplacesAnEarlierOneThatFinishedFirst) {
-    SlowDevice slow(UsbPath("1-1", "product"));
+    SlowDevice slow(UsbPath("1-1", "idProduct"));
     std::thread later(rebuild);
     slow.wait_for_reader();
-    slow.release("Later\n");
+    slow.release("0001\n");
     later.join();
     ASSERT_EQ(UsbDevice::get_deviceid_data(1002).size(), 1u);
-    EXPECT_STREQ(UsbDevice::get_deviceid_data(1002)[0].product, "Later");
-    slow.heal("Latest\n");
+    EXPECT_EQ(UsbDevice::get_deviceid_data(1002)[0].idProduct, 1u);
+    slow.heal("0002\n");
     rebuild();
-    EXPECT_STREQ(UsbDevice::get_deviceid_data(1002)[0].product, "Latest");
+    EXPECT_EQ(UsbDevice::get_deviceid_data(1002)[0].idProduct, 2u);
 }
 
 TEST_F(OverlapTest, AWaitingRebuildKeepsNobodyElseWaiting) {
