@@ -147,16 +147,14 @@ void undock_by_properties(milliseconds time) {
     announce(kDockProperty);
 }
 
-// Polls the dock's supply until the undock is over. A supply that is gone before that ends the
-// undock at once; its caller announces the dock a second time when the undock's time is up.
-bool dock_power_was_lost() {
+// Polls the dock's supply until the undock is over. Returns whether the supply was gone before.
+bool dock_power_is_lost_meanwhile() {
     while (!UsbDevice::exit_poll) {
         const std::string value = refresh_power_val();
         LOG(INFO) << "readSysfsChangeEvent:polling for power_val " << UsbDevice::dc_online_path
                   << "power_val:" << value;
         if (is_unpowered(value)) {
             LOG(INFO) << "readSysfsChangeEvent: undocked power_val" << value;
-            announce(kDockProperty);
             return true;
         }
         sleep_for(kPowerPollInterval);
@@ -209,9 +207,18 @@ std::string UsbDevice::get_displaylink_soc_path() {
     return mode_path_of(devspec);
 }
 
+// The handle of the last watcher stays, for whoever likes to join it; that of the one before it is
+// overwritten, and so its thread is left to end by itself and to leave nothing.
 void UsbDevice::registersysfsObserverViaThread() {
+    static Mutex mutex;
+    static bool is_ours GUARDED_BY(mutex) = false;
+    static pthread_t last GUARDED_BY(mutex);
+    const MutexLock lock(mutex);
+    if (is_ours && pthread_equal(last, sysfs_observer_thread) != 0) pthread_detach(last);
     const int result =
             pthread_create(&sysfs_observer_thread, nullptr, registersysfsObserver, nullptr);
+    is_ours = result == 0;
+    last = sysfs_observer_thread;
     // The name of the file observer is on purpose: the line is the same for both watchers.
     LOG(INFO) << "registerFileObserverViaThread result--" << result;
 }
@@ -221,7 +228,11 @@ void* UsbDevice::registersysfsObserver(void*) {
 }
 
 void UsbDevice::readSysfsChangeEvent() {
-    if (!dock_power_was_lost()) {
+    if (dock_power_is_lost_meanwhile()) {
+        // The undock has ended at once. Its caller announces the dock a second time when its time
+        // is up.
+        announce(kDockProperty);
+    } else {
         LOG(INFO) << "readSysfsChangeEvent:exit poll due to virtual dock";
     }
     // Nothing with a destructor is alive here: whether this call unwinds is up to the libc.

@@ -460,6 +460,46 @@ TEST_F(HostTest, LostDockPowerIsAnnouncedAtOnceAndOnceMoreAtTheEnd) {
     EXPECT_THAT(take_log(), Contains("I readSysfsChangeEvent: undocked power_val0"));
 }
 
+// What an undock leaves of its watcher: nothing, but for the last one's handle.
+TEST_F(HostTest, ManyUndocksLeaveNoThreadsAndNoMemory) {
+    const auto threads = [] { return listing("/proc/self/task").size(); };
+    const size_t alone = threads();
+    const auto mapped = [] {
+        std::ifstream file("/proc/self/statm");
+        size_t pages = 0;
+        file >> pages;
+        return pages * static_cast<size_t>(getpagesize());
+    };
+    const auto wait_for_watchers = [&] {
+        const auto deadline = steady_clock::now() + std::chrono::seconds(60);
+        while (threads() > alone && steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        return threads();
+    };
+    WriteFile(kDcOnlineFile, "1\n");
+    // So that each watcher ends at once: what is counted is what it leaves. An undock that lasts is
+    // the same but for the time.
+    const auto undock = [&](int times) {
+        for (int i = 0; i < times; ++i) {
+            UsbDevice::exit_poll = true;
+            UsbDevice::registersysfsObserverViaThread();
+        }
+    };
+    undock(20);
+    ASSERT_EQ(wait_for_watchers(), alone);
+    const size_t before = mapped();
+    undock(400);
+    EXPECT_EQ(wait_for_watchers(), alone);
+    // A thread that nobody joins or detaches keeps its stack, of 8 MB as a rule.
+    EXPECT_LT(mapped(), before + (size_t{256} << 20));
+
+    UsbDevice::usb_host_reset(1);
+    UsbDevice::usb_host_reset(1);
+    EXPECT_EQ(wait_for_watchers(), alone);
+    EXPECT_NE(UsbDevice::sysfs_observer_thread, pthread_t{}) << "the last one can be joined";
+}
+
 // The watcher on a thread of the test's, which sees it end.
 class WatcherTest : public HostTest {
   protected:
