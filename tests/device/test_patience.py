@@ -2,9 +2,11 @@
 """A device that never answers, dying clients: the daemon goes on."""
 
 import json
+import re
 import time
 
-from conftest import policy
+import pytest
+from conftest import SYSFS, policy
 
 # Far below the 20 s for which the kernel keeps the silent device's attributes.
 AT_ONCE = 5
@@ -16,7 +18,7 @@ def test_a_silent_device_holds_up_nobody_else(device):
     device.probe.judged("3-1")
     silent = device.start_stuck_decision()
     start = time.monotonic()
-    assert len(device.probe.records()) == 1
+    device.machine.wait_until(lambda: len(device.probe.records()) == 1, seconds=AT_ONCE)
     assert device.machine.run("vusctl judge --input --id 5 --class 0x101")[0] == 0
     device.machine.unplug("serial")
     device.machine.wait_until(lambda: len(device.probe.records()) == 1, seconds=AT_ONCE)
@@ -25,6 +27,80 @@ def test_a_silent_device_holds_up_nobody_else(device):
     assert time.monotonic() - start < AT_ONCE
     # Its own decision has waited all the while.
     assert silent not in [record["deviceId"] for record in device.probe.records()]
+
+
+def plug_silent(device, port):
+    device.plug("silent", port, f"silent-{port}")
+    device.machine.wait_until(f"[ -e {SYSFS}/1-{port}:1.0 ]")
+
+
+@pytest.mark.parametrize("ports", [["5"], ["2.4.1", "2.1", "5"]], ids=["one", "behind-each-other"])
+def test_a_refusal_waits_for_no_silent_device(device, ports):
+    """Behind hubs, the hubs are locked as well: the kernel is busy with what hangs on them."""
+    device.set_policy('<vid vendorid="0x0525"/>', "blacklist")
+    for port in ports:
+        plug_silent(device, port)
+    # On another bus: on theirs the kernel itself handles nothing meanwhile.
+    device.plug("serial")
+    device.machine.wait_until(lambda: device.probe.authorized("3-1") == ["0", "0"], seconds=AT_ONCE)
+    # And the kernel still keeps the silent one's attributes back.
+    locked = f"cat {SYSFS}/1-5/bNumInterfaces >/dev/null 2>&1 & sleep 1; kill -0 $!"
+    assert device.machine.run(locked)[0] == 0
+    device.probe.judged("3-1")
+
+
+def reads_of(device, action):
+    """How many system calls of the daemon read something until it has done all that follows."""
+    def count():
+        text = device.machine.shell("cat /proc/$(cat /run/vusd.pid)/task/*/io")
+        return sum(map(int, re.findall(r"syscr: (\d+)", text)))
+    before = last = count()
+    action()
+    while True:
+        time.sleep(0.5)  # it has been idle for half a second: nothing is under way any more
+        if last == (last := count()):
+            return last - before
+
+
+def test_entries_that_are_the_same_are_not_read_again(device):
+    device.set_policy("<class>USB_CLASS_VIDEO</class>")
+
+    def plug_and_unplug():
+        device.plug("usb-serial", "8")
+        device.machine.wait_until("grep -q '^1-8 .*not-allowed' /data/log/vus_hotplug.log")
+        device.machine.unplug("usb-serial")
+        device.machine.wait_until(f"[ ! -e {SYSFS}/1-8 ]")
+        device.machine.shell(": > /data/log/vus_hotplug.log")
+    plug_and_unplug()
+    alone = reads_of(device, plug_and_unplug)
+    for number, port in enumerate(["1", "3", "4", "5", "2.1", "2.2", "2.3", "2.5", "2.4.1", "2.4.2"]):
+        device.plug("webcam", port, f"webcam-{number}")
+        device.probe.judged(f"1-{port}")
+    plug_and_unplug()
+    # Ten devices with two interfaces each have 340 attributes.
+    assert reads_of(device, plug_and_unplug) <= alone + 10
+    # The dump does read them.
+    assert reads_of(device, lambda: device.machine.shell("vusctl dump test")) > 340
+
+
+def test_the_kernel_numbers_what_is_plugged_anew(device):
+    """What the daemon relies on when it does not read an entry again."""
+    def number(entry):
+        return device.machine.shell(f"ls -di {SYSFS}/{entry}").split()[0]
+    numbers = set()
+    for _ in range(3):
+        device.plug("webcam", "5")
+        device.probe.judged("1-5")
+        numbers |= {number("1-5"), number("1-5:1.0"), number("1-5:1.1")}
+        before = number("1-5"), number("1-5:1.0")
+        # Its interfaces leave and come again, and the device stays.
+        device.machine.shell(f"echo 0 > {SYSFS}/1-5/bConfigurationValue; echo 1 > {SYSFS}/1-5/bConfigurationValue")
+        device.machine.wait_until(f"[ -e {SYSFS}/1-5:1.0 ]")
+        assert number("1-5") == before[0]
+        assert number("1-5:1.0") != before[1]
+        device.machine.unplug("webcam")
+        device.machine.wait_until(f"[ ! -e {SYSFS}/1-5 ]")
+    assert len(numbers) == 9
 
 
 def test_a_device_that_cannot_be_configured(device):
