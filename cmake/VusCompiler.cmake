@@ -6,7 +6,7 @@
 
 set(VUS_SANITIZE "" CACHE STRING "Sanitizers to build with, comma separated (address,undefined or thread)")
 option(VUS_COVERAGE "Instrument for gcov" OFF)
-option(VUS_FUZZ "Build the fuzzers (clang only)" OFF)
+option(VUS_FUZZ "Instrument for fuzzing (clang only)" OFF)
 
 add_compile_options(
   -Wall -Wextra -Wshadow -Wundef -Wvla -Wformat=2 -Wimplicit-fallthrough -Werror
@@ -19,11 +19,19 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 endif()
 
+# One model for programs and archives alike (there are no shared libraries), so that both can use
+# the same precompiled headers.
+add_compile_options(-fPIE)
+add_link_options(-pie -fuse-ld=lld)
+
 # Source paths in binaries and logs are relative to the tree, so that a build does not
 # depend on where it was made.
 add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
 
 if(VUS_SANITIZE)
+  # What a report names is functions and lines. More optimisation makes more to instrument.
+  set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -gline-tables-only -DNDEBUG")
+  set(CMAKE_C_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
   add_compile_options(-fsanitize=${VUS_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${VUS_SANITIZE})
@@ -49,3 +57,20 @@ if(NOT VUS_SANITIZE AND NOT VUS_COVERAGE)
     add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   endif()
 endif()
+
+# Where files are compiled together, a local of one may have the name of a constant of another.
+if(CMAKE_UNITY_BUILD)
+  add_compile_options(-Wno-shadow)
+endif()
+
+# vus_compile_as_tests(): the calling directory holds test code, which is compiled far more often
+# than it is run. What it tests keeps the flags of the build. A test that cannot hold under a
+# sanitizer asks for VUS_SANITIZED.
+macro(vus_compile_as_tests)
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+    add_compile_options("SHELL:-O0 -U_FORTIFY_SOURCE")
+  endif()
+  if(VUS_SANITIZE)
+    add_compile_definitions(VUS_SANITIZED=)
+  endif()
+endmacro()

@@ -11,7 +11,6 @@ set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
 set(CMAKE_C_COMPILER_TARGET aarch64-linux-gnu)
 set(CMAKE_CXX_COMPILER_TARGET aarch64-linux-gnu)
-add_link_options(-fuse-ld=lld)
 
 # Programs (aidl) run here; headers and libraries are the device's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

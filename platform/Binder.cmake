@@ -22,6 +22,11 @@ add_library(vus_binder STATIC ${binder_sources} "${state_base}/IPCThreadStateBas
 # -w: not our code. NDEBUG: one of its assertions does not compile.
 target_compile_options(vus_binder PRIVATE -w)
 target_compile_definitions(vus_binder PRIVATE NDEBUG SIZE_T_MAX=SIZE_MAX)
+# Compiled in one go: nobody edits it. Sources with options of their own are left out.
+set_target_properties(vus_binder PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+# Its private header has no include guard.
+set_source_files_properties("${binder}/PersistableBundle.cpp" PROPERTIES
+                            SKIP_UNITY_BUILD_INCLUSION ON)
 # Without __ANDROID__ every ioctl to the driver is compiled out of this one source and
 # calls fail at run time; with it anywhere else, class layouts change.
 # tests/unit/binder notices when it is lost.
@@ -32,8 +37,11 @@ if(VUS_SANITIZE MATCHES "undefined")
   set_source_files_properties("${binder}/Parcel.cpp" PROPERTIES
                               COMPILE_OPTIONS -fno-sanitize=alignment)
 endif()
+# A precompiled header must come first: it begins with the prelude.
+set(needs_prelude
+    "$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<BOOL:$<TARGET_PROPERTY:VUS_USES_PCH>>>>")
 target_compile_options(vus_binder PUBLIC
-  "$<$<COMPILE_LANGUAGE:CXX>:SHELL:-include ${CMAKE_CURRENT_SOURCE_DIR}/compat/libbinder_prelude.h>")
+  "$<${needs_prelude}:SHELL:-include ${CMAKE_CURRENT_SOURCE_DIR}/compat/libbinder_prelude.h>")
 target_include_directories(vus_binder SYSTEM PUBLIC
   "${binder}/include" "${CMAKE_CURRENT_SOURCE_DIR}/compat")
 target_include_directories(vus_binder PRIVATE "${state_base}/include")

@@ -45,41 +45,40 @@ void logParseStep(const ParseStep& step) {
 }
 
 void logStep(const Step& step) {
-    using Kind = Step::Kind;
     switch (step.kind) {
-        case Kind::kInterface:
+        case Step::Kind::kInterface:
             LOG(INFO) << step.value;
             break;
-        case Kind::kRestrictedClass:
+        case Step::Kind::kRestrictedClass:
             logListed(step.value, "restricted class list");
             break;
-        case Kind::kListedClass:
+        case Step::Kind::kListedClass:
             logListed(step.value, "admin config list");
             break;
-        case Kind::kUnlistedInterface:
+        case Step::Kind::kUnlistedInterface:
             LOG(INFO) << "interface class check false breaking";
             break;
-        case Kind::kSourceBits:
+        case Step::Kind::kSourceBits:
             LOG(INFO) << "checkMultiClass key_val" << step.value;
             LOG(INFO) << "checkMultiClass--" << step.other;
             break;
-        case Kind::kSingleSource:
+        case Step::Kind::kSingleSource:
             LOG(INFO) << "Key found";
             break;
-        case Kind::kSeveralSources:
+        case Step::Kind::kSeveralSources:
             LOG(INFO) << "Key not found";
             break;
-        case Kind::kSource:
+        case Step::Kind::kSource:
             LOG(INFO) << "HID multiClass check";
             break;
-        case Kind::kUnlistedSource:
+        case Step::Kind::kUnlistedSource:
             LOG(INFO) << "HID multi class check false breaking";
             break;
-        case Kind::kListedVendor:
+        case Step::Kind::kListedVendor:
             LOG(INFO) << "Found VID : " << step.value
                       << " without any pid associated inside admin config list.";
             break;
-        case Kind::kListedProduct:
+        case Step::Kind::kListedProduct:
             LOG(INFO) << "Found VID_PID : " << step.value << "_" << step.other
                       << " combination inside admin config list";
             break;

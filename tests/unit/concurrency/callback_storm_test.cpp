@@ -15,12 +15,6 @@
 namespace android::vus {
 namespace {
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define VUS_SANITIZED
-#endif
-#endif
-
 constexpr int kRounds = 100;
 
 // Counts what it is told, and lists the devices from within each call, as clients do.

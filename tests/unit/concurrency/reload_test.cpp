@@ -86,9 +86,9 @@ class ReloadTest : public ConcurrencyTest {
 };
 
 TEST_F(ReloadTest, EveryVerdictIsWhollyThatOfOnePolicy) {
-    constexpr int kDisks = 4;
+    constexpr int kFlashDrives = 4;
     std::vector<DeviceInfo> disks;
-    for (int i = 1; i <= kDisks; ++i) {
+    for (int i = 1; i <= kFlashDrives; ++i) {
         disks.push_back(
                 UsbInfo(tree_->AddDevice("1-" + std::to_string(i), FlashDrive()), FlashDrive()));
     }
@@ -98,7 +98,7 @@ TEST_F(ReloadTest, EveryVerdictIsWhollyThatOfOnePolicy) {
     std::array<std::atomic<int>, 2> inputs_seen{};
 
     std::vector<std::function<void()>> bodies;
-    for (int i = 0; i < kDisks; ++i) {
+    for (int i = 0; i < kFlashDrives; ++i) {
         bodies.push_back([&, i] {
             while (reloading) {
                 JudgeListRemove(disks[i], kDiskOutcomes, &disks_seen);

@@ -39,11 +39,6 @@ constexpr int kPolicies = 10000;
 constexpr int kDevicesAPolicy = 10;
 constexpr int kTrees = 40;
 
-uint64_t Seed() {
-    const char* const given = getenv("VUS_MODEL_SEED");
-    return given != nullptr ? strtoull(given, nullptr, 10) : std::random_device()();
-}
-
 std::string TreePath(int tree) {
     return "/sys/trees/" + std::to_string(tree);
 }
@@ -123,7 +118,7 @@ std::string Line(const DeviceInfo& info) {
 
 class DecisionModelTest : public ::testing::Test {
   protected:
-    DecisionModelTest() : seed_(Seed()), random_(seed_), service_(new VUsbService) {}
+    DecisionModelTest() : seed_(reference::Seed()), random_(seed_), service_(new VUsbService) {}
 
     void SetUp() override {
         EmptyWorld();

@@ -2,6 +2,8 @@
 
 #include "random_world.h"
 
+#include <stdlib.h>
+
 #include <sstream>
 
 namespace reference {
@@ -21,6 +23,11 @@ std::string ToXml(const Rule& rule) {
 }
 
 }  // namespace
+
+uint64_t Seed() {
+    const char* const given = getenv("VUS_MODEL_SEED");
+    return given != nullptr ? strtoull(given, nullptr, 10) : std::random_device()();
+}
 
 std::string ToXml(const PolicyFile& file) {
     std::string xml = "<" + file.root;

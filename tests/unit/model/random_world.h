@@ -5,6 +5,8 @@
 
 #pragma once
 
+#include <stdint.h>
+
 #include <random>
 #include <string>
 #include <vector>
@@ -12,6 +14,9 @@
 #include "reference.h"
 
 namespace reference {
+
+// VUS_MODEL_SEED, or a new one.
+uint64_t Seed();
 
 std::string ToXml(const PolicyFile& file);
 std::string ToText(const Device& device);

@@ -25,13 +25,8 @@
 namespace android::vus {
 namespace {
 
-constexpr int kPolicies = 5000;
-constexpr int kDevicesAPolicy = 20;
-
-uint64_t Seed() {
-    const char* const given = getenv("VUS_MODEL_SEED");
-    return given != nullptr ? strtoull(given, nullptr, 10) : std::random_device()();
-}
+constexpr int kPoliciesCompared = 5000;
+constexpr int kDevicesCompared = 20;  // under each
 
 // One walk over the lookups.
 class Lookups {
@@ -110,7 +105,7 @@ class Lookups {
 
 class TwoAnswerersTest : public ::testing::Test {
   protected:
-    TwoAnswerersTest() : seed_(Seed()), random_(seed_) {}
+    TwoAnswerersTest() : seed_(reference::Seed()), random_(seed_) {}
 
     void SetUp() override {
         EmptyWorld();
@@ -186,11 +181,11 @@ class TwoAnswerersTest : public ::testing::Test {
 TEST_F(TwoAnswerersTest, JudgeAlike) {
     printf("VUS_MODEL_SEED=%llu\n", static_cast<unsigned long long>(seed_));
     SCOPED_TRACE("VUS_MODEL_SEED=" + std::to_string(seed_));
-    for (int i = 0; i < kPolicies && !HasFailure(); ++i) {
+    for (int i = 0; i < kPoliciesCompared && !HasFailure(); ++i) {
         const std::optional<Policy> policy = LoadPolicy();
         if (!policy) continue;
         SCOPED_TRACE(xml_);
-        for (int device = 0; device < kDevicesAPolicy && !HasFailure(); ++device) {
+        for (int device = 0; device < kDevicesCompared && !HasFailure(); ++device) {
             const Claim claim = NextClaim();
             Compare(*policy, claim);
         }

@@ -6,15 +6,22 @@ usage: unpack.py RECORDINGS OUTPUT
 
 RECORDINGS holds INDEX.tsv, whose first column names the files of one machine a row, and the
 tool that makes a sysfs of them. A blank in a path is written as \\x20, like in a value.
+
+OUTPUT is shared by the build trees of a checkout: the first one to come does the work, and it is
+done again only for another program, tool or index.
 """
 
 import csv
+import fcntl
+import hashlib
+import multiprocessing
 import pathlib
 import re
 import subprocess
 import sys
 import tempfile
 
+TOOL = "umockdev2tree.py"
 LINKS = "sys/bus/usb/devices"
 
 
@@ -56,18 +63,38 @@ def entry_line(root, path):
     return f"file {name} {escape(path.read_bytes())}"
 
 
-def main(recordings, output):
-    output.mkdir(parents=True, exist_ok=True)
+def unpack_row(recordings, row, output):
+    files = sorted(path for path in recordings.glob(row) if path.is_file())
+    if not files:
+        raise FileNotFoundError(row)
+    with tempfile.TemporaryDirectory() as folder:
+        root = unpack(recordings / TOOL, files, pathlib.Path(folder).resolve())
+        name = re.sub(r"[^A-Za-z0-9]+", "_", row).strip("_")
+        (output / f"{name}.txt").write_text("\n".join(lines(root)) + "\n", encoding="ascii")
+
+
+def unpack_all(recordings, output):
     with open(recordings / "INDEX.tsv", newline="", encoding="utf-8") as index:
         rows = [row["file"] for row in csv.DictReader(index, delimiter="\t")]
-    for row in rows:
-        files = sorted(path for path in recordings.glob(row) if path.is_file())
-        if not files:
-            raise FileNotFoundError(row)
-        with tempfile.TemporaryDirectory() as folder:
-            root = unpack(recordings / "umockdev2tree.py", files, pathlib.Path(folder).resolve())
-            name = re.sub(r"[^A-Za-z0-9]+", "_", row).strip("_")
-            (output / f"{name}.txt").write_text("\n".join(lines(root)) + "\n", encoding="ascii")
+    for old in output.glob("*.txt"):
+        old.unlink()
+    with multiprocessing.Pool() as pool:
+        pool.starmap(unpack_row, [(recordings, row, output) for row in rows])
+
+
+def main(recordings, output):
+    made_by = hashlib.sha256()
+    for source in (pathlib.Path(__file__), recordings / TOOL, recordings / "INDEX.tsv"):
+        made_by.update(source.read_bytes())
+    output.mkdir(parents=True, exist_ok=True)
+    with open(output / ".made-by", "a+", encoding="ascii") as stamp:
+        fcntl.flock(stamp, fcntl.LOCK_EX)
+        stamp.seek(0)
+        if stamp.read() == made_by.hexdigest():
+            return
+        stamp.truncate(0)
+        unpack_all(recordings, output)
+        stamp.write(made_by.hexdigest())
 
 
 if __name__ == "__main__":

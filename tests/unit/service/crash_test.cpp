@@ -168,12 +168,6 @@ TEST_F(CrashTest, AnyThreadMayCrash) {
     ExpectRolledBack();
 }
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define VUS_SANITIZED
-#endif
-#endif
-
 // Not for the sanitizers: they hold back signals, they need /proc at the end, and they see that
 // exit destroys the tables that the other threads work on, which the crash cannot wait for.
 #ifndef VUS_SANITIZED

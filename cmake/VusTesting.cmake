@@ -1,0 +1,47 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# How tests are registered. A CTest test is one program (or one file of pytest); its label is the
+# suite of ./test that it belongs to. It leaves a JUnit report of the tests in it below report/,
+# from where ./test takes it; checks that are one test by themselves leave none.
+
+option(VUS_CHECKS "Register the tests that need no programs of this build tree" OFF)
+
+set(VUS_REPORTS "${CMAKE_BINARY_DIR}/report")
+file(MAKE_DIRECTORY "${VUS_REPORTS}")
+
+# The address layout of newer kernels is too random for ThreadSanitizer of clang 14.
+set(VUS_TEST_LAUNCHER)
+if(VUS_SANITIZE MATCHES "thread")
+  execute_process(COMMAND setarch -R true RESULT_VARIABLE no_setarch OUTPUT_QUIET ERROR_QUIET)
+  if(NOT no_setarch)
+    set(VUS_TEST_LAUNCHER setarch -R)
+  endif()
+endif()
+
+set(VUS_TEST_ENVIRONMENT
+    ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1
+    UBSAN_OPTIONS=print_stacktrace=1)
+
+# vus_register_test(NAME LABEL SECONDS COMMAND...)
+function(vus_register_test name label seconds)
+  add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
+  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT ${seconds})
+endfunction()
+
+# vus_register_program(TARGET): a program of googletest. The slowest takes a tenth of the limit
+# under ThreadSanitizer.
+function(vus_register_program target)
+  vus_register_test(${target} unit 900 ${VUS_TEST_LAUNCHER} $<TARGET_FILE:${target}>)
+  set_tests_properties(${target} PROPERTIES
+    ENVIRONMENT "${VUS_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${VUS_REPORTS}/${target}.xml")
+endfunction()
+
+# vus_register_pytest(NAME LABEL SECONDS ARGUMENT...): files of pytest. Debian's interpreter, to
+# which Debian's pytest belongs, not the first one on the path.
+function(vus_register_pytest name label seconds)
+  vus_register_test(${name} ${label} ${seconds}
+    /usr/bin/python3 -B -m pytest -ra -p no:cacheprovider "--junitxml=${VUS_REPORTS}/${name}.xml"
+    ${ARGN})
+  # What pytest answers when its filter selects nothing.
+  set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 5)
+endfunction()
