@@ -5,7 +5,8 @@
 usage: bench/report.py BIN [FILTER]
 
 BIN is the folder of vus_bench and vus_footprint in a release build. With a FILTER only the
-benchmarks are run whose name it matches, and no aim is looked at.
+benchmarks are run whose name it matches, and no aim is looked at. VUS_BENCH_FILTER in the
+environment is a FILTER, too.
 
 Times are processor time, the median of the repetitions; repetitions of all benchmarks are
 interleaved at random, so that a machine that slows down for a while slows all of them.
@@ -14,6 +15,7 @@ it does. Exit status: 0 if everything ran, 1 if not, 2 if called wrongly.
 """
 
 import json
+import os
 import pathlib
 import re
 import statistics
@@ -103,11 +105,12 @@ def main(arguments):
         print(__doc__, file=sys.stderr)
         return 2
     folder = pathlib.Path(arguments[0]).resolve()
-    times = measure(folder / "vus_bench", arguments[1] if len(arguments) == 2 else ".")
+    name_filter = arguments[1] if len(arguments) == 2 else os.environ.get("VUS_BENCH_FILTER")
+    times = measure(folder / "vus_bench", name_filter or ".")
     print("processor time, median of", REPETITIONS)
     for name, value in sorted(times.items()):
         print(f"  {name.removeprefix('BM_'):<32} {value:>10.2f} us")
-    if len(arguments) == 1:
+    if not name_filter:
         report(times, resident_memory(folder / "vus_footprint"))
     return 0
 

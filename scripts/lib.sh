@@ -16,11 +16,21 @@ vus_log=$vus_build/log
 
 # Debian's interpreter, not whatever a version manager put on the path: the packages'
 # modules (pytest) belong to it.
+# shellcheck disable=SC2034
 vus_python=/usr/bin/python3
 
 die() {
     printf 'error: %s\n' "$*" >&2
     exit 1
+}
+
+# need_checkout: refuses to begin where the set-up, a build or a test would fail later and say less.
+need_checkout() {
+    case $vus_root in
+        *[[:space:]]*) die "the path of this checkout has a blank, which the build of the kernel module cannot take: move it ($vus_root)." ;;
+    esac
+    mkdir -p "$vus_log" 2>/dev/null && [ -w "$vus_build" ] && [ -w "$vus_log" ] ||
+        die "this checkout cannot be written to, and everything is built in $vus_build: make it writable or copy it elsewhere."
 }
 
 # need_disk MEGABYTES: refuses to begin what the disk cannot hold.
@@ -90,8 +100,15 @@ _watch() {
 # _end_tree PID: ends a process and all that it started.
 _end_tree() {
     local child
+    # shellcheck disable=SC2013  # a line of words
     for child in $(cat "/proc/$1/task/$1/children" 2>/dev/null); do _end_tree "$child"; done
     kill "$1" 2>/dev/null || true
+}
+
+# What a step leaves running must not hold the lock of ./test.
+_run_unlocked() {
+    [ -z "${vus_test_lock:-}" ] || exec {vus_test_lock}>&-
+    "$@"
 }
 
 # step LABEL COMMAND...
@@ -105,7 +122,7 @@ step() {
     title=$(_step_title "$label"; echo x)
     title=${title%x}
     [ ! -t 1 ] || printf '%s' "$title"
-    "$@" >"$log" 2>&1 </dev/null &
+    _run_unlocked "$@" >"$log" 2>&1 </dev/null &
     # A background command does not hear the keyboard's interrupt.
     trap '_end_tree '$!'; exit 130' INT TERM
     _watch $! "$start" "$title"

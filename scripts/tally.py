@@ -1,24 +1,26 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""Adds up what the test programs reported and prints one last line.
+"""Adds up what the tests reported and prints one last line.
 
-DIRECTORY is named for its suite. Every run leaves there a NAME.status (its exit status), a NAME.log (its
-output) and, unless it could not run, a report: NAME.json of googletest or NAME.xml of
-pytest. A run without a report, with one that shows no test, or that fails although every
-test in its report passed, counts as one failed test: nothing is lost because a program
-crashed.
+DIRECTORY is named for its suite. A suite that was run leaves there ctest.xml, the report of CTest
+with a test case for each program, ctest.log, what it printed, and for each program NAME.xml, with
+a test case for each of the program's own tests. All are JUnit's XML. A program without a report,
+with one that shows no test, or that fails although every test in its report passed, counts as one
+failed test: nothing is lost because a program crashed. Where a file named single lies, every
+program is one test and leaves no report. Each file NAME.failed is a step that failed before any
+program was run, and counts as one failed test.
 
 usage: tally.py [--filtered] [--expected-skips FILE] [--strict-skips] DIRECTORY...
-       tally.py --excerpt LOG
+       tally.py --split DIRECTORY
 
-  --filtered      a run that executed no test is in order if another one did
+  --filtered      a program that executed no test is in order if another one did
   --strict-skips  a skip whose name matches no line of FILE counts as failed
-  --excerpt       print what a person wants to see of a program's output
+  --split         leave each program's output beside the report as NAME.log, and print what a
+                  person wants to see of those that failed
 """
 
 import argparse
 import fnmatch
-import json
 import pathlib
 import re
 import sys
@@ -34,71 +36,72 @@ class Case:
     name: str
     outcome: str
     text: str = ""
+    output: str = ""
 
 
-def gtest_skip_reasons(log):
-    """googletest's report does not say why a test was skipped; its output does."""
-    reasons = {}
-    pattern = r"^\S*: Skipped\n(.*?)\n+\[  SKIPPED \] (\S+)"
-    for reason, name in re.findall(pattern, log, re.MULTILINE | re.DOTALL):
-        reasons[name] = " ".join(reason.split())
-    return reasons
+def outcome_of(test):
+    """The outcome and its text, or None for a test that was not selected."""
+    for child in test:
+        if child.tag in ("failure", "error"):
+            return FAILED, child.get("message") or child.text or ""
+    for child in test:
+        if child.tag == "skipped":
+            # googletest begins with the place, which is of no interest.
+            reason = re.sub(r"^\S+:\d+\n", "", child.get("message") or child.text or "")
+            return SKIPPED, " ".join(reason.split())
+    if test.get("status") == "fail":
+        return FAILED, ""
+    if test.get("status") == "disabled":
+        return SKIPPED, "disabled"
+    if test.get("status") == "notrun":
+        return (SKIPPED, "disabled") if test.get("name", "").startswith("DISABLED_") else (None, "")
+    return PASSED, ""
 
 
-def gtest_outcome(test):
-    if test.get("failures"):
-        return FAILED, test["failures"][0]["failure"]
-    if test["result"] == "COMPLETED":
-        return PASSED, ""
-    if test["result"] == "SKIPPED":
-        return SKIPPED, ""
-    return None, ""  # not selected by the filter
+def read_junit(path):
+    """The test cases of a report, or None if it is not there or broken."""
+    try:
+        root = ElementTree.fromstring(path.read_text(encoding="utf-8", errors="replace"))
+    except (OSError, ElementTree.ParseError):
+        return None
+    cases = []
+    for test in root.iter("testcase"):
+        outcome, text = outcome_of(test)
+        if outcome:
+            name = f"{test.get('classname')}.{test.get('name')}".lstrip(".")
+            output = test.findtext("system-out") or ""
+            cases.append(Case("", name, outcome, text, output))
+    return cases
 
 
-def gtest_cases(report, log):
-    reasons = gtest_skip_reasons(log)
-    for group in json.loads(report)["testsuites"]:
-        for test in group["testsuite"]:
-            name = f"{group['name']}.{test['name']}"
-            if test["status"] == "NOTRUN" and test["name"].startswith("DISABLED_"):
-                yield name, SKIPPED, "disabled"
-                continue
-            outcome, text = gtest_outcome(test)
-            if outcome:
-                yield name, outcome, text or reasons.get(name, "")
+@dataclass
+class Run:
+    """One program: how it ended ("" is well), and what it printed."""
+    name: str
+    end: str
+    output: str
+    selected_nothing: bool = False
 
 
-def pytest_cases(report, _log):
-    for test in ElementTree.fromstring(report).iter("testcase"):
-        name = f"{test.get('classname')}.{test.get('name')}".lstrip(".")
-        outcome, text = PASSED, ""
-        for child in test:
-            if child.tag in ("failure", "error"):
-                outcome, text = FAILED, child.get("message") or child.text or ""
-                break
-            if child.tag == "skipped":
-                outcome, text = SKIPPED, child.get("message") or ""
-        yield name, outcome, text
+# CTest's report does not say how a program failed; the list at the end of its output does.
+FAILED_LINE = re.compile(r"^\s*\d+ - (\S+) \((.+)\)$", re.M)
+ENDS = {"Timeout": "ran out of time", "Failed": "ended with another status than 0",
+        "Not Run": "could not be run"}
 
 
-READERS = {".json": gtest_cases, ".xml": pytest_cases}
-
-
-def read_log(status_file):
-    log_file = status_file.with_suffix(".log")
-    return log_file.read_text(errors="replace") if log_file.exists() else ""
-
-
-def read_report(status_file, log):
-    """The tests of one run as (name, outcome, text), or None without a usable report."""
-    for suffix, reader in READERS.items():
-        report = status_file.with_suffix(suffix)
-        if report.exists():
-            try:
-                return list(reader(report.read_text(errors="replace"), log))
-            except (ValueError, KeyError, ElementTree.ParseError):
-                return None
-    return None
+def read_runs(directory):
+    cases = read_junit(directory / "ctest.xml")
+    if cases is None:
+        return None
+    log = directory / "ctest.log"
+    ends = dict(FAILED_LINE.findall(log.read_text(errors="replace"))) if log.exists() else {}
+    runs = []
+    for case in cases:
+        name = case.name.split(".")[-1]
+        nothing = case.outcome == SKIPPED and case.text.startswith("SKIP_RETURN_CODE")
+        end = ends.get(name, "Failed") if case.outcome != PASSED and not nothing else ""
+        runs.append(Run(name, ENDS.get(end, end and f"was ended: {end}"), case.output, nothing))
+    return runs
 
 
 # What a sanitizer or a dying program says first; the end of its output seldom tells.
@@ -114,33 +117,38 @@ def excerpt(log, length=12):
     return lines[-length:]
 
 
-def describe_status(status):
-    if status == 124:
-        return "ran out of time"
-    if status > 128:
-        return f"was ended by signal {status - 128}"
-    return f"ended with status {status}"
-
-
-def run_cases(status_file, filtered):
-    suite, run = status_file.parent.name, status_file.stem
-    status = int(status_file.read_text().strip() or "1")
-    log = read_log(status_file)
-    tests = read_report(status_file, log)
-    # A check that is one test by itself (formatting, the benchmarks) has no report.
-    if tests is None and status_file.with_suffix(".single").exists():
-        return [Case(suite, run, FAILED if status else PASSED, log)]
-    end = "\n".join([f"{run} {describe_status(status)}", *excerpt(log)])
+def run_cases(directory, run, filtered):
+    suite = directory.name
+    if (directory / "single").exists():
+        return [Case(suite, run.name, FAILED if run.end else PASSED, run.output)]
+    tests = read_junit(directory / f"{run.name}.xml")
+    end = "\n".join([f"{run.name} {run.end or 'ended well'}", *excerpt(run.output)])
     if tests is None:
-        return [Case(suite, run, FAILED, "no report: " + end)]
-    cases = [Case(suite, f"{run}: {name}", outcome, text) for name, outcome, text in tests]
-    no_test_is_fine = filtered and status in (0, 5)  # 5: pytest selected nothing
-    if not cases and not no_test_is_fine:
-        cases.append(Case(suite, run, FAILED, f"{run} executed no test"))
-    elif status != 0 and not any(c.outcome == FAILED for c in cases) and not (
-            not cases and no_test_is_fine):
-        cases.append(Case(suite, run, FAILED, end))
+        return [Case(suite, run.name, FAILED, "no report: " + end)]
+    cases = [Case(suite, f"{run.name}: {test.name}", test.outcome, test.text) for test in tests]
+    if run.end and not any(case.outcome == FAILED for case in cases):
+        cases.append(Case(suite, run.name, FAILED, end))
+    elif not cases and not filtered:
+        cases.append(Case(suite, run.name, FAILED, f"{run.name} executed no test"))
     return cases
+
+
+def suite_cases(directory, filtered):
+    steps = sorted(directory.glob("*.failed"))
+    cases = [Case(directory.name, path.stem, FAILED, "see above") for path in steps]
+    runs = read_runs(directory)
+    if runs is None and not steps:
+        return [Case(directory.name, "ctest", FAILED, "no report of its tests")]
+    for run in runs or []:
+        cases += run_cases(directory, run, filtered)
+    return cases
+
+
+def split(directory):
+    for run in read_runs(directory) or []:
+        (directory / f"{run.name}.log").write_text(run.output)
+        if run.end:
+            print(f"{run.name} {run.end}", *excerpt(run.output, 40), sep="\n")
 
 
 def forbid_skips(cases, expected):
@@ -183,17 +191,17 @@ def main(arguments):
     parser.add_argument("--filtered", action="store_true")
     parser.add_argument("--expected-skips")
     parser.add_argument("--strict-skips", action="store_true")
-    parser.add_argument("--excerpt", type=pathlib.Path)
+    parser.add_argument("--split", action="store_true")
     parser.add_argument("directories", type=pathlib.Path, nargs="*")
     options = parser.parse_args(arguments)
 
-    if options.excerpt:
-        print("\n".join(excerpt(options.excerpt.read_text(errors="replace"), 40)))
+    if options.split:
+        for directory in options.directories:
+            split(directory)
         return 0
     cases = []
     for directory in options.directories:
-        for status_file in sorted(directory.glob("*.status")):
-            cases += run_cases(status_file, options.filtered)
+        cases += suite_cases(directory, options.filtered)
     if not cases:
         cases = [Case("all", "tests", FAILED, "no test was executed")]
     if options.strict_skips:

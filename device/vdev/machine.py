@@ -8,7 +8,6 @@ QEMU's own control socket (QMP). Nothing of the host is shared with the guest.
 
 import base64
 import json
-import os
 import re
 import select
 import shlex

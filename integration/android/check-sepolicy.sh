@@ -26,11 +26,13 @@ check_contexts() {  # check_contexts FILE FIELDS
     local line type
     while read -r line; do
         [ -n "$line" ] || continue
+        set -f
         # shellcheck disable=SC2086
-        set -f; set -- "$1" "$2" $line; set +f
+        set -- "$1" "$2" $line
+        set +f
         [ $# -eq $(($2 + 2)) ] || { echo "error: $1: $line" >&2; return 1; }
         type=$(sed -E 's/.*u:object_r:([a-z_]+):s0.*/\1/' <<<"$line")
-        grep -qE "^type $type[ ,]|_prop\($type\)" sepolicy/vusd.te ||
+        grep -qE "^type ${type}[ ,]|_prop\($type\)" sepolicy/vusd.te ||
             { echo "error: $1: $type is not declared" >&2; return 1; }
     done < <(sed 's/#.*//' "$1")
 }

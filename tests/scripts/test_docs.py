@@ -1,14 +1,17 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The documents against the tree: links lead somewhere, and the paths, properties and
-messages they name are the program's own."""
+"""The documents against the tree: links lead somewhere, commands run something, and the paths,
+properties and messages they name are the program's own."""
 
+import fnmatch
+import json
 import pathlib
 import re
 
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-DOCUMENTS = sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").rglob("*.md"))
+DOCUMENTS = (sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").rglob("*.md"))
+             + [ROOT / "tests" / "README.md", ROOT / "fuzz" / "README.md"])
 REFERENCE = ROOT / "docs" / "properties-and-files.md"
 
 
@@ -92,3 +95,52 @@ def test_every_path_and_property_is_documented():
     directory = "/data/system/usbdeviceconfig/"
     missing = [name for name in names if name.removeprefix(directory) not in reference]
     assert missing == []
+
+
+def found(pattern):
+    """What a pattern's groups match in the documents, with the document."""
+    for document in DOCUMENTS:
+        for match in re.findall(pattern, document.read_text()):
+            yield document.name, match
+
+
+def names_in(program):
+    sources = (ROOT / "tests" / "unit" / program.removesuffix("_tests")).glob("*.cpp")
+    text = "\n".join(path.read_text() for path in sources)
+    return [".".join(names) for names in re.findall(r"^TEST\w*\((\w+),\s*(\w+)\)", text, flags=re.M)]
+
+
+def test_examples_of_programs_run_a_test():
+    examples = list(found(r"bin/(\w+_tests) .*--gtest_filter='([^']+)'"))
+    assert examples
+    empty = [(document, program, pattern) for document, (program, pattern) in examples
+             if not fnmatch.filter(names_in(program), pattern)]
+    assert empty == []
+
+
+def test_examples_of_the_front_door_run_a_test():
+    """./test SUITE NAME: the suite is one, and a unit test has the name."""
+    suites = re.findall(r"^suite_(\w+)\(\)", (ROOT / "test").read_text(), flags=re.M)
+    everything = [name for path in (ROOT / "tests" / "unit").iterdir() if path.is_dir()
+                  for name in names_in(path.name + "_tests")]
+    examples = list(found(r"(?m)(?:^    |`)\./test (\w+)(?: ([A-Z]\w+))?(?:`|$)"))
+    placeholders = {"SUITE", "NAME"}
+    named = [(suite, name) for _, (suite, name) in examples if suite not in placeholders]
+    assert len(named) > 3
+    assert [suite for suite, _ in named if suite not in suites] == []
+    assert [name for _, name in named if name and name not in placeholders
+            and not any(name in test for test in everything)] == []
+
+
+def test_presets_are_there():
+    presets = json.loads((ROOT / "CMakePresets.json").read_text())
+    for command, kind in (("cmake", "configurePresets"), ("ctest", "testPresets")):
+        known = {preset["name"] for preset in presets[kind] if not preset.get("hidden")}
+        named = {name for _, name in found(rf"{command} --preset ([a-z-]+)")}
+        assert named and named <= known
+
+
+def test_scripts_are_there():
+    named = {name for _, name in found(r"(?<![\w/])((?:scripts|device|bench|fuzz|tests)/[\w/-]+\.(?:sh|py|cpp|h|txt|dict))")}
+    assert len(named) > 10
+    assert [name for name in sorted(named) if not (ROOT / name).exists()] == []
