@@ -7,15 +7,14 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
 
 #include <android-base/logging.h>
-#include <backtrace/Backtrace.h>
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
 
 #include "android/vus/policy_files.h"
+#include "android/vus/stack_trace.h"
 
 namespace android::vus {
 
@@ -77,14 +76,6 @@ void endProcessIfHandlerHangs() {
     alarm(kCrashHandlerSeconds);
 }
 
-void logStackTrace(Backtrace& unwinder) {
-    if (!unwinder.Unwind(0)) LOG(ERROR) << "signalHandler: Failed to unwind callstack.";
-    LOG(INFO) << "Stack Trace\n";
-    for (size_t frame = 0; frame < unwinder.NumFrames(); ++frame) {
-        LOG(ERROR) << unwinder.FormatFrameData(frame);
-    }
-}
-
 }  // namespace
 
 bool wantsStartupTasks(int argc, char** argv) {
@@ -127,10 +118,7 @@ void signalHandler(int signum, siginfo_t* /*info*/, void* /*context*/) {
     LOG(INFO) << "Segmentation faultsignum" << signum << "\n";
     PolicyFiles::rollBackAfterCrash();
 
-    // Never freed: exit() does not unwind this stack, and a crashed heap is best left alone.
-    const std::unique_ptr<Backtrace> unwinder(
-            Backtrace::Create(BACKTRACE_CURRENT_PROCESS, BACKTRACE_CURRENT_THREAD));
-    logStackTrace(*unwinder);
+    logStackTrace();
     exit(signum);
 }
 
