@@ -12,6 +12,7 @@
 
 #include <android-base/logging.h>
 #include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
 #include <cutils/properties.h>
 #include <utils/String16.h>
 
@@ -30,11 +31,22 @@ using DeviceMap = std::map<int32_t, std::unique_ptr<DeviceInfo>>;
 constexpr char kDebugBuildType[] = "userdebug";
 constexpr int32_t kActionRemoved = 0;
 
-std::mutex deviceListMutex;  // guards mUsbDeviceInfoList and mInputDeviceInfoList
+Mutex deviceListMutex;
+
+// The two lists are touched by way of these alone.
+DeviceMap& usbDevices() REQUIRES(deviceListMutex) {
+    return mUsbDeviceInfoList;
+}
+DeviceMap& inputDevices() REQUIRES(deviceListMutex) {
+    return mInputDeviceInfoList;
+}
+DeviceMap& listOf(const DeviceInfo& info) REQUIRES(deviceListMutex) {
+    return info.deviceType != 0 ? inputDevices() : usbDevices();
+}
 
 void readBuildType() {
     char type[PROPERTY_VALUE_MAX];
-    // An unset property counts as a debug build, on purpose.
+    // An unset property counts as a debug build (kept: oddity 3).
     property_get(kBuildTypeProperty, type, kDebugBuildType);
     if (std::string_view(type) == kDebugBuildType) VUsbService::debugBuild = true;
 }
@@ -55,7 +67,7 @@ void sumCategories(const std::vector<usbinterface_custom>& interfaces, DeviceInf
         record->category += interface.category;
         const std::string path = interface.category_path;
         // A path that occurs within an earlier one is left out, and the text "empty" of an
-        // interface without a function is kept: both on purpose.
+        // interface without a function stays (kept: oddity 4).
         if (path.empty() || record->categoryPath.find(path) != std::string::npos) continue;
         record->categoryPath += path + ";";
     }
@@ -70,16 +82,16 @@ std::unique_ptr<DeviceInfo> makeRecord(DeviceInfo info, bool allowed, std::strin
     return record;
 }
 
-// An id that is already known keeps its record, and `record` is dropped: on purpose.
-void insertRecord(DeviceMap* list, std::unique_ptr<DeviceInfo> record) {
-    const std::lock_guard<std::mutex> lock(deviceListMutex);
+// An id that is already known keeps its record, and `record` is dropped (kept: oddity 5).
+void insertRecord(std::unique_ptr<DeviceInfo> record) {
+    const MutexLock<> lock(deviceListMutex);
     const int32_t id = record->deviceId;
-    list->try_emplace(id, std::move(record));
+    listOf(*record).try_emplace(id, std::move(record));
 }
 
-void eraseRecord(DeviceMap* list, int32_t deviceId) {
-    const std::lock_guard<std::mutex> lock(deviceListMutex);
-    list->erase(deviceId);
+void eraseRecord(const DeviceInfo& info) {
+    const MutexLock<> lock(deviceListMutex);
+    listOf(info).erase(info.deviceId);
 }
 
 std::vector<DeviceInfo> copyRecords(const DeviceMap& list) {
@@ -93,12 +105,39 @@ void logListSizes() {
     size_t inputSize = 0;
     size_t usbSize = 0;
     {
-        const std::lock_guard<std::mutex> lock(deviceListMutex);
-        inputSize = mInputDeviceInfoList.size();
-        usbSize = mUsbDeviceInfoList.size();
+        const MutexLock<> lock(deviceListMutex);
+        inputSize = inputDevices().size();
+        usbSize = usbDevices().size();
     }
     LOG(INFO) << "updateDeviceList--mInputDeviceInfoList size: " << inputSize
               << " mUsbDeviceInfoList size: " << usbSize;
+}
+
+// The operations that take a DeviceInfo, by their places in the interface.
+constexpr uint32_t kUpdateDeviceList = IBinder::FIRST_CALL_TRANSACTION + 3;
+constexpr uint32_t kIsDeviceAllowed = IBinder::FIRST_CALL_TRANSACTION + 4;
+
+// Reads a record as far as its class list.
+bool recordClaimsTooManyClasses(const Parcel& data) {
+    const size_t start = data.dataPosition();
+    const int32_t size = data.readInt32();
+    size_t nameLength = 0;
+    data.readString16Inplace(&nameLength);
+    data.readInt32();  // deviceId
+    data.readInt32();  // deviceClass
+    // The record of a client that knows only the fields before the list ends there.
+    if (size < 0 || data.dataPosition() - start >= static_cast<size_t>(size)) return false;
+    const int32_t classes = data.readInt32();
+    return classes > 0 && static_cast<size_t>(classes) > data.dataAvail() / sizeof(int32_t);
+}
+
+// Leaves the parcel as it was. What is wrong with it in any other way is found by its real reader.
+bool claimsTooManyClasses(const Parcel& data) {
+    const size_t begin = data.dataPosition();
+    const bool readable = data.enforceInterface(IVUsbService::descriptor) && data.readInt32() != 0;
+    const bool tooMany = readable && recordClaimsTooManyClasses(data);
+    data.setDataPosition(begin);
+    return tooMany;
 }
 
 }  // namespace
@@ -112,6 +151,17 @@ void VUsbService::Register() {
     registerFileObserverViaThread();
 }
 
+// The generated code makes room for as many interface classes as a parcel claims to hold before it
+// reads the first.
+status_t VUsbService::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
+    const bool hasRecord = code == kUpdateDeviceList || code == kIsDeviceAllowed;
+    if (hasRecord && claimsTooManyClasses(data)) {
+        LOG(ERROR) << "a call claims more interface classes than it holds";
+        return BAD_VALUE;
+    }
+    return BnVUsbService::onTransact(code, data, reply, flags);
+}
+
 binder::Status VUsbService::updateDeviceList(const DeviceInfo& info, int32_t action) {
     if (isAutomationSet()) {
         LOG(INFO) << "updateDeviceList::Automation flag set, return";
@@ -121,12 +171,12 @@ binder::Status VUsbService::updateDeviceList(const DeviceInfo& info, int32_t act
               << "updateStatus::Added/Removed " << action;
     const bool isInput = info.deviceType != 0;
     if (action != kActionRemoved) {
-        // Nothing is entered here, on purpose: a device enters its list by being judged.
+        // Nothing is entered: a device enters its list by being judged (kept: oddity 6).
         LOG(INFO) << info.deviceName << " device added to "
                   << (isInput ? "mInputDeviceInfoList" : "mUsbDeviceInfoList");
     } else if (isInput) {
         LOG(INFO) << info.deviceName << " device removed from mInputDeviceInfoList";
-        eraseRecord(&mInputDeviceInfoList, info.deviceId);
+        eraseRecord(info);
     } else {
         removeUsbDevice(info);
     }
@@ -140,29 +190,29 @@ void VUsbService::removeUsbDevice(const DeviceInfo& info) {
     notifyDeviceRemoved(info);
     UsbDevice::update_deviceid_map(info.deviceId, false);
     LOG(INFO) << info.deviceName << " device removed from mUsbDeviceInfoList";
-    eraseRecord(&mUsbDeviceInfoList, info.deviceId);
+    eraseRecord(info);
 }
 
 void VUsbService::addDeviceList(DeviceInfo info, bool allowed, std::string reason) {
     std::unique_ptr<DeviceInfo> record = makeRecord(std::move(info), allowed, std::move(reason));
     if (record->deviceType != 0) {
         LOG(INFO) << record->deviceName << " device added to mInputDeviceInfoList";
-        insertRecord(&mInputDeviceInfoList, std::move(record));
+        insertRecord(std::move(record));
         return;
     }
     const auto interfaces = UsbDevice::get_deviceid_data(record->deviceId);
-    LOG(INFO) << record->deviceName << " device added to mUsbDeviceInfoList "
-              << "custom_struct size is " << interfaces.size();
+    LOG(INFO) << record->deviceName << " device added to mUsbDeviceInfoList ";
+    LOG(INFO) << "custom_struct size is " << interfaces.size();
     sumCategories(interfaces, record.get());
     LOG(INFO) << " device category  " << record->category << " categoryPath "
               << record->categoryPath;
     notifyDeviceAdded(*record);
-    insertRecord(&mUsbDeviceInfoList, std::move(record));
+    insertRecord(std::move(record));
 }
 
 VUsbService::DeviceLists VUsbService::copyDeviceLists() {
-    const std::lock_guard<std::mutex> lock(deviceListMutex);
-    return {copyRecords(mInputDeviceInfoList), copyRecords(mUsbDeviceInfoList)};
+    const MutexLock<> lock(deviceListMutex);
+    return {copyRecords(inputDevices()), copyRecords(usbDevices())};
 }
 
 binder::Status VUsbService::getDeviceList(std::vector<DeviceInfo>* out) {

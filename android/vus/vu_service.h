@@ -27,6 +27,7 @@
 //                                     in turn, with a mutex of util.cpp held while waiting
 //   6. UsbDevice::map_mutex           the device-id map
 //      UsbDevice::power_val_mutex     the last value of the dock's supply
+//      ClientCalls' mutex             who is in which client, and who waits to be
 // Only 5 is ever taken inside another one (2), and 6 (1). No lock is held while a callback runs;
 // none but 1 while sysfs is read or written or while sleeping; none but 2 while a file is written:
 // a client may call back into the service from within its callback, and the kernel may keep a
@@ -38,7 +39,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,6 +50,8 @@
 #include "android/vus/BnVUsbService.h"
 #include "android/vus/DeviceInfo.h"
 #include "android/vus/IVUsbServiceCallback.h"
+#include "android/vus/client_calls.h"
+#include "android/vus/mutex.h"
 #include "android/vus/policy_files.h"
 
 namespace android::vus {
@@ -57,8 +59,8 @@ namespace android::vus {
 // The known devices by deviceId: the USB devices, and the input devices. The first record of an
 // id stays until the id is reported removed.
 //
-// They are `static` on purpose: every source file that includes this header has a pair of its
-// own, and only the pair of vu_service.cpp is ever used. All access to the lists is there.
+// They are `static`: every source file that includes this header has a pair of its own, and only
+// the pair of vu_service.cpp is ever used (kept: oddity 10). All access to the lists is there.
 static std::map<int32_t, std::unique_ptr<DeviceInfo>> mUsbDeviceInfoList;
 static std::map<int32_t, std::unique_ptr<DeviceInfo>> mInputDeviceInfoList;
 
@@ -80,6 +82,9 @@ class VUsbService : public BnVUsbService {
     binder::Status isDeviceAllowed(const DeviceInfo& info, bool* result) override;
     binder::Status resetUsbDevices(int32_t value) override;
 
+    // Answers BAD_VALUE to a record that claims more than its parcel holds.
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override;
+
     // The platform's diagnostic dump: the known devices, or with the argument "test" the USB tree
     // and the device-id map.
     status_t dump(int fd, const Vector<String16>& args) override;
@@ -97,14 +102,16 @@ class VUsbService : public BnVUsbService {
     static void readFileChangeEvent();
 
     // Removes one registration and its death link; false if the link could not be removed. The
-    // entry is gone in both cases. The caller holds lock_.
-    bool UnregisterInternal(CallbackMap::iterator entry);
+    // entry is gone in both cases.
+    bool UnregisterInternal(CallbackMap::iterator entry) REQUIRES(lock_);
 
-    // True on a debug build of the platform: callback addresses are logged. Set by Register().
+    // True on a debug build of the platform: each entry of callbacks_ is logged when one comes or
+    // goes, and each call of a client, all with their addresses. (The address of a callback that is
+    // being registered or withdrawn is logged on every build.) Set by Register().
     static std::atomic<bool> debugBuild;
 
-    std::mutex lock_;  // guards callbacks_
-    CallbackMap callbacks_;
+    Mutex lock_;
+    CallbackMap callbacks_ GUARDED_BY(lock_);
 
   private:
     struct DeviceLists {
@@ -116,15 +123,21 @@ class VUsbService : public BnVUsbService {
 
     void removeUsbDevice(const DeviceInfo& info);
 
-    // The registered callbacks at one moment, in the order of callbacks_. A walk over them holds
-    // no lock, so a callback may do to the registry whatever it likes.
-    std::vector<sp<IVUsbServiceCallback>> copyCallbacks();
+    // The registrations at one moment, in the order of callbacks_. A walk over them holds no lock,
+    // so a callback may do to the registry whatever it likes.
+    std::vector<sp<CallbackDeathRecipient>> copyRecipients();
+    // Tells the clients that an event has not yet reached, one after the other, and waits for each;
+    // see ClientCalls.
+    struct Walk;
+    void tellRest(const std::shared_ptr<Walk>& walk);
+    using ClientEvent = binder::Status (IVUsbServiceCallback::*)(const DeviceInfo&);
+    void notifyClients(const DeviceInfo& info, const char* logPrefix, ClientEvent event);
     void notifyDeviceAdded(const DeviceInfo& info);
     void notifyDeviceRemoved(const DeviceInfo& info);
 
-    // For both, the caller holds lock_. The oldest registration of a binder, or the map's end.
-    CallbackMap::iterator findCallback(IBinder* binder);
-    void logCallbacks(const char* prefix) const;
+    // The oldest registration of a binder, or the map's end.
+    CallbackMap::iterator findCallback(IBinder* binder) REQUIRES(lock_);
+    void logCallbacks(const char* prefix) const REQUIRES(lock_);
 
     // True if the platform runs its own tests and no device is to be judged.
     static bool isAutomationSet();
@@ -135,6 +148,8 @@ class VUsbService : public BnVUsbService {
 
     // Loads the policy again; on the watcher's thread only.
     static void answerRewrite(PolicyFiles::Cause cause);
+
+    ClientCalls clientCalls_;
 };
 
 // Drops one registration when its client dies. One recipient a registration; owned by its entry
@@ -147,10 +162,13 @@ class VUsbService::CallbackDeathRecipient : public IBinder::DeathRecipient {
     void binderDied(const wp<IBinder>& who) override;
 
     const sp<IVUsbServiceCallback>& callback() const { return callback_; }
+    // The process that registered it, 0 if that is this one.
+    pid_t process() const { return process_; }
 
   private:
     const sp<IVUsbServiceCallback> callback_;
     VUsbService* const owner_;  // outlives every recipient
+    const pid_t process_;
 };
 
 }  // namespace android::vus

@@ -42,7 +42,7 @@ ClassNames usbClassNames(const std::vector<int32_t>& classes) {
         std::string& text = Util::validateRestrictedClass(code) ? names.restricted : names.listed;
         if (text.find(name) == std::string::npos) text += name + ";";
     }
-    // A device without interfaces prints no class name at all, on purpose.
+    // A device without interfaces prints no class name at all (kept: oddity 9).
     if (!names.restricted.empty() && names.listed.empty()) {
         LOG(INFO) << "interfaceClassListStr is null";
         names.listed = kNoClass;

@@ -5,9 +5,13 @@ import android.vus.DeviceInfo;
 
 /**
  * A client that hears of devices. The service calls one client after the other and waits
- * for each, so an implementation returns soon. It may call the service from within,
- * including to withdraw itself. A callback may arrive while the same client is itself
- * inside a call to the service; it then runs on the calling thread.
+ * for each, so an implementation returns soon. One that has not returned after 5 s is passed
+ * over until it does, and is not told later of what it missed: it can list the devices then.
+ * A callback is never called again before it has returned, except from within its own calls.
+ *
+ * It may call the service from within, including to withdraw itself. A callback may arrive
+ * while the same client is itself inside a call to the service; it then runs on the calling
+ * thread.
  *
  * The service ignores what a callback returns. The client's death withdraws it.
  */

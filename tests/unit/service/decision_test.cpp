@@ -344,12 +344,13 @@ TEST_F(DecisionTest, ARefusalIsLoggedInOrder) {
     ExpectAnswer(disk, false);
     EXPECT_THAT(logs_.Errors(), IsEmpty());
     EXPECT_THAT(OnlyFrom({"class is ", "create_usb_device_map called", "8", "interface class check",
-                          "isDeviceAllowed", "update_status path with", "disk device added"}),
+                          "isDeviceAllowed", "update_status path with", "disk device added",
+                          "custom_struct"}),
                 ElementsAre("class is 8not HID", "create_usb_device_map called", "8",
                             "interface class check false breaking", "isDeviceAllowed res val:0",
                             "isDeviceAllowed called and updating status authorized to 0",
                             "update_status path with deviceId 1002 status:0",
-                            "disk device added to mUsbDeviceInfoList custom_struct size is 1",
+                            "disk device added to mUsbDeviceInfoList ", "custom_struct size is 1",
                             "isDeviceAllowed called with mode: whitelist DeviceInfo:= { "
                             "DeviceId:1002, DeviceName: disk, ClassName: "
                             "USB_CLASS_PER_INTERFACE[ 0 ], InterfaceClassCount: 1, VendorId: 2385, "

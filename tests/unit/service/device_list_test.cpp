@@ -107,7 +107,7 @@ TEST_F(DeviceListTest, AddingAUsbDeviceLogsInOrder) {
     EXPECT_THAT(Messages(),
                 ElementsAre("get_deviceid_data() with deviceId : 1002size--1",
                             "Found deviceid  : 1002device : 1-2:1.0",
-                            "modem device added to mUsbDeviceInfoList custom_struct size is 1",
+                            "modem device added to mUsbDeviceInfoList ", "custom_struct size is 1",
                             " device category  2 categoryPath ttyACM0;"));
     EXPECT_THAT(logs_.Errors(), IsEmpty());
 }
