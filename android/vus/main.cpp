@@ -4,11 +4,17 @@
 
 #include "android/vus/daemon.h"
 #include "android/vus/vu_service.h"
+#ifndef __ANDROID__
+#include "platform/unblocked_output.h"
+#endif
 
 // The logging library is used as it starts, without InitLogging: the default tag and INFO from
 // the first line on, and no environment variable that could silence an admission daemon.
 int main(int argc, char** argv) {
-    // The address of the argument vector, not its texts, on purpose.
+#ifndef __ANDROID__
+    android::vus::platform::unblockStandardStreams();
+#endif
+    // The address of the argument vector, not its texts (kept: oddity 1).
     LOG(INFO) << "vus main called with argc: " << argc << "and argv: " << argv;
 
     if (android::vus::wantsStartupTasks(argc, argv)) {
