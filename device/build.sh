@@ -152,7 +152,6 @@ make_image() {
     local key
     key=$(find "$vus_build/arm64/rootfs" -type f -print0 | LC_ALL=C sort -z | xargs -0 sha256sum | stamp_of)-$(<"$out/.base")
     made "$out/.device.cpio" "$key" && return
-    # Only files below usr: the base has the links around it.
     pack "$vus_build/arm64/rootfs" "$out/programs.cpio"
     cat "$out/base.cpio" "$out/programs.cpio" >"$out/device.cpio"
     printf '%s' "$key" >"$out/.device.cpio"

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Builds the device's programs: build/arm64/bin/* (stripped), and build/arm64/rootfs with
-# the programs under usr/bin, each shared library they need at the path where the target's
+# the programs at their places, each shared library they need at the path where the target's
 # dynamic linker finds it, and the linker itself. build/arm64/libs.txt lists the libraries.
 #
 #   scripts/build-arm64.sh [PROGRAM...]     default: everything that the device runs
@@ -18,6 +18,15 @@ programs=("$@")
 # Where the target's linker looks: what our programs' run path says, the system's, and the
 # folder that libbacktrace names for 7z.so.
 search=(usr/lib/aarch64-linux-gnu/android usr/lib/aarch64-linux-gnu lib/aarch64-linux-gnu usr/lib/p7zip)
+
+# Where a program lies on the device. The daemon is off the path, in the place that the product's
+# start-up file names: whatever it is called with, it starts, and takes the service's name.
+place_of() {
+    case $1 in
+        vusd) echo system_ext/bin ;;
+        *) echo usr/bin ;;
+    esac
+}
 
 needed_by() { llvm_readelf --needed-libs "$@" | sed -n 's/^  *\([^ ]*\.so.*\)/\1/p' | sort -u; }
 
@@ -58,10 +67,10 @@ compile() {
 stage() {
     local name path
     rm -rf "${out:?}/bin" "${out:?}/rootfs"
-    mkdir -p "$out/bin" "$out/rootfs/usr/bin"
+    mkdir -p "$out/bin"
     for name in "${programs[@]}"; do
         llvm_strip -o "$out/bin/$name" "$objects/bin/$name"
-        cp "$out/bin/$name" "$out/rootfs/usr/bin/"
+        install -D -m 0755 "$out/bin/$name" "$out/rootfs/$(place_of "$name")/$name"
     done
     (cd "$out/bin" && closure "${programs[@]}") >"$out/libs.txt"
     while read -r path; do

@@ -151,7 +151,7 @@ def run_with_one_heap(device):
     device.machine.shell("touch /run/vusd.hold; kill -9 $(cat /run/vusd.pid)")
     device.machine.wait_until(lambda: device.probe.ends("vusd"))
     device.machine.shell("GLIBC_TUNABLES=glibc.malloc.arena_max=1:glibc.malloc.tcache_count=0 "
-                         "vusd >>/data/log/vusd.log 2>&1 & echo $! >/run/vusd.pid")
+                         "/system_ext/bin/vusd >>/data/log/vusd.log 2>&1 & echo $! >/run/vusd.pid")
     device.machine.wait_until("vusctl list >/dev/null 2>&1")
 
 
