@@ -15,12 +15,12 @@ get_filename_component(ANDROID_LIBRARY_DIR "${ANDROID_UTILS_LIBRARY}" DIRECTORY)
 if(CMAKE_CROSSCOMPILING)
   # The run path names places on the target, not in the sysroot.
   set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
-  set(CMAKE_INSTALL_RPATH "/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android")
+  set(CMAKE_INSTALL_RPATH "/usr/lib/vus;/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android")
   # libbacktrace's own needs, found on the target through its run path.
   add_link_options("-Wl,-rpath-link,${ANDROID_LIBRARY_DIR}"
                    "-Wl,-rpath-link,${CMAKE_SYSROOT}/usr/lib/p7zip")
 else()
-  set(CMAKE_INSTALL_RPATH "${ANDROID_LIBRARY_DIR}")
+  set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib/vus;${ANDROID_LIBRARY_DIR}")
 endif()
 
 foreach(name IN ITEMS base log utils cutils backtrace)

@@ -46,7 +46,7 @@ target_include_directories(vus_binder SYSTEM PUBLIC
   "${binder}/include" "${CMAKE_CURRENT_SOURCE_DIR}/compat")
 target_include_directories(vus_binder PRIVATE "${state_base}/include")
 target_link_libraries(vus_binder PUBLIC
-  vus_platform Android::utils Android::cutils Android::base Android::log Android::backtrace
+  vus_platform vus_backtrace Android::utils Android::cutils Android::base Android::log
   Threads::Threads)
 
 set(manager "${VUS_FRAMEWORKS_NATIVE}/cmds/servicemanager")

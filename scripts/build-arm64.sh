@@ -72,6 +72,9 @@ stage() {
         llvm_strip -o "$out/bin/$name" "$objects/bin/$name"
         install -D -m 0755 "$out/bin/$name" "$out/rootfs/$(place_of "$name")/$name"
     done
+    # In the platform's name, and in front of it; see platform/lazy_backtrace.cpp.
+    llvm_strip -o "$out/libbacktrace.so.0" "$objects/lib/libbacktrace.so.0"
+    install -D -m 0755 "$out/libbacktrace.so.0" "$out/rootfs/usr/lib/vus/libbacktrace.so.0"
     (cd "$out/bin" && closure "${programs[@]}") >"$out/libs.txt"
     while read -r path; do
         # The device has one folder for both of Debian's.

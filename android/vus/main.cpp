@@ -5,6 +5,7 @@
 #include "android/vus/daemon.h"
 #include "android/vus/vu_service.h"
 #ifndef __ANDROID__
+#include "platform/footprint.h"
 #include "platform/unblocked_output.h"
 #endif
 
@@ -13,6 +14,7 @@
 int main(int argc, char** argv) {
 #ifndef __ANDROID__
     android::vus::platform::unblockStandardStreams();
+    android::vus::platform::shareOneHeap();
 #endif
     // The address of the argument vector, not its texts (kept: oddity 1).
     LOG(INFO) << "vus main called with argc: " << argc << "and argv: " << argv;
@@ -24,6 +26,9 @@ int main(int argc, char** argv) {
     android::vus::installCrashHandler();
     android::vus::ignoreBrokenPipes();
     android::vus::VUsbService::Register();
+#ifndef __ANDROID__
+    android::vus::platform::releaseCodeOfStart();
+#endif
     android::vus::serveBinderCalls();
     return 0;
 }
