@@ -34,16 +34,16 @@ class Device:
         self.machine.wait_until(lambda: len(self.mode_writes("a800000.ssusb")[0]) == before + 2)
 
     def start_stuck_decision(self):
-        """Plugs a device that never answers and has it refused at once: the kernel keeps the
-        daemon waiting for the device's lock, to switch it off, for 20 s and more. Returns the
+        """Plugs a device that never answers and has it refused at once, as a disk: the kernel keeps
+        the daemon waiting for the device's lock, to switch it off, for 20 s and more. Returns the
         device's id."""
-        self.set_policy('<vid vendorid="0x1209"/>', "blacklist")
+        self.set_policy("<class>USB_CLASS_MASS_STORAGE</class>", "blacklist")
         log = "grep -c 'update_status path is :/sys/bus/usb/devices/1-5:' /data/log/vusd.log"
         begun = int(self.machine.run(log)[1])
         self.plug("silent", "5")
         self.machine.wait_until(f"[ -e {SYSFS}/1-5:1.0 ]")
         number = self.probe.device_id("1-5")
-        self.machine.shell(f"vusctl judge --id {number} --interfaces 255 >/dev/null 2>&1 &")
+        self.machine.shell(f"vusctl judge --id {number} --interfaces 8 >/dev/null 2>&1 &")
         self.machine.wait_until(f"[ $({log}) -gt {begun} ]")
         return number
 

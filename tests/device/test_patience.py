@@ -37,7 +37,7 @@ def plug_silent(device, port):
 @pytest.mark.parametrize("ports", [["5"], ["2.4.1", "2.1", "5"]], ids=["one", "behind-each-other"])
 def test_a_refusal_waits_for_no_silent_device(device, ports):
     """Behind hubs, the hubs are locked as well: the kernel is busy with what hangs on them."""
-    device.set_policy('<vid vendorid="0x0525"/>', "blacklist")
+    device.set_policy('<vid vendorid="1317"/>', "blacklist")
     for port in ports:
         plug_silent(device, port)
     # On another bus: on theirs the kernel itself handles nothing meanwhile.
