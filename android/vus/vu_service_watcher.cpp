@@ -64,11 +64,21 @@ void watchConfigDir() {
     }
 }
 
+// Once they are most of what is kept: somebody may cause events without end.
+void forgetAnswered() {
+    if (answered == events.size()) {
+        events = std::vector<char>();  // a large one, after a storm
+    } else if (answered > events.size() / 2) {
+        events.erase(events.begin(), events.begin() + static_cast<ptrdiff_t>(answered));
+    } else {
+        return;
+    }
+    answered = 0;
+}
+
 // Reads more events behind those that are there; waits for one if there is none.
 ssize_t readEvents() {
-    // A new vector each time: after a storm of events the old one is large.
-    events = std::vector<char>(events.begin() + static_cast<ptrdiff_t>(answered), events.end());
-    answered = 0;
+    forgetAnswered();
     const size_t had = events.size();
     events.resize(had + kEventBufferSize);
     errno = 0;
@@ -103,7 +113,7 @@ bool isPolicy(const inotify_event& event) {
 size_t closesWaiting() {
     int unread = 0;
     (void)ioctl(inotifyDescriptor, FIONREAD, &unread);
-    // As many as there are now: somebody may cause events without end.
+    // As many as there are now, and no more.
     while (unread > 0) {
         const ssize_t length = readEvents();
         if (length <= 0) break;
