@@ -17,12 +17,6 @@
 
 namespace android::vus {
 
-namespace {
-
-constexpr std::chrono::seconds kLongEnough(60);
-
-}  // namespace
-
 void ConcurrencyTest::SetUp() {
     EmptyWorld();
     MakeDir(kConfigDir);
@@ -112,15 +106,6 @@ void ConcurrencyTest::RunTogether(const std::vector<std::function<void()>>& bodi
     }
     start.set_value();
     for (std::thread& thread : threads) thread.join();
-}
-
-bool ConcurrencyTest::Eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + kLongEnough;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 void ConcurrencyTest::ExpectToEnd(const std::string& what, const std::function<void()>& body) {

@@ -18,6 +18,7 @@
 
 #include "android/vus/vu_service.h"
 #include "tests/support/usb_tree.h"
+#include "tests/support/waiting.h"
 #include "tests/support/world.h"
 
 namespace android::vus {
@@ -45,11 +46,8 @@ class ConcurrencyTest : public ::testing::Test {
     // Runs every body on a thread of its own, all released at the same moment, to their ends.
     static void RunTogether(const std::vector<std::function<void()>>& bodies);
 
-    // True as soon as `condition` holds, false if it does not within the time that even a loaded
-    // machine under a sanitizer has no use for.
-    static bool Eventually(const std::function<bool()>& condition);
-    // Runs `body` on a thread of its own. If it has not ended within that time, the program ends
-    // here, naming `what`: a thread that is stuck cannot be called back.
+    // Runs `body` on a thread of its own. If it has not ended in time, the program ends here,
+    // naming `what`: a thread that is stuck cannot be called back.
     static void ExpectToEnd(const std::string& what, const std::function<void()>& body);
 
     sp<VUsbService> service_;

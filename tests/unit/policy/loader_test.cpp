@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "loader_test.h"
+#include "tests/support/waiting.h"
 
 namespace android::vus {
 namespace {
@@ -262,13 +263,11 @@ TEST_F(LoaderTest, ALoadAnswersTheBytesThatItJudged) {
 class LoadInProgressTest : public LoaderTest {
   protected:
     void WaitForLine(const std::string& line) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < deadline) {
+        ASSERT_TRUE(Eventually([&] {
             const Strings lines = logs_.Lines();
-            if (std::find(lines.begin(), lines.end(), line) != lines.end()) return;
-            std::this_thread::yield();
-        }
-        FAIL() << "not logged: " << line;
+            return std::find(lines.begin(), lines.end(), line) != lines.end();
+        })) << "not logged: "
+            << line;
     }
 };
 

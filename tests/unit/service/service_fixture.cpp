@@ -176,14 +176,4 @@ void ServiceTest::LogToStderr(const std::function<void()>& body) {
     body();
 }
 
-bool ServiceTest::WaitFor(const std::function<bool()>& condition,
-                          std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 }  // namespace android::vus

@@ -23,6 +23,7 @@
 #include "android/vus/util.h"
 #include "android/vus/vu_service.h"
 #include "tests/support/fake_binder.h"
+#include "tests/support/waiting.h"
 #include "tests/support/world.h"
 
 namespace android::vus {
@@ -98,7 +99,9 @@ class ServiceTest : public ::testing::Test {
 
     // True as soon as `condition` holds, false if it does not in time.
     static bool WaitFor(const std::function<bool()>& condition,
-                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
+                        std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+        return Eventually(condition, timeout);
+    }
 
     template <typename T>
     static std::string Text(const T* address) {

@@ -449,9 +449,9 @@ TEST_F(HostTest, LostDockPowerIsAnnouncedAtOnceAndOnceMoreAtTheEnd) {
     WriteFile(kDcOnlineFile, "1\n");
     FileEvents events({platform::kPropertyDir});
     std::thread undock([] { UsbDevice::usb_host_reset(900); });
-    while (property(kUndockProperty).empty()) std::this_thread::sleep_for(milliseconds(1));
+    EXPECT_TRUE(Eventually([] { return !property(kUndockProperty).empty(); }));
     WriteFile(kDcOnlineFile, "0\n");
-    while (property(kDockProperty).empty()) std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_TRUE(Eventually([] { return !property(kDockProperty).empty(); }));
     EXPECT_FALSE(usb_host_is_free()) << "announced while the undock still ran";
     undock.join();
     const std::string undocked = kUndockProperty, docked = kDockProperty, reset = kResetProperty;

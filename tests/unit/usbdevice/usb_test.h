@@ -30,6 +30,7 @@
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
 #include "tests/support/usb_tree.h"
+#include "tests/support/waiting.h"
 #include "tests/support/world.h"
 
 namespace android::vus {
@@ -175,14 +176,10 @@ class UsbTest : public ::testing::Test {
     }
     // Waits until other threads have logged a line that many times since the test began.
     void wait_for_line(const std::string& line, ptrdiff_t times = 1) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        ptrdiff_t found = 0;
-        while (found < times && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_TRUE(Eventually([&] {
             const std::vector<std::string> lines = logs_.Lines();
-            found = std::count(lines.begin(), lines.end(), line);
-        }
-        ASSERT_GE(found, times) << line;
+            return std::count(lines.begin(), lines.end(), line) >= times;
+        })) << line;
     }
     // The log lines of an action alone.
     std::vector<std::string> log_of(const std::function<void()>& action) {
