@@ -119,14 +119,14 @@ INSTANTIATE_TEST_SUITE_P(
                          {"I attribute--whitelist", "I class val--8", "I class val--1",
                           "I class val--256", "I isValidNumber s--1234", "I isValidNumber s--22136",
                           "I isValidNumber s--4097", "I isValidNumber s--2385"}),
-                Accepted("Blacklist", PolicyText("blacklist", "<class>USB_CLASS_PHYSICA</class>"),
+                Accepted("Blacklist", PolicyXml("blacklist", "<class>USB_CLASS_PHYSICA</class>"),
                          "blacklist", {5}, {{5, "USB_CLASS_PHYSICA"}}, {},
                          {"I attribute--blacklist", "I class val--5"}),
                 Accepted("DefaultEmpty", "<usbconfig mode=\"default\"/>", "default", {}, {}, {},
                          {"I attribute--default"}),
                 Accepted("DefaultDoesNotReadItsChildren",
-                         PolicyText("default",
-                                    "<class>nonsense</class><vid/><vid vendorid=\"x\"/><any/>"),
+                         PolicyXml("default",
+                                   "<class>nonsense</class><vid/><vid vendorid=\"x\"/><any/>"),
                          "default", {}, {}, {}, {"I attribute--default"}),
                 Accepted("DuplicateClasses",
                          Whitelist("<class>USB_CLASS_AUDIO</class><class>USB_CLASS_VIDEO</class>"
@@ -190,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
         Xml, LoadCaseTest,
         ::testing::Values(
-                Accepted("ByteOrderMark", "\xEF\xBB\xBF" + PolicyText("default", ""), "default", {},
+                Accepted("ByteOrderMark", "\xEF\xBB\xBF" + PolicyXml("default", ""), "default", {},
                          {}, {}, {"I attribute--default"}),
                 Accepted("CommentsEverywhere",
                          "<!-- a --><usbconfig mode=\"whitelist\"><!-- b -->"
@@ -222,8 +222,8 @@ INSTANTIATE_TEST_SUITE_P(
                          "<usbconfig mode=\"default\"/><usbconfig mode=\"whitelist\"/>", "default",
                          {}, {}, {}, {"I attribute--default"}),
                 Accepted("NothingIsReadBehindAZeroByte",
-                         PolicyText("default", "") + std::string("\0<garbage", 9), "default", {},
-                         {}, {}, {"I attribute--default"}),
+                         PolicyXml("default", "") + std::string("\0<garbage", 9), "default", {}, {},
+                         {}, {"I attribute--default"}),
                 // Only the text up to the first comment or element counts.
                 RejectedClass("TextEndsAtAComment", "<class>USB_CLASS_<!-- c -->AUDIO</class>",
                               "INVALID CLASS VALUE:USB_CLASS_"),

@@ -30,7 +30,7 @@ TEST_F(LoaderTest, EveryOtherModeIsInvalidAndKept) {
                                    "whitelist,blacklist", "none", "\xE2\x9C\x93"}) {
         SCOPED_TRACE(mode);
         WriteFile(kStatusFile, kUntouched);
-        EXPECT_THAT(LogOf([&] { Load(PolicyText(mode, "<class>USB_CLASS_AUDIO</class>")); }),
+        EXPECT_THAT(LogOf([&] { Load(PolicyXml(mode, "<class>USB_CLASS_AUDIO</class>")); }),
                     ElementsAre("I attribute--" + mode, Written("INVALID MODE"),
                                 "E Invalid mode is set in xml--INVALID MODE"));
         EXPECT_FALSE(Util::xml_parse_status);
@@ -54,7 +54,7 @@ TEST_F(LoaderTest, AListWithoutRulesWritesTheStaleStatus) {
     for (const std::string mode : {"whitelist", "blacklist"}) {
         for (const std::string content : {"", "<!-- none -->", "text", " \n "}) {
             WriteFile(kStatusFile, kUntouched);
-            EXPECT_THAT(LogOf([&] { Load(PolicyText(mode, content)); }),
+            EXPECT_THAT(LogOf([&] { Load(PolicyXml(mode, content)); }),
                         ElementsAre("I attribute--" + mode, "I no element, blocking all device",
                                     Written(kOldStatus)));
             EXPECT_TRUE(Util::xml_parse_status);
@@ -152,9 +152,9 @@ TEST_F(UnreadableTest, EveryBrokenDocument) {
             "<usbconfig mode=\"whitelist\" mode=\"default\"/>",
             Whitelist("<class>USB_CLASS_AUDIO"),
             Whitelist("<class>USB_CLASS_AUDIO</class") + ">",
-            PolicyText("default", "<!-- not closed"),
-            PolicyText("default", "<![CDATA[not closed"),
-            PolicyText("default", "<?late declaration?>"),
+            PolicyXml("default", "<!-- not closed"),
+            PolicyXml("default", "<![CDATA[not closed"),
+            PolicyXml("default", "<?late declaration?>"),
             std::string("<usbconfig \0 mode=\"default\"/>", 29),
             std::string("\xFF\xFE<\0u\0", 6),
             "\x7F"
@@ -175,19 +175,19 @@ TEST_F(UnreadableTest, EveryBrokenDocument) {
 
 TEST_F(LoaderTest, ALoadReplacesThePolicyBefore) {
     Load(Whitelist("<class>USB_CLASS_AUDIO</class><vid vendorid=\"5\"/>"));
-    Load(PolicyText("blacklist", "<vid vendorid=\"6\"><pid>1</pid></vid>"));
+    Load(PolicyXml("blacklist", "<vid vendorid=\"6\"><pid>1</pid></vid>"));
     EXPECT_TRUE(Util::xml_parse_status);
     EXPECT_EQ(Util::configMode, "blacklist");
     EXPECT_THAT(Util::classList, IsEmpty());
     EXPECT_THAT(Util::classMap, IsEmpty());
     EXPECT_EQ(Util::vidPidMap, (Vendors{{6, 1}}));
-    Load(PolicyText("default", "<class>USB_CLASS_AUDIO</class>"));
+    Load(PolicyXml("default", "<class>USB_CLASS_AUDIO</class>"));
     EXPECT_EQ(Util::configMode, "default");
     ExpectEmptyTables();
 }
 
 TEST_F(LoaderTest, AFailureBeforeTheModeKeepsTheModeAndDropsTheRules) {
-    Load(PolicyText("blacklist", "<class>USB_CLASS_AUDIO</class>"));
+    Load(PolicyXml("blacklist", "<class>USB_CLASS_AUDIO</class>"));
     Load("<other/>");
     EXPECT_EQ(Util::configMode, "blacklist");
     ExpectEmptyTables();
@@ -298,7 +298,7 @@ TEST_F(LoadInProgressTest, ALoadWaitsForTheDecisionsUnderWay) {
     {
         const std::shared_lock<std::shared_mutex> decision(Util::policy_mutex);
         load = std::thread([&] {
-            Load(PolicyText("blacklist", "<class>USB_CLASS_AUDIO</class>"));
+            Load(PolicyXml("blacklist", "<class>USB_CLASS_AUDIO</class>"));
             loaded = true;
         });
         WaitForLine("I class val--1");
@@ -317,9 +317,9 @@ TEST_F(LoadInProgressTest, NoDecisionSeesPartsOfTwoPolicies) {
     const std::string first = "/data/first.xml";
     const std::string second = "/data/second.xml";
     WriteFile(first, Whitelist("<class>USB_CLASS_AUDIO</class><vid vendorid=\"1\"/>"));
-    WriteFile(second, PolicyText("blacklist",
-                                 "<class>USB_CLASS_VIDEO</class>"
-                                 "<vid vendorid=\"2\"><pid>2</pid></vid>"));
+    WriteFile(second, PolicyXml("blacklist",
+                                "<class>USB_CLASS_VIDEO</class>"
+                                "<vid vendorid=\"2\"><pid>2</pid></vid>"));
     Util::createMapFromConfig(first);
     std::atomic<bool> done{false};
     std::thread loads([&] {

@@ -22,12 +22,12 @@ inline constexpr char kOldMode[] = "mode of an earlier load";
 inline constexpr char kOldStatus[] = "status of an earlier load";
 inline constexpr char kUntouched[] = "not written by this load";
 
-inline std::string PolicyText(const std::string& mode, const std::string& rules) {
+inline std::string PolicyXml(const std::string& mode, const std::string& rules) {
     return "<usbconfig mode=\"" + mode + "\">" + rules + "</usbconfig>";
 }
 
 inline std::string Whitelist(const std::string& rules) {
-    return PolicyText("whitelist", rules);
+    return PolicyXml("whitelist", rules);
 }
 
 inline std::string Written(const std::string& message) {
