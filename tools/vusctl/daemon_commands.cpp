@@ -2,8 +2,14 @@
 
 #include "tools/vusctl/daemon_commands.h"
 
-#include <algorithm>
+#include <unistd.h>
 
+#include <algorithm>
+#include <functional>
+#include <thread>
+
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <binder/IInterface.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
@@ -35,8 +41,43 @@ int print_verdict(Context& context, IVUsbService& service, const DeviceInfo& inf
         const bool earlier = (record->status == 1) != allowed;
         context.out << (earlier ? "listed with an earlier verdict: " : "")
                     << printable(record->reason) << "\n";
+        context.err << "vusctl: the real daemon now lists this device: vusctl forget "
+                    << info.deviceId << (info.deviceType == 0 ? "" : " --input")
+                    << " takes it out\n";
     }
     return allowed ? kDone : kRefused;
+}
+
+// What is read from `from`, to its end, line by line and printable.
+void copy_printable(int from, int to) {
+    std::string line;
+    const auto put = [&line, to](const char* end) {
+        base::WriteStringToFd(printable(line) + end, to);
+        line.clear();
+    };
+    char buffer[4096];
+    for (ssize_t length = 0;
+         (length = TEMP_FAILURE_RETRY(read(from, buffer, sizeof(buffer)))) > 0;) {
+        for (ssize_t at = 0; at < length; ++at) {
+            if (buffer[at] == '\n') {
+                put("\n");
+            } else {
+                line += buffer[at];
+            }
+        }
+    }
+    if (!line.empty()) put("");
+}
+
+status_t dump_printable(int out_fd, const std::function<status_t(int fd)>& dump) {
+    base::unique_fd from, to;
+    if (!base::Pipe(&from, &to)) return UNKNOWN_ERROR;
+    // The daemon writes while it is in the call, and a pipe holds only so much.
+    std::thread copier([&from, out_fd] { copy_printable(from.get(), out_fd); });
+    const status_t status = dump(to.get());
+    to.reset();
+    copier.join();
+    return status;
 }
 
 int reset(Context& context, int32_t milliseconds) {
@@ -54,12 +95,18 @@ int list_devices(Context& context, const Call& call) {
     std::vector<DeviceInfo> devices;
     const binder::Status status = daemon->getDeviceList(&devices);
     if (!status.isOk()) return context.failure(status);
-    context.out << (call.has("--json") ? json_array(devices) : text_table(devices));
+    context.out << (call.has("--json") ? json_array(devices)
+                                       : text_table(devices, context.terminal.width));
     return kDone;
 }
 
 int judge_device(Context& context, const Call& call) {
     if (call.options.empty()) return context.usage_error("judge takes a device's description");
+    if (!call.has("--id")) {
+        return context.usage_error(
+                "judge needs an --id of its own: it acts on the real daemon, and "
+                "the record of an id stays");
+    }
     std::string error;
     const auto info = parse_device(call.device_words(), &error);
     if (!info) return context.usage_error(printable(error));
@@ -89,10 +136,11 @@ int dump_daemon(Context& context, const Call& call) {
     Vector<String16> arguments;
     for (const std::string& word : call.plain) arguments.add(String16(word.c_str()));
     context.out.flush();
-    if (IInterface::asBinder(daemon)->dump(context.out_fd, arguments) != OK) {
-        return context.failed("the daemon did not write its dump");
-    }
-    return kDone;
+    const auto dump = [&](int fd) { return IInterface::asBinder(daemon)->dump(fd, arguments); };
+    // A program gets the daemon's bytes, a terminal none that would rule it.
+    const status_t status = isatty(context.out_fd) == 1 ? dump_printable(context.out_fd, dump)
+                                                        : dump(context.out_fd);
+    return status == OK ? kDone : context.failed("the daemon did not write its dump");
 }
 
 int watch_devices(Context& context, const Call& call) {

@@ -3,6 +3,7 @@
 // vusctl: asks the daemon, and changes its policy. See client.h.
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -33,6 +34,13 @@ void wait_for_either(int one, int other) {
     }
 }
 
+// Of a terminal's line; 0 if it is none.
+size_t width_of(int fd) {
+    winsize size = {};
+    if (ioctl(fd, TIOCGWINSZ, &size) != 0) return 0;
+    return size.ws_col == 0 ? 80 : size.ws_col;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -40,9 +48,11 @@ int main(int argc, char** argv) {
     // Every other command ends at once, as programs do.
     unique_fd interrupted;
     if (!words.empty() && words[0] == "watch") interrupted = android::vus::open_interrupts();
-    return android::vus::ctl::Client(find_service, std::cout, std::cerr, STDOUT_FILENO,
-                                     [&interrupted](int fd) {
-                                         wait_for_either(interrupted.get(), fd);
-                                     })
+    android::vus::ctl::Terminal terminal;
+    if (isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1) terminal.answers = &std::cin;
+    terminal.width = width_of(STDOUT_FILENO);
+    return android::vus::ctl::Client(
+                   find_service, std::cout, std::cerr, STDOUT_FILENO,
+                   [&interrupted](int fd) { wait_for_either(interrupted.get(), fd); }, terminal)
             .Run(words);
 }

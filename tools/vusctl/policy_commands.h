@@ -11,5 +11,7 @@ namespace android::vus::ctl {
 int show_status(Context& context, const Call& call);
 int show_policy(Context& context, const Call& call);
 int set_policy_file(Context& context, const Call& call);
+int try_policy_file(Context& context, const Call& call);
+int keep_tried_policy(Context& context, const Call& call);
 
 }  // namespace android::vus::ctl

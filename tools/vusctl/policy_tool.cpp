@@ -105,20 +105,6 @@ bool write_in_place(const std::string& content) {
     return fd.ok() && base::WriteStringToFd(content, fd.get());
 }
 
-// Writes a policy that was found good, and tells what the daemon says to it.
-int put_in_force(const std::string& content, std::ostream& out, std::ostream& err,
-                 milliseconds answer_limit) {
-    StatusWatch watch(answer_limit);
-    if (!write_in_place(content)) return file_error(err, "write", kPolicyFile);
-    const std::string answer = watch.answer();
-    if (answer.empty()) {
-        err << "vusctl: written, but the daemon has not answered\n";
-        return kFailed;
-    }
-    out << printable(answer) << "\n";
-    return answer == kSuccess ? kDone : kRefused;
-}
-
 }  // namespace
 
 int print_policy(std::ostream& out, std::ostream& err) {
@@ -143,16 +129,32 @@ int check_policy(const std::string& path, std::ostream& out, std::ostream& err) 
     return answer == kSuccess ? kDone : kRefused;
 }
 
+int read_good_policy(const std::string& path, std::string* content, std::ostream& err) {
+    if (!read_all(path, content)) return file_error(err, "read", path);
+    const std::string verdict = answer_to(*content);
+    if (verdict == kSuccess) return kDone;
+    err << "vusctl: not set, the policy would be rejected: " << printable(verdict) << "\n";
+    return kRefused;
+}
+
+int put_in_force(const std::string& content, std::ostream& out, std::ostream& err,
+                 milliseconds answer_limit) {
+    StatusWatch watch(answer_limit);
+    if (!write_in_place(content)) return file_error(err, "write", kPolicyFile);
+    const std::string answer = watch.answer();
+    if (answer.empty()) {
+        err << "vusctl: written, but the daemon has not answered\n";
+        return kFailed;
+    }
+    out << printable(answer) << "\n";
+    return answer == kSuccess ? kDone : kRefused;
+}
+
 int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
                milliseconds answer_limit) {
     std::string content;
-    if (!read_all(path, &content)) return file_error(err, "read", path);
-    const std::string verdict = answer_to(content);
-    if (verdict != kSuccess) {
-        err << "vusctl: not set, the policy would be rejected: " << printable(verdict) << "\n";
-        return kRefused;
-    }
-    return put_in_force(content, out, err, answer_limit);
+    const int status = read_good_policy(path, &content, err);
+    return status == kDone ? put_in_force(content, out, err, answer_limit) : status;
 }
 
 }  // namespace android::vus::ctl

@@ -23,9 +23,16 @@ int print_status(std::ostream& out, std::ostream& err);
 // Reads the file as the daemon would, which does not notice. Prints the text that it would answer.
 int check_policy(const std::string& path, std::ostream& out, std::ostream& err);
 
-// Checks the file, writes it over the policy in place, and waits for the daemon's answer. In place,
-// because the daemon reloads when the policy is closed after writing, and a file that is renamed
-// over it never is.
+// Reads a policy that the daemon would accept. With any other one: said why, and the exit status.
+int read_good_policy(const std::string& path, std::string* content, std::ostream& err);
+
+// Writes a policy that was found good over the one in force, in place, and waits for the daemon's
+// answer. In place, because the daemon reloads when the policy is closed after writing, and a file
+// that is renamed over it never is.
+int put_in_force(const std::string& content, std::ostream& out, std::ostream& err,
+                 std::chrono::milliseconds answer_limit = kAnswerLimit);
+
+// Both, one after the other.
 int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
                std::chrono::milliseconds answer_limit = kAnswerLimit);
 

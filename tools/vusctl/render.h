@@ -15,8 +15,10 @@ namespace android::vus::ctl {
 // `text` as a JSON string, quotes included. Bytes that are no UTF-8 become U+FFFD.
 std::string json_string(const std::string& text);
 
-// One line of text each, with a line of titles, in columns; no trailing blanks.
-std::string text_table(const std::vector<DeviceInfo>& devices);
+// One line of text each, with a line of titles, in columns; no trailing blanks. No line is longer
+// than `width` characters, or however long it has to be if that is 0: the widest columns, which are
+// the devices' own texts, are cut short.
+std::string text_table(const std::vector<DeviceInfo>& devices, size_t width = 0);
 
 // One object; an array of objects, one a line.
 std::string json_object(const DeviceInfo& device);

@@ -8,14 +8,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <sstream>
+#include <thread>
+
+#include <android-base/unique_fd.h>
 
 #include "android/vus/BnVUsbServiceCallback.h"
 #include "tests/support/world.h"
-#include "tests/unit/tools/fake_service.h"
+#include "tests/unit/tools/client_fixture.h"
+#include "tools/common/text.h"
 
 namespace android::vus::ctl {
 namespace {
@@ -24,59 +30,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-
-DeviceInfo Disk() {
-    DeviceInfo info;
-    info.deviceName = "Flash Disk";
-    info.deviceId = 1005;
-    info.interfaceClassList = {8, 255};
-    info.vendorId = 0x951;
-    info.productId = 0x1666;
-    info.status = 1;
-    info.reason = "Whitelisted: Match by ClassName, CLASS : USB_CLASS_MASS_STORAGE ";
-    info.category = 4;
-    info.categoryPath = "sdcard;";
-    return info;
-}
-
-DeviceInfo Keyboard() {
-    DeviceInfo info;
-    info.deviceName = "Tastatur \"\xC3\xA4\xC3\xB6\"\n";
-    info.deviceId = 7;
-    info.deviceClass = 0x101;
-    info.vendorId = 0x46d;
-    info.productId = 0xc31c;
-    info.deviceType = 1;
-    info.reason = "No matching rule found to Whitelist the device";
-    return info;
-}
-
-class ClientTest : public testing::Test {
-  protected:
-    void SetUp() override { EmptyWorld(); }
-
-    // The service as it is in this process; Remote() puts it into another.
-    int Run(const Words& words) {
-        out_.str("");
-        err_.str("");
-        Client client([this] { return found_; }, out_, err_, STDERR_FILENO,
-                      [this](int fd) { wait_(fd); });
-        return client.Run(words);
-    }
-    void NoDaemon() { found_ = {nullptr, "the daemon is not running"}; }
-    RemoteService MakeRemote() {
-        const RemoteService remote = Remote(fake_);
-        found_ = {remote.service, ""};
-        return remote;
-    }
-    std::string Out() const { return out_.str(); }
-    std::string Err() const { return err_.str(); }
-
-    sp<FakeService> fake_ = new FakeService;
-    FoundService found_{fake_, ""};
-    std::function<void(int)> wait_ = [](int) { FAIL() << "waits for the user"; };
-    std::ostringstream out_, err_;
-};
 
 TEST_F(ClientTest, HelpGoesToOutputAndWrongUsageToError) {
     EXPECT_EQ(Run({"--help"}), kDone);
@@ -108,7 +61,10 @@ TEST_F(ClientTest, CommandsHelpComesFromItsRow) {
               "\n"
               "the known devices, with verdict and reason\n"
               "\n"
-              "  --json  for programs\n");
+              "  --json  for programs\n"
+              "\n"
+              "With the classes of the interfaces; of an input device its source bits. On a\n"
+              "terminal names and reasons are cut to its width; --json has all of them.\n");
     EXPECT_EQ(Run({"help", "undock"}), kDone);
     EXPECT_EQ(Out(),
               "usage: vusctl undock MS\n"
@@ -151,6 +107,14 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
             {{"list", "--json", "--json"}, "list takes --json or nothing"},
             {{"judge"}, "judge takes a device's description"},
             {{"judge", "--vid"}, "--vid needs a value"},
+            {{"judge", "--usb"},
+             "judge needs an --id of its own: it acts on the real daemon, and the record of an id "
+             "stays"},
+            {{"judge", "--id", "1", "--vid", "0403"},
+             "--vid: 0403 has a leading zero: write 0x0403 for hexadecimal, or 403 for decimal"},
+            {{"forget"}, "forget takes the ID of a listed device"},
+            {{"forget", "x"}, "not an id: x"},
+            {{"record", "a", "b"}, "record takes at most one DIR, and --redact"},
             {{"reset", "1"}, "reset takes no argument"},
             {{"undock"}, "undock takes a number of milliseconds above 0"},
             {{"undock", "0"}, "undock takes a number of milliseconds above 0"},
@@ -160,7 +124,7 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
             {{"dump", "a", "b"}, "dump takes at most one argument"},
             {{"policy", "show", "x"}, "policy show takes no argument"},
             {{"policy", "check"}, "policy check takes FILE"},
-            {{"policy", "set"}, "policy set takes FILE"},
+            {{"policy", "set"}, "policy set takes FILE, and --yes"},
             {{"judge", "--frob"}, "unknown argument: --frob"},
             {{"frob\x1b[2J"}, "unknown command: frob?[2J"},
             {{"status", "x"}, "status takes no argument"},
@@ -176,7 +140,7 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
 TEST_F(ClientTest, WrongSubcommandIsAnsweredWithTheChoice) {
     for (const Words& words : {Words{"policy"}, Words{"policy", "drop", "x"}}) {
         EXPECT_EQ(Run(words), kUsage);
-        EXPECT_THAT(Err(), StartsWith("vusctl: policy takes: show, check"));
+        EXPECT_THAT(Err(), StartsWith("vusctl: policy takes: show, set, "));
     }
 }
 
@@ -184,7 +148,7 @@ TEST_F(ClientTest, MissingDaemonIsSaid) {
     NoDaemon();
     WriteFile("/data/good.xml", "<usbconfig mode=\"default\"/>");
     const Words calls[] = {{"list"},
-                           {"judge", "--usb"},
+                           {"judge", "--id", "5"},
                            {"reset"},
                            {"undock", "5"},
                            {"watch"},
@@ -200,7 +164,7 @@ TEST_F(ClientTest, MissingDaemonIsSaid) {
 TEST_F(ClientTest, DaemonThatDiesIsSaid) {
     const RemoteService remote = MakeRemote();
     remote.binder->Die();
-    for (const Words& words : {Words{"list"}, Words{"judge", "--usb"}, Words{"reset"},
+    for (const Words& words : {Words{"list"}, Words{"judge", "--id", "5"}, Words{"reset"},
                                Words{"undock", "5"}, Words{"watch"}}) {
         EXPECT_EQ(Run(words), kFailed) << words[0];
         EXPECT_THAT(Err(), StartsWith("vusctl: the daemon did not answer: "));
@@ -212,18 +176,39 @@ TEST_F(ClientTest, ListIsATable) {
     fake_->devices = {Keyboard(), Disk()};
     EXPECT_EQ(Run({"list"}), kDone);
     EXPECT_EQ(Out(),
-              "ID    TYPE   DEVICE     STATUS   NAME            REASON\n"
-              "7     input  046d:c31c  refused  Tastatur \"\xC3\xA4\xC3\xB6\"?  "
+              "ID    TYPE   DEVICE     STATUS   CLASSES  NAME            REASON\n"
+              "7     input  046d:c31c  refused  0x101    Tastatur \"\xC3\xA4\xC3\xB6\"?  "
               "No matching rule found to Whitelist the device\n"
-              "1005  usb    0951:1666  allowed  Flash Disk      "
+              "1005  usb    0951:1666  allowed  8,255    Flash Disk      "
               "Whitelisted: Match by ClassName, CLASS : USB_CLASS_MASS_STORAGE\n");
     EXPECT_EQ(Err(), "");
     EXPECT_THAT(fake_->Take(), ElementsAre("list"));
 }
 
+TEST_F(ClientTest, ListFitsTheTerminal) {
+    DeviceInfo disk = Disk();
+    disk.deviceName = std::string(300, 'x');
+    disk.interfaceClassList = std::vector<int32_t>(40, 255);
+    fake_->devices = {disk};
+    terminal_.width = 80;
+    EXPECT_EQ(Run({"list"}), kDone);
+    EXPECT_EQ(Out(),
+              "ID    TYPE  DEVICE     STATUS   CLASSES       NAME      REASON\n"
+              "1005  usb   0951:1666  allowed  255,255,2...  xxxxx...  Whitelisted: Match by...\n");
+    fake_->devices = {Keyboard(), Disk()};
+    for (const size_t width : {60u, 80u, 100u, 132u}) {
+        terminal_.width = width;
+        Run({"list"});
+        std::istringstream lines(Out());
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_LE(character_count(line), width) << line;
+        }
+    }
+}
+
 TEST_F(ClientTest, EmptyListIsItsTitles) {
     EXPECT_EQ(Run({"list"}), kDone);
-    EXPECT_EQ(Out(), "ID  TYPE  DEVICE  STATUS  NAME  REASON\n");
+    EXPECT_EQ(Out(), "ID  TYPE  DEVICE  STATUS  CLASSES  NAME  REASON\n");
     EXPECT_EQ(Run({"list", "--json"}), kDone);
     EXPECT_EQ(Out(), "[]\n");
 }
@@ -266,7 +251,9 @@ TEST_F(ClientTest, VerdictComesWithItsReason) {
 
     EXPECT_EQ(Run({"judge", "--input", "--id", "7", "--class", "0x101"}), kRefused);
     EXPECT_EQ(Out(), "not allowed\nNo matching rule found to Whitelist the device\n");
-    EXPECT_EQ(Err(), "");
+    EXPECT_EQ(Err(),
+              "vusctl: the real daemon now lists this device: vusctl forget 7 --input takes it "
+              "out\n");
 }
 
 TEST_F(ClientTest, RecordOfTheOtherKindIsNotTaken) {
@@ -309,6 +296,27 @@ TEST_F(ClientTest, DumpIsWrittenByTheDaemonItself) {
     EXPECT_STREQ(text, "USB DEVICE INFO USB DEVICE INFO ");
     close(fd);
     EXPECT_THAT(fake_->Take(), ElementsAre("dump", "dump test"));
+}
+
+TEST_F(ClientTest, DumpCannotRuleTheTerminal) {
+    fake_->dump_text = "Device name : \x1b[2J\xE2\x80\xAE\n   next\n" + std::string(100000, 'x');
+    const base::unique_fd master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_EQ(unlockpt(master.get()), 0);
+    const base::unique_fd terminal(ioctl(master.get(), TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_TRUE(terminal.ok());
+    std::string text;
+    std::thread reader([&] {
+        char buffer[4096];
+        while (text.size() < 100000) {
+            const ssize_t length = read(master.get(), buffer, sizeof(buffer));
+            if (length <= 0) break;
+            text.append(buffer, static_cast<size_t>(length));
+        }
+    });
+    Client client([this] { return found_; }, out_, err_, terminal.get(), wait_);
+    EXPECT_EQ(client.Run({"dump"}), kDone);
+    reader.join();
+    EXPECT_THAT(text, StartsWith("Device name : ?[2J?\r\n   next\r\nxxx"));
 }
 
 TEST_F(ClientTest, DumpThatFailsIsSaid) {

@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The commands that look into the machine: why, verify, record, forget, status, and set with people
+// before it.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "android/vus/paths.h"
+#include "tests/unit/tools/client_fixture.h"
+#include "tests/unit/tools/fake_watcher.h"
+
+namespace android::vus::ctl {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr char kStorage[] =
+        "<usbconfig mode=\"whitelist\">\n<class>USB_CLASS_MASS_STORAGE</class>\n</usbconfig>\n";
+constexpr char kKeyboards[] =
+        "<usbconfig mode=\"whitelist\">\n<class>AINPUT_SOURCE_KEYBOARD</class>\n</usbconfig>\n";
+
+class InspectTest : public ClientTest {
+  protected:
+    void InForce(const std::string& policy) {
+        WriteFile(kPolicyFile, policy);
+        WriteFile(kPolicyBackupFile, policy);
+    }
+
+    // The disk as sysfs shows it: device 1-2 with the id 1005, two interfaces, one of them bound.
+    void AttachDisk(const char* authorized) {
+        const std::string device = "/sys/bus/usb/devices/1-2/";
+        for (const auto& [name, value] : {std::pair{"busnum", "1\n"},
+                                          {"devnum", "5\n"},
+                                          {"idVendor", "0951\n"},
+                                          {"idProduct", "1666\n"},
+                                          {"bDeviceClass", "00\n"},
+                                          {"manufacturer", "Maker\n"},
+                                          {"product", "Flash Disk\n"},
+                                          {"serial", "A-77\n"}}) {
+            WriteFile(device + name, value);
+        }
+        for (const auto& [name, number, code] :
+             {std::tuple{"1-2:1.1/", "01\n", "ff\n"}, {"1-2:1.0/", "00\n", "08\n"}}) {
+            WriteFile(device + name + "bInterfaceNumber", number);
+            WriteFile(device + name + "bInterfaceClass", code);
+            WriteFile(device + name + "authorized", authorized);
+        }
+        std::filesystem::create_symlink("../../drivers/usb-storage", device + "1-2:1.0/driver");
+    }
+};
+
+TEST_F(InspectTest, WhyTellsTheWalkOfAListedDevice) {
+    fake_->devices = {Keyboard(), Disk()};
+    InForce(kStorage);
+    EXPECT_EQ(Run({"why", "1005"}), kDone);
+    EXPECT_EQ(Out(),
+              "usb 0951:1666 interfaces 8,255 \"Flash Disk\"\n"
+              "  allowed by line 2\n"
+              "  Whitelisted: Match by ClassName, CLASS : USB_CLASS_MASS_STORAGE\n"
+              "    interface 0: 8 USB_CLASS_MASS_STORAGE: listed, line 2\n"
+              "    interface 1: 255 USB_CLASS_VENDOR_SPEC: restricted, rides along\n");
+    EXPECT_EQ(Run({"why", "1005", "--input"}), kRefused);
+    EXPECT_EQ(Err(), "vusctl: not listed: 1005\n");
+    EXPECT_EQ(Run({"why", "7", "--json"}), kDone);
+    EXPECT_THAT(Out(), HasSubstr("\"listed\":\"refused\""));
+}
+
+TEST_F(InspectTest, WhySaysThatAnEarlierVerdictWasKept) {
+    fake_->devices = {Disk()};
+    InForce(kKeyboards);
+    EXPECT_EQ(Run({"why", "1005"}), kDone);
+    EXPECT_THAT(Out(), HasSubstr("  but the list says allowed: an earlier verdict, which is kept "
+                                 "until the device\n  is plugged in again\n"));
+}
+
+TEST_F(InspectTest, WhyNeedsAPolicyThatIsKnownToBeInForce) {
+    fake_->devices = {Disk()};
+    EXPECT_EQ(Run({"why", "1005"}), kFailed);
+    EXPECT_THAT(Err(), StartsWith("vusctl: no policy was loaded yet"));
+}
+
+TEST_F(InspectTest, StatusComparesTheDiskWithWhatIsInForce) {
+    NoDaemon();
+    WriteFile(kStatusFile, "SUCCESS");
+    InForce(kStorage);
+    EXPECT_EQ(Run({"status"}), kDone);
+    EXPECT_EQ(Out(), "SUCCESS\n");
+    // The daemon ends the last line of its copy.
+    WriteFile(kPolicyFile, std::string(kStorage).substr(0, sizeof(kStorage) - 2));
+    EXPECT_EQ(Run({"status"}), kDone);
+    WriteFile(kPolicyFile, kKeyboards);
+    EXPECT_EQ(Run({"status"}), kRefused);
+    EXPECT_EQ(Out(),
+              "SUCCESS\n"
+              "the file on disk is not the policy in force, which the backup holds: vusctl\n"
+              "policy set puts a file in force\n");
+    WriteFile(kPolicyFile, "");
+    EXPECT_EQ(Run({"status"}), kRefused);
+    EXPECT_THAT(Out(), HasSubstr("the file on disk is no policy"));
+}
+
+TEST_F(InspectTest, VerifyFindsNothingWhereTheListIsTrue) {
+    fake_->devices = {Disk()};
+    AttachDisk("1\n");
+    EXPECT_EQ(Run({"verify"}), kDone);
+    EXPECT_EQ(Out(), "1 listed, 0 differences\n");
+}
+
+TEST_F(InspectTest, VerifyTellsWhatARefusedDeviceStillHas) {
+    DeviceInfo disk = Disk();
+    disk.status = 0;
+    DeviceInfo gone = Disk();
+    gone.deviceId = 1009;
+    fake_->devices = {disk, gone, Keyboard()};
+    AttachDisk("1\n");
+    EXPECT_EQ(Run({"verify"}), kRefused);
+    EXPECT_EQ(Out(),
+              "1005 usb 0951:1666 interfaces 8,255 \"Flash Disk\"\n"
+              "  refused, but 1-2:1.0 is authorized\n"
+              "1005 usb 0951:1666 interfaces 8,255 \"Flash Disk\"\n"
+              "  refused, but 1-2:1.0 is bound to usb-storage\n"
+              "1005 usb 0951:1666 interfaces 8,255 \"Flash Disk\"\n"
+              "  refused, but 1-2:1.1 is authorized\n"
+              "1009 usb 0951:1666 interfaces 8,255 \"Flash Disk\"\n"
+              "  listed, but not attached\n"
+              "7 input 046d:c31c sources 0x101 \"Tastatur \"\xC3\xA4\xC3\xB6\"?\"\n"
+              "  listed, but not attached\n"
+              "3 listed, 5 differences\n");
+}
+
+TEST_F(InspectTest, VerifyTellsOfAnAllowedDeviceThatIsSwitchedOffAndOfOneThatIsNotListed) {
+    fake_->devices = {Disk()};
+    AttachDisk("0\n");
+    EXPECT_EQ(Run({"verify", "--json"}), kRefused);
+    EXPECT_THAT(Out(), HasSubstr("\"difference\":\"allowed, but 1-2:1.0 is switched off\"}\n"));
+    fake_->devices = {};
+    EXPECT_EQ(Run({"verify"}), kRefused);
+    EXPECT_THAT(Out(), HasSubstr("  attached, but not listed\n0 listed, 1 differences\n"));
+}
+
+TEST_F(InspectTest, RecordingIsAListOfThisMachinesDevices) {
+    NoDaemon();
+    AttachDisk("1\n");
+    EXPECT_EQ(Run({"record"}), kDone);
+    const std::string recording =
+            "{\"deviceClass\":0,\"deviceId\":1005,\"deviceName\":\"Flash Disk\",\"deviceType\":0,"
+            "\"interfaceClassList\":[8,255],\"productId\":5734,\"productName\":\"Flash Disk\","
+            "\"serial\":\"A-77\",\"vendorHid\":false,\"vendorId\":2385,\"vendorName\":\"Maker\"}\n";
+    EXPECT_EQ(Out(), recording);
+    EXPECT_EQ(Run({"record", "/data/desk"}), kDone);
+    EXPECT_EQ(Out(), "/data/desk/devices.json\n");
+    EXPECT_EQ(ReadFile("/data/desk/devices.json"), recording);
+    EXPECT_EQ(Run({"record", "--redact", "/data/desk"}), kDone);
+    EXPECT_EQ(ReadFile("/data/desk/devices.json"),
+              "{\"deviceClass\":0,\"deviceId\":1005,\"deviceName\":\"name 1\",\"deviceType\":0,"
+              "\"interfaceClassList\":[8,255],\"productId\":5734,\"productName\":\"name 1\","
+              "\"serial\":\"serial 1\",\"vendorHid\":false,\"vendorId\":2385,"
+              "\"vendorName\":\"vendor 1\"}\n");
+    EXPECT_EQ(Run({"record", "/data/none/desk"}), kFailed);
+    EXPECT_EQ(Err(), "vusctl: cannot make /data/none/desk: No such file or directory\n");
+}
+
+TEST_F(InspectTest, ForgetTakesOutWhatIsNoDevice) {
+    fake_->devices = {Keyboard(), Disk()};
+    EXPECT_EQ(Run({"forget", "1005"}), kDone);
+    EXPECT_THAT(fake_->Take(), ElementsAre("list", "update 1005 0"));
+    EXPECT_EQ(Run({"forget", "7"}), kRefused);
+    EXPECT_EQ(Err(), "vusctl: not listed: 7\n");
+    EXPECT_EQ(Run({"forget", "7", "--input"}), kDone);
+    EXPECT_THAT(fake_->Take(), ElementsAre("list", "list", "update 7 0"));
+    AttachDisk("1\n");
+    EXPECT_EQ(Run({"forget", "1005"}), kRefused);
+    EXPECT_EQ(Err(), "vusctl: not forgotten: 1005 is attached; unplug it instead\n");
+    EXPECT_THAT(fake_->Take(), ElementsAre("list"));
+}
+
+class SetTest : public InspectTest {
+  protected:
+    void SetUp() override {
+        InspectTest::SetUp();
+        fake_->devices = {Keyboard(), Disk()};
+        fake_->devices[0].status = 1;
+        WriteFile("/data/storage.xml", kStorage);
+        WriteFile(kPolicyFile, "before");
+    }
+    int SetWithAnswer(const std::string& answer) {
+        answers_.str(answer);
+        terminal_.answers = &answers_;
+        return Run({"policy", "set", "/data/storage.xml"});
+    }
+    std::istringstream answers_;
+};
+
+constexpr char kPreview[] =
+        "1 of 2 attached devices will be refused:\n"
+        "  input 046d:c31c sources 0x101 \"Tastatur \"\xC3\xA4\xC3\xB6\"?\" (a keyboard)\n"
+        "warning: no keyboard is left\n";
+
+TEST_F(SetTest, PeopleSeeWhatChangesAndMaySayNo) {
+    for (const char* answer : {"n\n", "\n", "", "yours\n"}) {
+        answers_.clear();
+        EXPECT_EQ(SetWithAnswer(answer), kRefused);
+        EXPECT_EQ(Err(), std::string(kPreview) + "Put it in force? [y/N] vusctl: not set\n");
+        EXPECT_EQ(Out(), "");
+        EXPECT_EQ(ReadFile(kPolicyFile), "before");
+    }
+}
+
+TEST_F(SetTest, PeopleWhoSayYesAreObeyed) {
+    const FakeWatcher watcher({"SUCCESS"});
+    EXPECT_EQ(SetWithAnswer("y\n"), kDone);
+    EXPECT_EQ(Err(), std::string(kPreview) + "Put it in force? [y/N] ");
+    EXPECT_EQ(Out(), "SUCCESS\n");
+    EXPECT_EQ(ReadFile(kPolicyFile), kStorage);
+}
+
+TEST_F(SetTest, YesShowsAndDoesNotAsk) {
+    const FakeWatcher watcher({"SUCCESS"});
+    terminal_.answers = &answers_;
+    EXPECT_EQ(Run({"policy", "set", "/data/storage.xml", "--yes"}), kDone);
+    EXPECT_EQ(Err(), kPreview);
+    EXPECT_EQ(Out(), "SUCCESS\n");
+}
+
+TEST_F(SetTest, ScriptIsNeitherAskedNorToldMore) {
+    const FakeWatcher watcher({"SUCCESS"});
+    EXPECT_EQ(Run({"policy", "set", "/data/storage.xml"}), kDone);
+    EXPECT_EQ(Err(), "");
+    EXPECT_EQ(Out(), "SUCCESS\n");
+    EXPECT_THAT(fake_->Take(), IsEmpty());
+}
+
+TEST_F(SetTest, PreviewTellsOfDevicesThatComeBackToo) {
+    const FakeWatcher watcher({"SUCCESS"});
+    fake_->devices[0].status = 0;
+    fake_->devices[1].status = 0;
+    EXPECT_EQ(Run({"policy", "set", "/data/storage.xml", "--yes"}), kDone);
+    EXPECT_EQ(Err(),
+              "1 of 2 attached devices will be allowed:\n"
+              "  usb 0951:1666 interfaces 8,255 \"Flash Disk\"\n"
+              "warning: no keyboard is left\n");
+}
+
+TEST_F(SetTest, BadPolicyIsNotEvenShown) {
+    WriteFile("/data/bad.xml", "<usbconfig mode=\"x\"/>");
+    terminal_.answers = &answers_;
+    EXPECT_EQ(Run({"policy", "set", "/data/bad.xml"}), kRefused);
+    EXPECT_EQ(Err(), "vusctl: not set, the policy would be rejected: INVALID MODE\n");
+}
+
+}  // namespace
+}  // namespace android::vus::ctl
