@@ -49,6 +49,10 @@ TIMES = [
     ("rules alone, 1,000 rules", "BM_RuleEvaluation", 10),
     ("decision without sysfs, no rule matches", "BM_InputDecision", None),
     ("decision without sysfs, eight classes match", "BM_InputDecisionOfEightClasses", None),
+    ("policy check, 10,000 rules", "BM_PolicyCheck", 100_000),
+    ("policy diff, 10,000 rules", "BM_PolicyDiff", 100_000),
+    ("policy diff, 9,000 differences as JSON", "BM_PolicyDiffOfEverything", None),
+    ("policy surface, 10,000 rules, 8,242 aliases", "BM_PolicySurface", 200_000),
 ]
 MEMORY_AIM = 8 * KIBIBYTE  # in KiB
 

@@ -17,7 +17,10 @@ namespace android::vus::workbench {
 class Findings {
   public:
     Findings(const Policy& policy, const ClosedForm& form)
-          : policy_(policy), form_(form), rules_(policy) {}
+          : policy_(policy),
+            form_(form),
+            rules_(policy),
+            neutralIds_(form.idsThat(false).value_or(Ids{1, 1})) {}
 
     const Policy& policy() const { return policy_; }
     const ClosedForm& form() const { return form_; }
@@ -32,7 +35,7 @@ class Findings {
     std::vector<Finding> take();
 
     // Ids for an example: some that no vendor rule matches, if there are any.
-    Ids neutralIds() const { return form_.idsThat(false).value_or(Ids{1, 1}); }
+    Ids neutralIds() const { return neutralIds_; }
     // A device that matches vendor rules only, if at all.
     Claim bareClaim(Ids ids) const { return usbClaim({kNeutralClass}, ids); }
 
@@ -40,6 +43,7 @@ class Findings {
     const Policy& policy_;
     const ClosedForm& form_;
     const PolicyRules rules_;
+    const Ids neutralIds_;
     std::vector<Finding> findings_;
 };
 
