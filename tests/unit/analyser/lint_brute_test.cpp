@@ -24,7 +24,7 @@ namespace {
 using testing::ElementsAreArray;
 using Ids = std::set<std::string>;
 
-constexpr uint64_t kSeed = 20261122;
+constexpr uint64_t kLintSeed = 20261122;
 constexpr int32_t kUnnamedProduct = 3;  // that no rule of the small world names
 
 bool isInput(const Claim& claim) {
@@ -165,7 +165,7 @@ Ids idsOf(const std::vector<Finding>& findings) {
 }
 
 TEST(LintBruteForceTest, FindsWhatIsSoAndNothingElse) {
-    SmallWorld world(kSeed);
+    SmallWorld world(kLintSeed);
     size_t clean = 0, policies = 0;
     for (; clean < 1000 && !HasFailure(); ++policies) {
         const std::string text = world.nextText();
@@ -189,7 +189,7 @@ TEST(LintBruteForceTest, FindsWhatIsSoAndNothingElse) {
     }
     RecordProperty("policies", std::to_string(policies));
     printf("seed %llu: %zu policies, %zu of them with nothing to find\n",
-           static_cast<unsigned long long>(kSeed), policies, clean);
+           static_cast<unsigned long long>(kLintSeed), policies, clean);
 }
 
 // Something that is not read, and how it is found.
@@ -214,7 +214,7 @@ const std::vector<Junk>& junk() {
 
 // What is said not to be read can be taken away, and the policy stays what it is.
 TEST(LintBruteForceTest, WhatIsNotReadIsFoundWhereItStands) {
-    SmallWorld world(kSeed);
+    SmallWorld world(kLintSeed);
     for (size_t i = 0; i < 500 && !HasFailure(); ++i) {
         const std::string clean = world.nextText();
         if (policyOf(clean).mode == kModeDefault) continue;
