@@ -53,7 +53,7 @@ class CheckTest : public testing::Test {
         return value.value_or(Json::Value());
     }
 
-    const KnownToAll known_;
+    const KnownToAll known_{};
     const VendorNames* names_ = &known_;
     CheckOptions options_;
     std::ostringstream out_, err_;

@@ -23,6 +23,8 @@
 
 namespace android::vus {
 
+inline constexpr char kEmptyWhitelist[] = "<usbconfig mode=\"whitelist\"></usbconfig>";
+
 class ConcurrencyTest : public ::testing::Test {
   protected:
     void SetUp() override;

@@ -16,8 +16,6 @@
 namespace android::vus {
 namespace {
 
-constexpr char kEmptyWhitelist[] = "<usbconfig mode=\"whitelist\"></usbconfig>";
-
 class OwnCycleTest : public ConcurrencyTest {
   protected:
     void SetUp() override {

@@ -14,8 +14,6 @@ namespace {
 constexpr int kThreads = 8;
 constexpr int kPlugs = 60;  // per thread
 
-constexpr char kEmptyWhitelist[] = "<usbconfig mode=\"whitelist\"></usbconfig>";
-
 class PlugStormTest : public ConcurrencyTest {
   protected:
     int32_t Plug(const std::string& entry, const FakeDevice& device) {

@@ -14,26 +14,15 @@
 #include <thread>
 
 #include "android/vus/daemon.h"
+#include "crash_scenario.h"
 #include "service_fixture.h"
 #include "tests/support/child_process.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define VUS_SANITIZED
-#endif
-#endif
 
 namespace android::vus {
 namespace {
 
-constexpr char kCrashStatus[] = "Unable to apply the USB Admin config rules";
-constexpr char kBackup[] =
+constexpr char kPlainBackup[] =
         "<usbconfig mode='whitelist'>\n  <class>USB_CLASS_AUDIO</class>\n</usbconfig>\n";
-
-void CrashByWildPointer() {
-    volatile uintptr_t nowhere = 8;
-    *reinterpret_cast<volatile int*>(nowhere) = 1;
-}
 
 void Abort() {
     abort();
@@ -52,7 +41,7 @@ class CrashInHandlerTest : public ServiceTest {
     void SetUp() override {
         ServiceTest::SetUp();
         WriteFile(kPolicyFile, "<usbconfig mode='blacklist'/> that crashes");
-        WriteFile(kPolicyBackupFile, kBackup);
+        WriteFile(kPolicyBackupFile, kPlainBackup);
         WriteFile(kStatusFile, "SUCCESS");
     }
 
@@ -67,7 +56,7 @@ class CrashInHandlerTest : public ServiceTest {
     static void ExpectEndedBy(int signal, const ChildResult& child) {
         EXPECT_EQ(child.exit_status, signal);
         EXPECT_EQ(child.signal, 0);
-        EXPECT_EQ(ReadFile(kPolicyFile), kBackup);
+        EXPECT_EQ(ReadFile(kPolicyFile), kPlainBackup);
         EXPECT_EQ(ReadFile(kStatusFile), kCrashStatus);
     }
 };
@@ -175,7 +164,8 @@ TEST_F(CrashInHandlerTest, ACrashBetweenEmptyingAndWriting) {
 // It is the watcher that crashes, in the middle of a restore for which it keeps everybody, the
 // handler among them, from opening the policy.
 TEST_F(CrashInHandlerTest, ACrashInTheMiddleOfAReload) {
-    const std::string backup = std::string(kBackup) + "<!-- " + std::string(1000, 'x') + " -->\n";
+    const std::string backup =
+            std::string(kPlainBackup) + "<!-- " + std::string(1000, 'x') + " -->\n";
     WriteFile(kPolicyBackupFile, backup);
     const ChildResult child = Crash([] {
         static rlimit usual;

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "android/vus/daemon.h"
+#include "crash_scenario.h"
 #include "service_fixture.h"
 #include "tests/support/child_process.h"
 
@@ -23,14 +24,8 @@ namespace {
 
 using ::testing::ElementsAre;
 
-constexpr char kCrashStatus[] = "Unable to apply the USB Admin config rules";
 constexpr char kBackup[] =
         "<usbconfig mode='whitelist'>\n\n  <class>USB_CLASS_AUDIO</class>\t\n</usbconfig>\n";
-
-void CrashByWildPointer() {
-    volatile uintptr_t nowhere = 8;
-    *reinterpret_cast<volatile int*>(nowhere) = 1;
-}
 
 class CrashTest : public ServiceTest {
   protected:
