@@ -16,7 +16,7 @@ ours="^$vus_root/(android/vus|platform|tools)/"
 
 prepare() {
     [ -f "$database/build.ninja" ] || cmake --preset clang -B "$database" -D VUS_PCH=OFF \
-        -D VUS_BUILD_TESTS=OFF -D CMAKE_UNITY_BUILD=ON -D CMAKE_UNITY_BUILD_BATCH_SIZE=0
+        -D VUS_BUILD_TESTS=OFF -D CMAKE_UNITY_BUILD=ON
     ninja -C "$database" vus_aidl_interface_sources
 }
 

@@ -29,6 +29,9 @@ std::string printable(const std::string& text);
 // in JSON such a character can only be part of a string. Line feeds stay.
 std::string json_escaped_controls(const std::string& json);
 
+// What a line of the tools is folded or cut to.
+inline constexpr size_t kScreenWidth = 80;
+
 // `text`, which is printable, in at most `width` characters; what is cut off ends in "...".
 std::string shortened(const std::string& text, size_t width);
 

@@ -6,11 +6,11 @@
 
 #include <android-base/stringprintf.h>
 
+#include "tools/common/text.h"
+
 namespace android::vus::ctl {
 
 namespace {
-
-constexpr size_t kWidth = 80;
 
 constexpr char kIntroduction[] =
         "usage: vusctl COMMAND [ARGUMENT...]\n"
@@ -38,7 +38,7 @@ std::string synopsis(const Command& command) {
     const std::string indent(begin.size() + 1, ' ');
     std::string text, line = begin;
     auto add = [&](const std::string& word) {
-        if (line.size() + 1 + word.size() > kWidth - 7) {  // behind "usage: "
+        if (line.size() + 1 + word.size() > kScreenWidth - 7) {  // behind "usage: "
             text += line + "\n";
             line = indent + word;
         } else {

@@ -27,7 +27,6 @@ namespace {
 using workbench::DeviceType;
 using workbench::ListedDevice;
 
-constexpr size_t kWidth = 80;
 constexpr char kRecordingName[] = "/devices.json";
 
 // The daemon's list; nothing if it cannot be had, which was said.
@@ -113,7 +112,7 @@ int explain_listed(Context& context, const Call& call) {
                                        (allowed ? "allowed" : "refused") +
                                        ": an earlier verdict, which is kept until the device is "
                                        "plugged in again",
-                               2, kWidth);
+                               2, kScreenWidth);
     }
     if (found) return kDone;
     context.err << "vusctl: not listed: " << *id << "\n";
@@ -135,9 +134,9 @@ int verify_list(Context& context, const Call& call) {
             context.out << shortened(each.device.id ? std::to_string(*each.device.id) + " " +
                                                               workbench::describe(each.device)
                                                     : workbench::describe(each.device),
-                                     kWidth)
+                                     kScreenWidth)
                         << "\n"
-                        << wrapped(each.what, 2, kWidth);
+                        << wrapped(each.what, 2, kScreenWidth);
         }
     }
     if (!call.has("--json")) {

@@ -64,7 +64,7 @@ bool rename_over_policy(const std::string& content) {
 }
 
 // In place: this the daemon reads. If it has gone meanwhile, its next start does.
-void write_in_place(const std::string& content) {
+void put_back_in_place(const std::string& content) {
     const unique_fd fd(open(kPolicyFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (fd.ok()) base::WriteStringToFd(content, fd.get());
 }
@@ -130,7 +130,7 @@ class Guard {
 
     void take_back() {
         if (is_removed(trial_.get()) || unlink(kTrialFile) != 0) return;  // it was kept
-        write_in_place(last_good_);
+        put_back_in_place(last_good_);
     }
 
     const unique_fd from_vusctl_, trial_;

@@ -12,7 +12,6 @@ namespace android::vus::ctl {
 
 namespace {
 
-constexpr size_t kWidth = 80;
 constexpr int32_t kKeyboardSource = 0x100;
 
 bool is_keyboard(const workbench::Device& device) {
@@ -22,8 +21,8 @@ bool is_keyboard(const workbench::Device& device) {
 
 std::string line_of(const char* what, const workbench::Device& device) {
     const std::string keyboard = is_keyboard(device) ? " (a keyboard)" : "";
-    return shortened(what + workbench::describe(device), kWidth - keyboard.size()) + keyboard +
-           "\n";
+    return shortened(what + workbench::describe(device), kScreenWidth - keyboard.size()) +
+           keyboard + "\n";
 }
 
 }  // namespace

@@ -17,8 +17,6 @@ namespace android::vus::ctl {
 
 namespace {
 
-constexpr size_t kWidth = 80;
-
 int load_cases(Context& context, const std::string& path, workbench::Cases* cases) {
     std::string error;
     if (path == "-") {
@@ -46,11 +44,11 @@ std::string policy_path(const Call& call, const workbench::Cases& cases) {
 
 void print_result(const workbench::CaseResult& result, std::ostream& out) {
     out << (result.passed ? "ok    " : "FAIL  ")
-        << shortened(printable(result.test.name), kWidth - 6) << "\n";
+        << shortened(printable(result.test.name), kScreenWidth - 6) << "\n";
     if (result.passed) return;
-    out << wrapped("device: " + workbench::describe(result.test.device), 6, kWidth)
-        << wrapped("expected: " + printable(result.expected), 6, kWidth)
-        << wrapped("got: " + printable(result.got), 6, kWidth);
+    out << wrapped("device: " + workbench::describe(result.test.device), 6, kScreenWidth)
+        << wrapped("expected: " + printable(result.expected), 6, kScreenWidth)
+        << wrapped("got: " + printable(result.got), 6, kScreenWidth);
 }
 
 // How many of a hundred rules are touched, rounded down; of a policy without rules all are.

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 using Key = std::pair<DeviceType, int32_t>;
 
-std::string attribute(const fs::path& directory, const char* name) {
+std::string presentValue(const fs::path& directory, const char* name) {
     std::string value;
     base::ReadFileToString((directory / name).string(), &value, /*follow_symlinks=*/true);
     return base::Trim(value);
@@ -43,9 +43,9 @@ std::map<int32_t, std::map<std::string, fs::path>> readInterfaces(const std::str
          !error && at != end; at.increment(error)) {
         const std::string name = at->path().filename().string();
         if (name.find(':') != std::string::npos) continue;
-        const int number = atoi(attribute(at->path(), "devnum").c_str());
+        const int number = atoi(presentValue(at->path(), "devnum").c_str());
         if (number == 0) continue;
-        auto& found = interfaces[atoi(attribute(at->path(), "busnum").c_str()) * 1000 + number];
+        auto& found = interfaces[atoi(presentValue(at->path(), "busnum").c_str()) * 1000 + number];
         std::error_code none;
         for (fs::directory_iterator child(at->path(), none), last; !none && child != last;
              child.increment(none)) {
@@ -60,7 +60,7 @@ void compareInterfaces(const ListedDevice& listed,
                        const std::map<std::string, fs::path>& interfaces,
                        std::vector<Difference>* differences) {
     for (const auto& [name, path] : interfaces) {
-        const bool authorized = attribute(path, "authorized") != "0";
+        const bool authorized = presentValue(path, "authorized") != "0";
         const std::string driver = driverOf(path);
         const std::string who = printable(name);
         if (listed.allowed && !authorized) {
