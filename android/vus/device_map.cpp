@@ -19,11 +19,6 @@ namespace usb {
 
 namespace {
 
-// How often, and after which time each, a decision tries again what failed for want of descriptors
-// or memory. Others give theirs back meanwhile.
-constexpr int kAttempts = 10;
-constexpr std::chrono::milliseconds kAttemptPause(10);
-
 DeviceRecords records_in(const DeviceIdMap& map, int32_t id) {
     DeviceRecords records;
     const auto [first, last] = map.equal_range(id);

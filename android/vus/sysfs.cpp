@@ -29,11 +29,6 @@ using base::unique_fd;
 namespace {
 
 constexpr std::chrono::milliseconds kTick(2);
-// How often, and after which time each, an open is tried that lacked descriptors or memory. Others
-// give theirs back meanwhile.
-constexpr int kOpenAttempts = 10;
-constexpr std::chrono::milliseconds kOpenPause(10);
-
 // The second one ends a read: it has then waited for a whole tick. A device that merely answers
 // somebody else when the first one comes is not given up.
 constexpr int kInterruptionsToGiveUp = 2;
@@ -102,8 +97,8 @@ bool is_want_of_means(int error) {
 unique_fd open_insistently(int directory, const char* path, int flags) {
     for (int attempt = 1;; ++attempt) {
         unique_fd fd(openat(directory, path, flags | O_CLOEXEC));
-        if (fd.ok() || !is_want_of_means(errno) || attempt == kOpenAttempts) return fd;
-        std::this_thread::sleep_for(kOpenPause);
+        if (fd.ok() || !is_want_of_means(errno) || attempt == kAttempts) return fd;
+        std::this_thread::sleep_for(kAttemptPause);
     }
 }
 

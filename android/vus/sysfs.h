@@ -92,7 +92,10 @@ class Patience {
 // Whether `error` is that there were not enough descriptors or not enough memory: it may be over a
 // moment later.
 bool is_want_of_means(int error);
-// Opens `path` below `directory`, trying again for a tenth of a second if that is what fails it.
+// How often, and after which time each, it is then tried again: others give theirs back meanwhile.
+inline constexpr int kAttempts = 10;
+inline constexpr std::chrono::milliseconds kAttemptPause(10);
+// Opens `path` below `directory`, trying again if that is what fails it.
 base::unique_fd open_insistently(int directory, const char* path, int flags);
 
 // Whether reading an attribute takes the device's lock.
