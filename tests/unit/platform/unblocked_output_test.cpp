@@ -121,17 +121,30 @@ void Flood(FILE* stream) {
     for (int i = 0; i < kLines; ++i) fprintf(stream, "line %*d\n", kLineLength - 6, i);
 }
 
-// What was read is the beginning of the flood, in order.
-size_t ExpectBeginningOfFlood(const std::string& text) {
-    std::istringstream lines(text);
-    std::string line;
-    int number = 0;
-    while (std::getline(lines, line) && line.size() == kLineLength - 1u) {
-        EXPECT_EQ(std::stoi(line.substr(5)), number);
-        ++number;
+// What became of a flood.
+struct Account {
+    int arrived = 0;
+    int lost = 0;  // that the stream says it has dropped
+
+    // Whole lines arrive in their order. A line that is cut counts as lost. A terminal makes room
+    // in its own time, so that lines may get through in between.
+    explicit Account(const std::string& text) {
+        std::istringstream lines(text);
+        std::string line;
+        int last = -1;
+        while (std::getline(lines, line)) {
+            int number = 0;
+            if (line.size() == kLineLength - 1u && sscanf(line.c_str(), "line %d", &number) == 1) {
+                EXPECT_GT(number, last);
+                last = number;
+                ++arrived;
+            } else if (line.find(" lines of the log were dropped: nobody read them") !=
+                       std::string::npos) {
+                lost += std::stoi(line);
+            }
+        }
     }
-    return static_cast<size_t>(number);
-}
+};
 
 class UnblockedOutputTest : public ::testing::TestWithParam<Ends (*)()> {
   protected:
@@ -152,11 +165,11 @@ TEST_P(UnblockedOutputTest, WhatNobodyReadsIsDroppedAndCounted) {
     std::string text = ReadAll(ends_.out.get());
     fprintf(stream_.get(), "after it\n");
     text += ReadUntil(ends_.out.get(), "after it\n");
-    const size_t whole = ExpectBeginningOfFlood(text);
-    EXPECT_GT(whole, 0u);
-    EXPECT_LT(whole, static_cast<size_t>(kLines));
-    EXPECT_THAT(text, EndsWith("\n" + std::to_string(kLines - whole) +
-                               " lines of the log were dropped: nobody read them\nafter it\n"));
+    const Account account(text);
+    EXPECT_GT(account.arrived, 0);
+    EXPECT_GT(account.lost, 0);
+    EXPECT_EQ(account.arrived + account.lost, kLines);
+    EXPECT_THAT(text, EndsWith("nobody read them\nafter it\n"));
 
     fprintf(stream_.get(), "and on\n");
     EXPECT_EQ(ReadUntil(ends_.out.get(), "\n"), "and on\n");
@@ -219,7 +232,7 @@ int RunWithStreams(
 
 void WriteInEveryWay() {
     base::SetLogger(base::StderrLogger);
-    for (int i = 0; i < kLines; ++i) {
+    for (int i = 0; i < kLines / 5; ++i) {
         LOG(INFO) << "a line of the log that is as long as such lines are, or nearly";
         errno = ENOENT;
         perror("an error");
