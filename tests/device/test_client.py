@@ -25,10 +25,13 @@ def test_usage_errors(device):
 
 def test_judging_a_described_device(device):
     device.set_policy("<class>USB_CLASS_PRINTER</class>")
+    note = "vusctl: the real daemon now lists this device: vusctl forget {} takes it out\n"
     assert device.machine.run("vusctl judge --id 901 --interfaces 7") == (
-        0, "allowed\nWhitelisted: Match by ClassName, CLASS : USB_CLASS_PRINTER \n")
+        0, "allowed\nWhitelisted: Match by ClassName, CLASS : USB_CLASS_PRINTER \n" + note.format(901))
     assert device.machine.run("vusctl judge --id 902 --interfaces 1 --vid 0x046d") == (
-        1, "not allowed\nNo matching rule found to Whitelist the device\n")
+        1, "not allowed\nNo matching rule found to Whitelist the device\n" + note.format(902))
+    assert device.machine.run("vusctl forget 901") == (0, "")
+    assert [record["deviceId"] for record in device.probe.records()] == [902]
 
 
 def test_the_dump_without_devices(device):

@@ -142,3 +142,30 @@ def test_a_policy_whose_event_is_lost_is_loaded(device):
     device.machine.wait_until(lambda: device.machine.run(f"cat {BACKUP}")[1] == GOOD + "\n")
     assert "were lost: loading the policy again" in device.machine.read("/data/log/vusd.log")
     assert device.probe.status() == "SUCCESS"
+
+
+def test_a_policy_on_trial_is_taken_back(device):
+    """The daemon reads neither the file that is renamed over the one on trial, nor the one kept."""
+    device.machine.write(POLICY, GOOD)
+    device.machine.wait_until(lambda: len(device.mode_writes(SUPER_SPEED)[0]) == 2)
+    device.machine.write("/tmp/new.xml", policy("<class>USB_CLASS_PRINTER</class>"))
+    status, text = device.machine.run("vusctl policy try /tmp/new.xml --seconds 2")
+    assert (status, text) == (0, "SUCCESS\non trial for 2 s: vusctl policy keep keeps it\n")
+    assert device.machine.read(POLICY) == GOOD
+    assert device.machine.read(BACKUP) == policy("<class>USB_CLASS_PRINTER</class>") + "\n"
+    assert device.machine.run("vusctl status")[0] == 1
+    device.machine.wait_until(lambda: device.machine.read(BACKUP) == GOOD + "\n", what="the way back")
+    device.machine.wait_until(lambda: len(device.mode_writes(SUPER_SPEED)[0]) == 6)
+    assert device.machine.run("vusctl status") == (0, "SUCCESS\n")
+    assert device.machine.run("vusctl policy keep") == (1, "vusctl: no policy is on trial\n")
+
+
+def test_a_policy_on_trial_is_kept_without_a_reset(device):
+    new = policy("<class>USB_CLASS_PRINTER</class>")
+    device.machine.write("/tmp/new.xml", new)
+    assert device.machine.run("vusctl policy try /tmp/new.xml --seconds 600")[0] == 0
+    device.machine.wait_until(lambda: len(device.mode_writes(SUPER_SPEED)[0]) == 2)
+    assert device.machine.run("vusctl policy keep") == (0, "kept\n")
+    assert device.machine.read(POLICY) == new
+    assert device.machine.run("vusctl status") == (0, "SUCCESS\n")
+    assert len(device.mode_writes(SUPER_SPEED)[0]) == 2

@@ -41,6 +41,7 @@ int print_verdict(Context& context, IVUsbService& service, const DeviceInfo& inf
         const bool earlier = (record->status == 1) != allowed;
         context.out << (earlier ? "listed with an earlier verdict: " : "")
                     << printable(record->reason) << "\n";
+        context.out.flush();  // the verdict comes first
         context.err << "vusctl: the real daemon now lists this device: vusctl forget "
                     << info.deviceId << (info.deviceType == 0 ? "" : " --input")
                     << " takes it out\n";
@@ -138,8 +139,8 @@ int dump_daemon(Context& context, const Call& call) {
     context.out.flush();
     const auto dump = [&](int fd) { return IInterface::asBinder(daemon)->dump(fd, arguments); };
     // A program gets the daemon's bytes, a terminal none that would rule it.
-    const status_t status = isatty(context.out_fd) == 1 ? dump_printable(context.out_fd, dump)
-                                                        : dump(context.out_fd);
+    const bool terminal = context.terminal.width > 0;
+    const status_t status = terminal ? dump_printable(context.out_fd, dump) : dump(context.out_fd);
     return status == OK ? kDone : context.failed("the daemon did not write its dump");
 }
 

@@ -124,7 +124,7 @@ int verify_list(Context& context, const Call& call) {
     const auto listed = read_list(context, &status);
     if (!listed) return status;
     const auto differences = workbench::verify(*listed, workbench::kLiveTree);
-    for (const workbench::Difference& each : differences) {
+    for (const workbench::Mismatch& each : differences) {
         if (call.has("--json")) {
             Json::Value value(Json::objectValue);
             value["device"] = workbench::toJson(each.device);

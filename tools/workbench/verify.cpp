@@ -58,7 +58,7 @@ std::map<int32_t, std::map<std::string, fs::path>> readInterfaces(const std::str
 
 void compareInterfaces(const ListedDevice& listed,
                        const std::map<std::string, fs::path>& interfaces,
-                       std::vector<Difference>* differences) {
+                       std::vector<Mismatch>* differences) {
     for (const auto& [name, path] : interfaces) {
         const bool authorized = presentValue(path, "authorized") != "0";
         const std::string driver = driverOf(path);
@@ -79,8 +79,8 @@ void compareInterfaces(const ListedDevice& listed,
 
 }  // namespace
 
-std::vector<Difference> verify(const std::vector<ListedDevice>& listed, const std::string& root) {
-    std::vector<Difference> differences;
+std::vector<Mismatch> verify(const std::vector<ListedDevice>& listed, const std::string& root) {
+    std::vector<Mismatch> differences;
     std::map<Key, Device> attached;
     readTree(root, [&attached](Device device) {
         const Key key = {device.type, device.id.value_or(0)};

@@ -17,13 +17,13 @@ struct ListedDevice {
     bool allowed;
 };
 
-struct Difference {
+struct Mismatch {
     Device device;
     std::string what;  // "refused, but 1-2:1.0 is bound to usb-storage"
 };
 
 // Every difference between the list and the sysfs `root`, in the order of the list, what is not in
 // it last. Input devices are not switched off by the daemon: of them only the presence is compared.
-std::vector<Difference> verify(const std::vector<ListedDevice>& listed, const std::string& root);
+std::vector<Mismatch> verify(const std::vector<ListedDevice>& listed, const std::string& root);
 
 }  // namespace android::vus::workbench

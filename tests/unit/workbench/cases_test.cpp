@@ -14,7 +14,7 @@ namespace {
 constexpr char kDevice[] =
         "\"device\":{\"deviceType\":0,\"vendorId\":1,\"productId\":2,\"interfaceClassList\":[8]}";
 
-std::string Read(const std::string& text, Cases* cases) {
+std::string ReadCases(const std::string& text, Cases* cases) {
     std::istringstream in(text);
     return readCases(in, "cases.json", cases);
 }
@@ -25,7 +25,7 @@ TEST(Cases, AreAnObjectOrAList) {
     for (const std::string& text :
          {"{\"policy\":\"p.xml\",\"cases\":[" + one + "]}", "[" + one + "]", one}) {
         Cases cases;
-        EXPECT_EQ(Read(text, &cases), "");
+        EXPECT_EQ(ReadCases(text, &cases), "");
         ASSERT_EQ(cases.cases.size(), 1u);
         EXPECT_EQ(cases.cases[0].name, "disk");
         EXPECT_EQ(cases.cases[0].verdict, "allowed");
@@ -36,7 +36,7 @@ TEST(Cases, AreAnObjectOrAList) {
 
 TEST(Cases, NamelessOneIsCalledAfterItsDevice) {
     Cases cases;
-    EXPECT_EQ(Read(std::string("{\"verdict\":\"refused\",") + kDevice + "}", &cases), "");
+    EXPECT_EQ(ReadCases(std::string("{\"verdict\":\"refused\",") + kDevice + "}", &cases), "");
     EXPECT_EQ(cases.cases.at(0).name, "usb 0001:0002 interfaces 8");
 }
 
@@ -60,7 +60,7 @@ TEST(Cases, ErrorSaysWhere) {
     };
     for (const auto& [text, error] : wrong) {
         Cases cases;
-        EXPECT_EQ(Read(text, &cases), error) << text;
+        EXPECT_EQ(ReadCases(text, &cases), error) << text;
     }
 }
 
@@ -72,7 +72,7 @@ Policy TestPolicy() {
                         "</usbconfig>"));
 }
 
-Case Disk(const std::string& verdict) {
+Case DiskCase(const std::string& verdict) {
     Case test;
     test.device.claim = {0, {8}, 9, 9};
     test.verdict = verdict;
@@ -82,7 +82,7 @@ Case Disk(const std::string& verdict) {
 TEST(CaseRunner, HoldsVerdictReasonRuleAndLine) {
     const Policy policy = TestPolicy();
     CaseRunner runner(policy);
-    Case test = Disk("allowed");
+    Case test = DiskCase("allowed");
     EXPECT_TRUE(runner.run(test).passed);
     test.rule = "class USB_CLASS_MASS_STORAGE";
     test.line = 2;
@@ -94,9 +94,9 @@ TEST(CaseRunner, HoldsVerdictReasonRuleAndLine) {
     test.rule = "vendor 1";
     const CaseResult result = runner.run(test);
     EXPECT_FALSE(result.passed);
-    test = Disk("refused");
+    test = DiskCase("refused");
     EXPECT_FALSE(runner.run(test).passed);
-    test = Disk("allowed");
+    test = DiskCase("allowed");
     test.reason = "x";
     EXPECT_FALSE(runner.run(test).passed);
 }
@@ -104,7 +104,7 @@ TEST(CaseRunner, HoldsVerdictReasonRuleAndLine) {
 TEST(CaseRunner, TellsBothSidesInTheSameWords) {
     const Policy policy = TestPolicy();
     CaseRunner runner(policy);
-    Case test = Disk("refused");
+    Case test = DiskCase("refused");
     test.rule = "vendor 1";
     const CaseResult result = runner.run(test);
     EXPECT_EQ(result.expected, "refused by vendor 1");
@@ -115,7 +115,7 @@ TEST(CaseRunner, RemembersWhichRulesDecided) {
     const Policy policy = TestPolicy();
     CaseRunner runner(policy);
     EXPECT_EQ(runner.untouched().size(), 3u);
-    runner.run(Disk("refused"));
+    runner.run(DiskCase("refused"));
     Case product;
     product.device.claim = {0, {255}, 2, 3};
     runner.run(product);
@@ -132,7 +132,7 @@ TEST(CaseRunner, RemembersWhichRulesDecided) {
 TEST(Junit, IsWellFormedWhateverANameHolds) {
     const Policy policy = TestPolicy();
     CaseRunner runner(policy);
-    Case good = Disk("allowed"), bad = Disk("refused");
+    Case good = DiskCase("allowed"), bad = DiskCase("refused");
     good.name = "\"<&\x1b";
     bad.name = "bad";
     EXPECT_EQ(toJunit({runner.run(good), runner.run(bad)}, "a.json"),

@@ -12,27 +12,28 @@ namespace {
 
 using testing::ElementsAre;
 
-struct Case {
+struct NumberCase {
     const char* text;
     std::optional<int32_t> number;
 };
 
-class ParseNumber : public testing::TestWithParam<Case> {};
+class ParseNumber : public testing::TestWithParam<NumberCase> {};
 
 TEST_P(ParseNumber, TakesDecimalAndHexadecimal) {
     EXPECT_EQ(parseNumber(GetParam().text), GetParam().number);
 }
 
-INSTANTIATE_TEST_SUITE_P(Texts, ParseNumber,
-                         testing::Values(Case{"0", 0}, Case{"007", 7},
-                                         Case{"2147483647", 2147483647}, Case{"2147483648", {}},
-                                         Case{"-1", -1}, Case{"-2147483648", INT32_MIN},
-                                         Case{"-2147483649", {}}, Case{"0x046d", 1133},
-                                         Case{"0X1F", 31}, Case{"0xFFFFFFFF", -1},
-                                         Case{"0x100000000", {}}, Case{"0x", {}}, Case{"0x-5", {}},
-                                         Case{"0X-5", {}}, Case{"", {}}, Case{"+1", {}},
-                                         Case{" 1", {}}, Case{"1 ", {}}, Case{"1a", {}},
-                                         Case{"046d", {}}, Case{"99999999999999999999", {}}));
+INSTANTIATE_TEST_SUITE_P(
+        Texts, ParseNumber,
+        testing::Values(NumberCase{"0", 0}, NumberCase{"007", 7},
+                        NumberCase{"2147483647", 2147483647}, NumberCase{"2147483648", {}},
+                        NumberCase{"-1", -1}, NumberCase{"-2147483648", INT32_MIN},
+                        NumberCase{"-2147483649", {}}, NumberCase{"0x046d", 1133},
+                        NumberCase{"0X1F", 31}, NumberCase{"0xFFFFFFFF", -1},
+                        NumberCase{"0x100000000", {}}, NumberCase{"0x", {}}, NumberCase{"0x-5", {}},
+                        NumberCase{"0X-5", {}}, NumberCase{"", {}}, NumberCase{"+1", {}},
+                        NumberCase{" 1", {}}, NumberCase{"1 ", {}}, NumberCase{"1a", {}},
+                        NumberCase{"046d", {}}, NumberCase{"99999999999999999999", {}}));
 
 Device Disk() {
     Device device;

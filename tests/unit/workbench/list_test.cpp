@@ -19,14 +19,14 @@ std::string Record(int vendor) {
            ",\"productId\":1,\"interfaceClassList\":[8],\"deviceName\":\"{[\\\"]}\\\\\"}";
 }
 
-struct Outcome {
+struct ListOutcome {
     std::vector<int32_t> vendors;
     std::string error;
 };
 
-Outcome Read(const std::string& text) {
+ListOutcome ReadList(const std::string& text) {
     std::istringstream in(text);
-    Outcome outcome;
+    ListOutcome outcome;
     outcome.error = readDevices(in, "list.json", [&outcome](const Device& device) {
         EXPECT_EQ(device.name, "{[\"]}\\");
         outcome.vendors.push_back(device.claim.vendorId);
@@ -39,7 +39,7 @@ TEST(List, IsAnArrayOrAnObjectALine) {
     for (const std::string& text :
          {"[" + one + "," + two + "]", "\n [\n" + one + ",\n" + two + "\n]\n", one + "\n" + two,
           one + "\r\n\n" + two + "\n\n", one + two}) {
-        const Outcome outcome = Read(text);
+        const ListOutcome outcome = ReadList(text);
         EXPECT_EQ(outcome.error, "") << text;
         EXPECT_THAT(outcome.vendors, ElementsAre(1, 2)) << text;
     }
@@ -47,7 +47,7 @@ TEST(List, IsAnArrayOrAnObjectALine) {
 
 TEST(List, MayBeEmpty) {
     for (const char* text : {"", "\n", "[]", " [ ]\n"}) {
-        const Outcome outcome = Read(text);
+        const ListOutcome outcome = ReadList(text);
         EXPECT_EQ(outcome.error, "") << text;
         EXPECT_THAT(outcome.vendors, IsEmpty());
     }
@@ -69,18 +69,18 @@ TEST(List, ErrorNamesFileAndLine) {
             {one + "\n{\n\"a\":]}", "list.json:3: Syntax error: value, object or array expected."},
             {one + "\n{\"deviceType\":0}", "list.json:2: vendorId is missing"},
     };
-    for (const auto& [text, error] : wrong) EXPECT_EQ(Read(text).error, error) << text;
+    for (const auto& [text, error] : wrong) EXPECT_EQ(ReadList(text).error, error) << text;
 }
 
 TEST(List, RecordsBeforeAnErrorAreTaken) {
-    const Outcome outcome = Read(Record(5) + "\n?");
+    const ListOutcome outcome = ReadList(Record(5) + "\n?");
     EXPECT_THAT(outcome.vendors, ElementsAre(5));
     EXPECT_EQ(outcome.error, "list.json:2: expected an object, which begins with {");
 }
 
 TEST(List, RecordIsBounded) {
     const std::string endless = "{\"deviceName\":\"" + std::string(kLongestRecord, 'x');
-    EXPECT_EQ(Read(endless).error, "list.json:1: the object is too long");
+    EXPECT_EQ(ReadList(endless).error, "list.json:1: the object is too long");
 }
 
 TEST(List, IsWrittenAnObjectALine) {
@@ -91,7 +91,7 @@ TEST(List, IsWrittenAnObjectALine) {
     writeDevice(out, device);
     writeDevice(out, device);
     const std::string text = out.str();
-    const Outcome outcome = Read(text);
+    const ListOutcome outcome = ReadList(text);
     EXPECT_EQ(outcome.error, "");
     EXPECT_THAT(outcome.vendors, ElementsAre(1, 1));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
