@@ -28,6 +28,15 @@ BROKEN = """<usbconfig mode="whitelist">
 </usbconfig>
 """
 
+# It lists one product of vendor 1027, and means no other: but vendor 1208, which is higher, is listed whole.
+NEW = """<usbconfig mode="whitelist">
+  <class>USB_CLASS_MASS_STORAGE</class>
+  <class>AINPUT_SOURCE_KEYBOARD</class>
+  <vid vendorid="1027"><pid>24577</pid></vid>
+  <vid vendorid="1208"/>
+</usbconfig>
+"""
+
 NO_WHITELIST_RULE = "No matching rule found to Whitelist the device"
 NO_BLACKLIST_RULE = "No matching rule found to Blacklist the device"
 DEFAULT_RULE = "Enabled by default rule"
@@ -248,9 +257,32 @@ class Story:
         self.check_record("", record, False,
                           "Blacklisted: Match by ClassName, CLASS : USB_CLASS_MASS_STORAGE ")
 
+    def workbench(self):
+        self.page.scene("10. The workbench: what a policy would do, and a policy on trial")
+        good = self.machine.read(POLICY)
+        self.page.tell("policy", NEW)
+        self.machine.write("/tmp/new.xml", NEW)
+        self.show_command("check", "vusctl policy check /tmp/new.xml | grep -A 6 error:", "products-count-as-whole")
+        self.show_command("explain", "vusctl policy explain /tmp/new.xml --interfaces 255 --vid 1027 --pid 7",
+                          "counts as listed whole")
+        self.show_command("diff", f"vusctl policy diff {POLICY} /tmp/new.xml | head -n 6", "admitted now, refused before:")
+        self.show_command("try", "vusctl policy try /tmp/new.xml --seconds 3", "on trial for 3 s")
+        self.check_record("the disk", self.probe.judged("2-3", STORAGE_RULE), True, STORAGE_RULE)
+        self.page.expect("policy on disk during the trial", self.machine.read(POLICY), good)
+        reason = "Blacklisted: Match by ClassName, CLASS : USB_CLASS_MASS_STORAGE "
+        self.check_record("3 s later", self.probe.judged("2-3", reason), False, reason)
+        self.page.expect("policy after the trial", self.machine.read(POLICY), good)
+        self.page.expect("status after the trial", self.machine.run("vusctl status"), (0, "SUCCESS\n"))
+
+    def show_command(self, label, command, expected):
+        output = self.machine.run(command)[1]
+        self.page.tell(label, output)
+        self.page.expect(f"output of {label}", expected in output, True)
+
     def tell_all(self):
         for scene in (self.start, self.default_policy, self.whitelist, self.one_by_one, self.blacklist,
-                      self.broken_policy, self.undock_by_properties, self.undock_by_controller, self.crash):
+                      self.broken_policy, self.undock_by_properties, self.undock_by_controller, self.crash,
+                      self.workbench):
             scene()
 
 

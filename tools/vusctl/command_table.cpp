@@ -98,6 +98,10 @@ constexpr char kLearnNotes[] =
         "cannot separate as warnings on the error output. Options may be repeated.\n"
         "Exit status 1: some device cannot be admitted.\n";
 
+constexpr char kCompletionNotes[] =
+        "SHELL is bash, zsh or fish; man is the manual page's synopsis and commands.\n"
+        "For this shell only: . <(vusctl completion bash)\n";
+
 constexpr Option kUsbRecord = {"--usb", nullptr, "the USB device of that id"};
 constexpr Option kInputRecord = {"--input", nullptr, "the input device of that id"};
 
@@ -218,6 +222,9 @@ std::vector<Command> workbench_rows() {
              "write a policy that admits these devices and no others", kLearnNotes, learn_policy},
             {"policy", "import", "FILE", 1, 1, loose(), "FILE, and --loose",
              "make a policy of rules of another language", kImportNotes, import_policy},
+            {"completion", "", "SHELL", 1, 1, none(), "bash, zsh, fish or man",
+             "what a shell, or the manual page, knows of these words", kCompletionNotes,
+             print_completion},
     };
 }
 

@@ -13,5 +13,6 @@ int explain_policy(Context& context, const Call& call);
 int test_policy(Context& context, const Call& call);
 int learn_policy(Context& context, const Call& call);
 int import_policy(Context& context, const Call& call);
+int print_completion(Context& context, const Call& call);
 
 }  // namespace android::vus::ctl
