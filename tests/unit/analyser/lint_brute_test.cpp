@@ -22,7 +22,7 @@ namespace android::vus::workbench {
 namespace {
 
 using testing::ElementsAreArray;
-using Ids = std::set<std::string>;
+using FoundIds = std::set<std::string>;
 
 constexpr uint64_t kLintSeed = 20261122;
 constexpr int32_t kUnnamedProduct = 3;  // that no rule of the small world names
@@ -41,10 +41,10 @@ class Oracle {
     Oracle(const std::string& text, const Policy& policy)
           : text_(text), policy_(policy), verdicts_(verdictsOf(policy)) {}
 
-    Ids expected() {
+    FoundIds expected() {
         if (policy_.mode == kModeDefault) {
             const bool hasRules = std::count(text_.begin(), text_.end(), '\n') > 2;
-            return hasRules ? Ids{"rules-not-read"} : Ids{};
+            return hasRules ? FoundIds{"rules-not-read"} : FoundIds{};
         }
         expectExtremes();
         expectRules();
@@ -126,7 +126,7 @@ class Oracle {
     const std::string& text_;
     const Policy& policy_;
     const std::vector<bool> verdicts_;
-    Ids expected_;
+    FoundIds expected_;
 };
 
 Policy withoutVendorRule(Policy policy, size_t at) {
@@ -158,8 +158,8 @@ bool hasDeadRule(Policy policy) {
     return false;
 }
 
-Ids idsOf(const std::vector<Finding>& findings) {
-    Ids ids;
+FoundIds idsOf(const std::vector<Finding>& findings) {
+    FoundIds ids;
     for (const Finding& each : findings) ids.insert(std::string(each.rule->id));
     return ids;
 }
@@ -172,8 +172,8 @@ TEST(LintBruteForceTest, FindsWhatIsSoAndNothingElse) {
         SCOPED_TRACE(text);
         const Policy policy = policyOf(text);
         const std::vector<Finding> findings = lint(text, policy, nullptr);
-        Ids found = idsOf(findings);
-        const Ids expected = Oracle(text, policy).expected();
+        FoundIds found = idsOf(findings);
+        const FoundIds expected = Oracle(text, policy).expected();
         const bool dead = found.erase("covered-rule") + found.erase("repeated-rule") > 0;
         EXPECT_THAT(found, ElementsAreArray(expected));
         if (expected.empty() && !dead) ++clean;
