@@ -121,14 +121,6 @@ int print_status(std::ostream& out, std::ostream& err) {
     return kDone;
 }
 
-int check_policy(const std::string& path, std::ostream& out, std::ostream& err) {
-    std::string content;
-    if (!read_all(path, &content)) return file_error(err, "read", path);
-    const std::string answer = answer_to(content);
-    out << printable(answer) << "\n";
-    return answer == kSuccess ? kDone : kRefused;
-}
-
 int read_good_policy(const std::string& path, std::string* content, std::ostream& err) {
     if (!read_all(path, content)) return file_error(err, "read", path);
     const std::string verdict = answer_to(*content);

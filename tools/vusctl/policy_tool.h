@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The policy as a file: printed, checked by the daemon's own reading, replaced. Each returns an
+// The policy as a file: printed, and replaced if the daemon would accept it. Each returns an
 // exit status of vusctl. A path of "-" is the standard input.
 
 #pragma once
@@ -19,9 +19,6 @@ int print_policy(std::ostream& out, std::ostream& err);
 
 // What became of the last policy.
 int print_status(std::ostream& out, std::ostream& err);
-
-// Reads the file as the daemon would, which does not notice. Prints the text that it would answer.
-int check_policy(const std::string& path, std::ostream& out, std::ostream& err);
 
 // Reads a policy that the daemon would accept. With any other one: said why, and the exit status.
 int read_good_policy(const std::string& path, std::string* content, std::ostream& err);

@@ -37,7 +37,7 @@ struct IdRegion {
     Subject subject;
 };
 
-Claim exampleOf(const ClassRegion& region, Ids ids) {
+Claim claimIn(const ClassRegion& region, Ids ids) {
     return region.code ? claimOfClass(*region.code, ids) : usbClaim({kNeutralClass}, ids);
 }
 
@@ -143,7 +143,7 @@ class Comparison {
         const int changed = change(classes.listed, ids.listed);
         if (changed == 0) return false;
         found_.push_back(
-                {subject, changed > 0, classes.code.value_or(0), exampleOf(classes, ids.ids)});
+                {subject, changed > 0, classes.code.value_or(0), claimIn(classes, ids.ids)});
         return true;
     }
 

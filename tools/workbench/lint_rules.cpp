@@ -13,7 +13,7 @@ namespace {
 
 using Cause = DeadRule::Cause;
 
-std::string lineOf(int line) {
+std::string lineText(int line) {
     return line == kNoLine ? "the vendor rules together" : "line " + std::to_string(line);
 }
 
@@ -23,7 +23,7 @@ void addDeadClass(const DeadRule& dead, Findings* findings) {
     findings->add(repeated ? "repeated-rule" : "covered-rule", dead.line,
                   rule.name +
                           (repeated ? " is listed by " : " never decides: all its devices match ") +
-                          lineOf(dead.by) + (repeated ? " already." : "."),
+                          lineText(dead.by) + (repeated ? " already." : "."),
                   "Remove it.", claimOfClass(rule.code, findings->neutralIds()));
 }
 
@@ -52,8 +52,8 @@ size_t addDeadVendor(const std::vector<DeadRule>& all, size_t at, Findings* find
             repeated ? (one ? " is listed by " : " repeat ") : (one ? " matches " : " match ");
     findings->add(repeated ? "repeated-rule" : "covered-rule", first.line,
                   what + verb +
-                          (repeated ? lineOf(first.by) + "."
-                                    : "by " + lineOf(first.by) +
+                          (repeated ? lineText(first.by) + "."
+                                    : "by " + lineText(first.by) +
                                               " already: the vendor counts as listed whole."),
                   one ? "Remove it." : "Remove them.",
                   findings->bareClaim({rule.vendor, whole ? 1 : rule.product}));

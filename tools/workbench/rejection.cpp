@@ -18,15 +18,15 @@ namespace android::vus::workbench {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kAround = " \t\r\n";
 constexpr std::string_view kAfterBlank = ", without the blanks around it";
 // Texts that are longer are no misspelt name, and not worth the time.
 constexpr size_t kLongestName = 64;
 
 std::string_view trimmed(std::string_view text) {
-    const size_t begin = text.find_first_not_of(kBlanks);
+    const size_t begin = text.find_first_not_of(kAround);
     if (begin == std::string_view::npos) return "";
-    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+    return text.substr(begin, text.find_last_not_of(kAround) - begin + 1);
 }
 
 std::string upper(std::string_view text) {
@@ -58,7 +58,7 @@ std::vector<std::string_view> admissibleNames() {
     return names;
 }
 
-std::optional<int32_t> number(std::string_view text, int base) {
+std::optional<int32_t> wholeNumber(std::string_view text, int base) {
     int32_t value = 0;
     const auto end = std::from_chars(text.data(), text.data() + text.size(), value, base);
     if (text.empty() || end.ec != std::errc() || end.ptr != text.data() + text.size()) {
@@ -68,6 +68,7 @@ std::optional<int32_t> number(std::string_view text, int base) {
 }
 
 std::string hintOfClassCode(int32_t code) {
+    if (code < 0) return "";
     if (code == kUsbClassHid) {
         return "AINPUT_SOURCE_KEYBOARD or AINPUT_SOURCE_MOUSE: HID devices are judged as input "
                "devices";
@@ -91,7 +92,8 @@ std::string hintOfClass(const std::string& offender) {
         return hint + (hint == text ? std::string(kAfterBlank) : "");
     }
     const bool hexadecimal = upper(text.substr(0, 2)) == "0X";
-    if (const auto byNumber = number(hexadecimal ? text.substr(2) : text, hexadecimal ? 16 : 10)) {
+    if (const auto byNumber =
+                wholeNumber(hexadecimal ? text.substr(2) : text, hexadecimal ? 16 : 10)) {
         return hintOfClassCode(*byNumber);
     }
     std::string name = nearest(text, admissibleNames());
@@ -103,12 +105,12 @@ std::string hintOfClass(const std::string& offender) {
 std::string hintOfId(const std::string& offender) {
     const std::string_view text = trimmed(offender);
     if (isDecimal(text)) {
-        return number(text, 10) ? std::string(text) + std::string(kAfterBlank)
-                                : "an id of a device: at most 65535";
+        return wholeNumber(text, 10) ? std::string(text) + std::string(kAfterBlank)
+                                     : "an id of a device: at most 65535";
     }
     const bool prefix = upper(text.substr(0, 2)) == "0X";
     const std::string_view digits = prefix ? text.substr(2) : text;
-    const auto value = number(digits, 16);
+    const auto value = wholeNumber(digits, 16);
     if (!value || *value < 0) return "a decimal number, at most 65535";
     return std::to_string(*value) + ", which is hexadecimal " + std::string(digits) +
            "; ids are decimal here";

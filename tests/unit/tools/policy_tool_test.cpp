@@ -16,6 +16,7 @@
 #include "tests/support/world.h"
 #include "tests/unit/tools/fake_watcher.h"
 #include "tools/vusctl/client.h"
+#include "tools/workbench/check.h"
 
 namespace android::vus::ctl {
 namespace {
@@ -35,7 +36,15 @@ class PolicyToolTest : public testing::Test {
         WriteFile("/data/bad.xml", kBad);
     }
 
-    int Check(const std::string& path) { return check_policy(path, out_, err_); }
+    // Keeps the first line: what the daemon would say.
+    int Check(const std::string& path) {
+        workbench::CheckOptions options;
+        options.path = path;
+        std::ostringstream out;
+        const int status = workbench::runCheck(options, nullptr, out, err_);
+        out_ << out.str().substr(0, out.str().find('\n') + 1);
+        return status;
+    }
     int Set(const std::string& path, milliseconds limit = kAnswerLimit) {
         return set_policy(path, out_, err_, limit);
     }
