@@ -49,6 +49,7 @@ TIMES = [
     ("rules alone, 1,000 rules", "BM_RuleEvaluation", 10),
     ("decision without sysfs, no rule matches", "BM_InputDecision", None),
     ("decision without sysfs, eight classes match", "BM_InputDecisionOfEightClasses", None),
+    ("policy explain, 10,000 devices, 10,000 rules", "BM_PolicyExplain", 1_000_000),
     ("policy check, 10,000 rules", "BM_PolicyCheck", 100_000),
     ("policy diff, 10,000 rules", "BM_PolicyDiff", 100_000),
     ("policy diff, 9,000 differences as JSON", "BM_PolicyDiffOfEverything", None),

@@ -23,15 +23,25 @@ bool is_policy(const std::string& content) {
     return std::holds_alternative<Policy>(parsePolicy(content));
 }
 
+// The daemon's copy has a line feed behind the last line.
+bool is_copy(const std::string& copy, std::string content) {
+    if (content.empty() || content.back() != '\n') content += '\n';
+    return copy == content;
+}
+
 }  // namespace
 
 OnDisk compare_with_disk() {
-    auto policy = content_of(kPolicyFile);
+    const auto policy = content_of(kPolicyFile);
     const auto backup = content_of(kPolicyBackupFile);
     if (!policy || !backup) return OnDisk::kUnknown;
     if (!is_policy(*policy)) return OnDisk::kRejected;
-    if (policy->empty() || policy->back() != '\n') *policy += '\n';
-    return *policy == *backup ? OnDisk::kInForce : OnDisk::kNotInForce;
+    return is_copy(*backup, *policy) ? OnDisk::kInForce : OnDisk::kNotInForce;
+}
+
+bool is_in_force(const std::string& content) {
+    const auto backup = content_of(kPolicyBackupFile);
+    return backup && is_copy(*backup, content);
 }
 
 std::string on_disk_text(OnDisk on_disk) {

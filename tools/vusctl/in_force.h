@@ -27,6 +27,9 @@ enum class OnDisk {
 
 OnDisk compare_with_disk();
 
+// Whether the daemon's copy of what it loaded last is a copy of this text.
+bool is_in_force(const std::string& content);
+
 // What is to be said of it to people; empty for kInForce.
 std::string on_disk_text(OnDisk on_disk);
 

@@ -80,7 +80,9 @@ int set_policy_file(Context& context, const Call& call) {
         context.err << "vusctl: not set\n";
         return kRefused;
     }
-    return put_in_force(content, context.out, context.err);
+    const int answer = put_in_force(content, context.out, context.err);
+    if (answer == kDone) end_trial();
+    return answer;
 }
 
 int try_policy_file(Context& context, const Call& call) {

@@ -86,9 +86,10 @@ bool is_removed(int fd) {
 // The guard's life. Ends the process.
 class Guard {
   public:
-    Guard(unique_fd from_vusctl, unique_fd trial, std::string last_good)
+    Guard(unique_fd from_vusctl, unique_fd trial, std::string tried, std::string last_good)
           : from_vusctl_(std::move(from_vusctl)),
             trial_(std::move(trial)),
+            tried_(std::move(tried)),
             last_good_(std::move(last_good)) {}
 
     [[noreturn]] void live(seconds time) {
@@ -130,18 +131,29 @@ class Guard {
 
     void take_back() {
         if (is_removed(trial_.get()) || unlink(kTrialFile) != 0) return;  // it was kept
-        put_back_in_place(last_good_);
+        // A third policy was put there by somebody who knew what he wanted.
+        if (is_ours()) put_back_in_place(last_good_);
+    }
+
+    // Whether the policy on disk is the last good one, or the one on trial: vusctl died before the
+    // one was there again, or the daemon crashed and put its copy there, with a line feed behind
+    // it.
+    bool is_ours() const {
+        std::string now;
+        if (!base::ReadFileToString(kPolicyFile, &now, /*follow_symlinks=*/true)) return true;
+        return now == last_good_ || now == tried_ || now == tried_ + "\n" || now.empty();
     }
 
     const unique_fd from_vusctl_, trial_;
-    const std::string last_good_;
+    const std::string tried_, last_good_;
 };
 
 // vusctl's end of the guard.
 class GuardLine {
   public:
     // False if there is no guard; then there must be no trial.
-    bool start(unique_fd trial, const std::string& last_good, seconds time) {
+    bool start(unique_fd trial, const std::string& tried, const std::string& last_good,
+               seconds time) {
         int ends[2];
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return false;
         to_guard_.reset(ends[0]);
@@ -152,7 +164,7 @@ class GuardLine {
             to_guard_.reset();
             const pid_t guard = fork();
             if (guard != 0) _exit(guard < 0 ? 1 : 0);
-            Guard(std::move(from_vusctl), std::move(trial), last_good).live(time);
+            Guard(std::move(from_vusctl), std::move(trial), tried, last_good).live(time);
         }
         int status = 0;
         return child > 0 && TEMP_FAILURE_RETRY(waitpid(child, &status, 0)) == child &&
@@ -202,7 +214,7 @@ int try_policy(const std::string& content, seconds time, std::ostream& out, std:
         return status;
     }
     GuardLine guard;
-    if (!guard.start(std::move(trial), last_good, time)) {
+    if (!guard.start(std::move(trial), content, last_good, time)) {
         unlink(kTrialFile);
         return fail_with_errno(err, "not tried: no guard could be started");
     }
@@ -228,6 +240,10 @@ int keep_policy(std::ostream& out, std::ostream& err) {
         err << "vusctl: no policy is on trial\n";
         return kRefused;
     }
+    if (!is_in_force(content)) {
+        err << "vusctl: too late: the daemon has loaded another policy since\n";
+        return kRefused;
+    }
     if (is_removed(trial.get()) || unlink(kTrialFile) != 0) {
         err << "vusctl: too late: the policy was taken back\n";
         return kRefused;
@@ -237,6 +253,10 @@ int keep_policy(std::ostream& out, std::ostream& err) {
     }
     out << "kept\n";
     return kDone;
+}
+
+void end_trial() {
+    unlink(kTrialFile);
 }
 
 }  // namespace android::vus::ctl

@@ -170,6 +170,37 @@ TEST_F(TrialTest, IsKeptWithoutTheDaemonsReadingItAgain) {
     EXPECT_EQ(ReadFile(kPolicyFile), kNew);
 }
 
+TEST_F(TrialTest, CannotBeKeptWhenTheDaemonHasStartedAnew) {
+    Begin(kLong);
+    WriteFile(kPolicyBackupFile, kOld);  // the copy of what it found on disk
+    EXPECT_EQ(keep_policy(out_, err_), kRefused);
+    EXPECT_EQ(err_.str(), "vusctl: too late: the daemon has loaded another policy since\n");
+    EXPECT_EQ(ReadFile(kPolicyFile), kOld);
+}
+
+TEST_F(TrialTest, PolicyThatSomebodyElseWroteIsLeftAlone) {
+    Begin(kLong);
+    const std::string third = "<usbconfig mode=\"blacklist\"/>";
+    WriteFile(kPolicyFile, third);
+    EndGuard(SIGTERM);
+    EXPECT_EQ(ReadFile(kPolicyFile), third);
+}
+
+TEST_F(TrialTest, IsTakenBackFromWhereACrashOfTheDaemonPutIt) {
+    Begin(kLong);
+    WriteFile(kPolicyFile, kNew);
+    EndGuard(SIGTERM);
+    EXPECT_EQ(ReadFile(kPolicyFile), kOld);
+}
+
+TEST_F(TrialTest, EndsWithoutATraceWhenAPolicyIsPutInForceForGood) {
+    Begin(kLong);
+    end_trial();
+    WriteFile(kPolicyFile, kNew);
+    EndGuard(SIGTERM);
+    EXPECT_EQ(ReadFile(kPolicyFile), kNew);
+}
+
 TEST_F(TrialTest, KeepWithoutATrialIsSaid) {
     EXPECT_EQ(keep_policy(out_, err_), kRefused);
     EXPECT_EQ(err_.str(), "vusctl: no policy is on trial\n");
