@@ -25,8 +25,8 @@ constexpr std::string_view kStartupTasksArgument = "run-startup-tasks";
 // Far longer than restoring the policy and unwinding a stack take on the slowest device.
 constexpr unsigned kCrashHandlerSeconds = 30;
 
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free,
-              "they are used by signal handlers");
+static_assert(std::atomic<int>::is_always_lock_free, "it is used by signal handlers");
+static_assert(std::atomic<pid_t>::is_always_lock_free, "it is used by signal handlers");
 
 std::atomic<int> firstSignal{0};
 
