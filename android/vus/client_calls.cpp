@@ -167,7 +167,7 @@ ClientCalls::Shared::EntryPtr ClientCalls::Shared::begin(const Client& client) {
         const MutexLock<> lock(mutex_);
         EntryPtr& known = entries_[client.binder.get()];
         if (known == nullptr) known = std::make_shared<Entry>(client);
-        const EntryPtr entry = known;
+        EntryPtr entry = known;
         waitForTurn(entry.get());
         if (!isLate(*entry)) {
             entry->running = true;

@@ -56,6 +56,7 @@ std::vector<int32_t> interface_classes(const std::string& entry) {
         classes[number(name, "bInterfaceNumber", 16)] = number(name, "bInterfaceClass", 16);
     }
     std::vector<int32_t> in_order;
+    in_order.reserve(classes.size());
     for (const auto& [interface, code] : classes) in_order.push_back(code);
     return in_order;
 }

@@ -82,7 +82,7 @@ void Tracker::handle_input(const Event& event) {
 }
 
 std::string Tracker::found(const std::string& subsystem, const std::string& path) {
-    const std::string name = base::Basename(path);
+    std::string name = base::Basename(path);
     if (subsystem == "usb" && is_device_name(name) && name.find(':') == std::string::npos) {
         // One that is still waited for is judged when it has settled.
         if (!settling_.waits_for(name)) actions_.judge_usb(name);
