@@ -51,7 +51,7 @@ class SomeNames final : public VendorNames {
 };
 
 bool finds(const std::string& text, std::string_view id) {
-    const SomeNames names;
+    const SomeNames names{};
     for (const Finding& each : lint(text, policyOf(text), &names)) {
         if (each.rule->id == id) return true;
     }
