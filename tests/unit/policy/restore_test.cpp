@@ -217,8 +217,7 @@ TEST_F(RestoreTest, ARaceWithAWriterIsNeverLost) {
         std::atomic<bool> go{false};
         std::thread writer([&] {
             ready = true;
-            while (!go) {
-            }
+            while (!go) std::this_thread::yield();
             const auto start = std::chrono::steady_clock::now() + pause;
             while (std::chrono::steady_clock::now() < start) {
             }
