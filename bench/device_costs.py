@@ -98,7 +98,8 @@ def attach_others(machine, count):
     for number, port in enumerate(ports[:count - len(hubs)]):
         kind = CATALOG[KINDS[number % len(KINDS)]]
         machine.plug(kind, name=f"{kind.name}-{number}", port=port)
-        machine.wait_until(f"[ -e /sys/bus/usb/devices/1-{port}:1.0 ]", seconds=30)
+        # A disk at the controller's own port is on its super-speed bus.
+        machine.wait_until(f"[ -e /sys/bus/usb/devices/[12]-{port}:1.0 ]", seconds=60)
     Daemon(machine).wait_until_idle()
 
 
