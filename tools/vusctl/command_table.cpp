@@ -145,7 +145,7 @@ std::vector<Option> yes() {
     return {{"--yes", nullptr, "do not ask"}};
 }
 
-std::vector<Option> seconds() {
+std::vector<Option> trial_options() {
     return {{"--seconds", "N", "how long"}};
 }
 
@@ -197,7 +197,7 @@ std::vector<Command> policy_rows() {
              show_policy},
             {"policy", "set", "FILE", 1, 1, yes(), "FILE, and --yes", "put a policy in force",
              kSetNotes, set_policy_file},
-            {"policy", "try", "FILE", 1, 1, seconds(), "FILE, and --seconds N",
+            {"policy", "try", "FILE", 1, 1, trial_options(), "FILE, and --seconds N",
              "put a policy in force for a time", kTryNotes, try_policy_file},
             {"policy", "keep", "", 0, 0, none(), "no argument", "keep the policy that is on trial",
              kKeepNotes, keep_tried_policy},

@@ -83,6 +83,14 @@ bool is_removed(int fd) {
     return fstat(fd, &now) != 0 || now.st_nlink == 0;
 }
 
+// What asks the guard to end: it takes the policy back then, and at once.
+sigset_t guard_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
+    return signals;
+}
+
 // The guard's life. Ends the process.
 class Guard {
   public:
@@ -115,10 +123,7 @@ class Guard {
 
     // Until the time is over, asleep or not, or somebody wants an end of it.
     static void wait(seconds time) {
-        sigset_t signals;
-        sigemptyset(&signals);
-        for (const int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        const sigset_t signals = guard_signals();
         const unique_fd asked(signalfd(-1, &signals, SFD_CLOEXEC));
         const unique_fd timer(timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC));
         itimerspec end = {};
@@ -158,6 +163,10 @@ class GuardLine {
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return false;
         to_guard_.reset(ends[0]);
         unique_fd from_vusctl(ends[1]);
+        // Blocked in the guard from its first moment: a signal then waits until it is listened to.
+        const sigset_t signals = guard_signals();
+        sigset_t before;
+        sigprocmask(SIG_BLOCK, &signals, &before);
         // Twice: the guard is nobody's child, and vusctl waits for none.
         const pid_t child = fork();
         if (child == 0) {
@@ -166,6 +175,7 @@ class GuardLine {
             if (guard != 0) _exit(guard < 0 ? 1 : 0);
             Guard(std::move(from_vusctl), std::move(trial), tried, last_good).live(time);
         }
+        sigprocmask(SIG_SETMASK, &before, nullptr);
         int status = 0;
         return child > 0 && TEMP_FAILURE_RETRY(waitpid(child, &status, 0)) == child &&
                WIFEXITED(status) && WEXITSTATUS(status) == 0;

@@ -28,7 +28,8 @@ int try_policy(const std::string& content, std::chrono::seconds time, std::ostre
 // Makes the policy on trial the policy on disk. It is in force: nothing is reset.
 int keep_policy(std::ostream& out, std::ostream& err);
 
-// Ends a trial, if there is one, for a policy that was put in force for good: nothing is taken back.
+// Ends a trial, if there is one, for a policy that was put in force for good: nothing is taken
+// back.
 void end_trial();
 
 }  // namespace android::vus::ctl

@@ -4,15 +4,13 @@
 
 #include <errno.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <iostream>
-#include <variant>
-
-#include <android-base/file.h>
+#include <utility>
 
 #include "tools/common/text.h"
+#include "tools/workbench/inputs.h"
 #include "tools/workbench/list.h"
 #include "tools/workbench/tree.h"
 
@@ -21,11 +19,6 @@ namespace android::vus::ctl {
 namespace {
 
 using Take = std::function<void(workbench::Device)>;
-
-bool read_all(const std::string& path, std::string* content) {
-    if (path == "-") return base::ReadFdToString(STDIN_FILENO, content);
-    return base::ReadFileToString(path, content, /*follow_symlinks=*/true);
-}
 
 int unreadable(Context& context, const std::string& path) {
     return context.failed("cannot read " + printable(path) + ": " + strerror(errno));
@@ -56,23 +49,13 @@ int read_tree(Context& context, const std::string& dir, const Take& take) {
 }  // namespace
 
 bool read_file(Context& context, const std::string& path, std::string* content) {
-    if (read_all(path, content)) return true;
-    unreadable(context, path);
-    return false;
+    auto read = workbench::readFile(path, context.err);
+    if (read) *content = std::move(*read);
+    return read.has_value();
 }
 
 std::optional<Policy> load_policy(Context& context, const std::string& path, int* status) {
-    std::string content;
-    *status = kFailed;
-    if (!read_file(context, path, &content)) return std::nullopt;
-    auto read = parsePolicy(content);
-    if (auto* const policy = std::get_if<Policy>(&read)) return std::move(*policy);
-    const PolicyFailure& failure = std::get<PolicyFailure>(read);
-    const std::string line = failure.line > 0 ? ":" + std::to_string(failure.line) : "";
-    context.err << "vusctl: " << printable(path) << line
-                << ": the daemon would reject this policy: " << printable(failure.status) << "\n";
-    *status = kRefused;
-    return std::nullopt;
+    return workbench::readPolicy(path, context.err, status);
 }
 
 std::vector<Option> device_source_options() {

@@ -13,6 +13,7 @@
 #include "android/vus/policy.h"
 #include "tools/common/text.h"
 #include "tools/workbench/rule_language.h"
+#include "tools/workbench/xml_comment.h"
 
 namespace android::vus::workbench {
 
@@ -20,8 +21,6 @@ namespace {
 
 using base::StringPrintf;
 using Target = ForeignRule::Target;
-
-constexpr size_t kCommentWidth = 60;
 
 bool overlaps(const RuleId& one, const RuleId& other) {
     const bool vendors = !one.vendor || !other.vendor || one.vendor == other.vendor;
@@ -38,16 +37,6 @@ bool overlaps(const ForeignRule& one, const ForeignRule& other) {
         }
     }
     return false;
-}
-
-// Fit for a comment of XML, which two hyphens would end.
-std::string commentText(const std::string& text) {
-    std::string clean = shortened(printable(text), kCommentWidth);
-    for (size_t at = clean.find("--"); at != std::string::npos; at = clean.find("--", at)) {
-        clean.insert(at + 1, " ");
-    }
-    if (!clean.empty() && clean.back() == '-') clean += ' ';
-    return clean;
 }
 
 // One import, rule by rule.
@@ -182,7 +171,7 @@ class Import {
     }
 
     static std::string comment(const char* indent, const ForeignRule& rule) {
-        return indent + StringPrintf("<!-- line %d: ", rule.line) + commentText(rule.text) +
+        return indent + StringPrintf("<!-- line %d: ", rule.line) + xmlCommentText(rule.text) +
                " -->\n";
     }
 

@@ -9,7 +9,7 @@
 
 #include "android/vus/judge.h"
 #include "android/vus/policy.h"
-#include "tools/common/text.h"
+#include "tools/workbench/xml_comment.h"
 
 namespace android::vus::workbench {
 
@@ -18,18 +18,7 @@ namespace {
 using base::StringPrintf;
 
 constexpr size_t kNamesShown = 3;
-constexpr size_t kNameWidth = 60;
 constexpr size_t kClaimsKept = 4;  // of the different devices behind one pair of ids
-
-// Fit for a comment of XML, which two hyphens would end.
-std::string nameForComment(const std::string& text) {
-    std::string clean = shortened(printable(text), kNameWidth);
-    for (size_t at = clean.find("--"); at != std::string::npos; at = clean.find("--", at)) {
-        clean.insert(at + 1, " ");
-    }
-    if (!clean.empty() && clean.back() == '-') clean += ' ';
-    return clean;
-}
 
 std::string what(const Device& device) {
     Device nameless = device;
@@ -53,7 +42,7 @@ void Learner::see(const Device& device) {
     Product& product = products_[{claim.vendorId, claim.productId}];
     ++product.devices;
     if (product.names.size() <= kNamesShown) {
-        const std::string name = nameForComment(device.name.empty() ? what(device) : device.name);
+        const std::string name = xmlCommentText(device.name.empty() ? what(device) : device.name);
         product.names.insert(name);
     }
     if (product.devices == 1) samples_.push_back(device);

@@ -10,11 +10,11 @@
 #include <map>
 #include <vector>
 
-#include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "tools/common/text.h"
 #include "tools/hotplug/input_sources.h"
+#include "tools/workbench/sysfs_entry.h"
 
 namespace android::vus::workbench {
 
@@ -24,27 +24,6 @@ namespace fs = std::filesystem;
 
 constexpr int32_t kHubClass = 9;
 constexpr int kLongBits = 64;  // of a word of the kernel's bitmaps; see Bitmap
-
-std::string attribute(const fs::path& directory, const char* name) {
-    std::string value;
-    base::ReadFileToString((directory / name).string(), &value, /*follow_symlinks=*/true);
-    return base::Trim(value);
-}
-
-int32_t number(const fs::path& directory, const char* name, int base) {
-    return static_cast<int32_t>(strtol(attribute(directory, name).c_str(), nullptr, base));
-}
-
-// The entries of a directory by name; none if it cannot be read.
-std::map<std::string, fs::path> entriesOf(const fs::path& directory) {
-    std::map<std::string, fs::path> entries;
-    std::error_code error;
-    for (fs::directory_iterator at(directory, error), end; !error && at != end;
-         at.increment(error)) {
-        entries[at->path().filename().string()] = at->path();
-    }
-    return entries;
-}
 
 bool isOwnDirectory(const fs::path& path) {
     std::error_code error;
@@ -73,8 +52,8 @@ int32_t sourcesOf(const fs::path& input) {
     const fs::path capabilities = input / "capabilities";
     std::map<unsigned, Bitmap> events;
     const std::pair<unsigned, const char*> kinds[] = {{1, "key"}, {2, "rel"}, {3, "abs"}};
-    for (const auto& [type, name] : kinds) events.emplace(type, attribute(capabilities, name));
-    const Bitmap properties(attribute(input, "properties"));
+    for (const auto& [type, name] : kinds) events.emplace(type, sysfsText(capabilities, name));
+    const Bitmap properties(sysfsText(input, "properties"));
     return hotplug::input_sources({[&events](unsigned type, unsigned code) {
                                        const auto found = events.find(type);
                                        return found != events.end() && found->second.has(code);
@@ -95,10 +74,10 @@ class TreeReader {
 
     std::vector<Device> read() const {
         std::vector<Device> devices;
-        for (const auto& [name, path] : entriesOf(devices_)) {
+        for (const auto& [name, path] : sysfsEntries(devices_)) {
             if (name.find(':') == std::string::npos) readUsb(name, path, &devices);
         }
-        for (const auto& [name, path] : entriesOf(inputs_)) {
+        for (const auto& [name, path] : sysfsEntries(inputs_)) {
             if (base::StartsWith(name, "input")) readInput(name, path, &devices);
         }
         std::stable_sort(devices.begin(), devices.end(), [](const Device& one, const Device& two) {
@@ -111,18 +90,18 @@ class TreeReader {
     static void readUsb(const std::string& name, const fs::path& path,
                         std::vector<Device>* devices) {
         Device device;
-        const int32_t number_on_bus = number(path, "devnum", 10);
+        const int32_t number_on_bus = sysfsNumber(path, "devnum", 10);
         if (number_on_bus == 0) return;
-        device.id = number(path, "busnum", 10) * 1000 + number_on_bus;
-        device.claim = {number(path, "bDeviceClass", 16),
+        device.id = sysfsNumber(path, "busnum", 10) * 1000 + number_on_bus;
+        device.claim = {sysfsNumber(path, "bDeviceClass", 16),
                         {},
-                        number(path, "idVendor", 16),
-                        number(path, "idProduct", 16)};
+                        sysfsNumber(path, "idVendor", 16),
+                        sysfsNumber(path, "idProduct", 16)};
         readInterfaces(name, path, &device);
         if (isHub(device.claim)) return;
-        device.vendorName = printable(attribute(path, "manufacturer"));
-        device.productName = printable(attribute(path, "product"));
-        device.serial = printable(attribute(path, "serial"));
+        device.vendorName = printable(sysfsText(path, "manufacturer"));
+        device.productName = printable(sysfsText(path, "product"));
+        device.serial = printable(sysfsText(path, "serial"));
         device.name = device.productName.empty()
                               ? idPair(device.claim.vendorId, device.claim.productId)
                               : device.productName;
@@ -140,18 +119,18 @@ class TreeReader {
     static void readInterfaces(const std::string& name, const fs::path& path, Device* device) {
         std::map<int32_t, int32_t> classes;
         device->vendorHid = false;
-        for (const auto& [entry, interface] : entriesOf(path)) {
+        for (const auto& [entry, interface] : sysfsEntries(path)) {
             if (!base::StartsWith(entry, name + ":")) continue;
-            if (attribute(interface, "bInterfaceClass").empty()) continue;
-            classes[number(interface, "bInterfaceNumber", 16)] =
-                    number(interface, "bInterfaceClass", 16);
+            if (sysfsText(interface, "bInterfaceClass").empty()) continue;
+            classes[sysfsNumber(interface, "bInterfaceNumber", 16)] =
+                    sysfsNumber(interface, "bInterfaceClass", 16);
             if (hasHidWithoutInput(interface)) device->vendorHid = true;
         }
         for (const auto& [at, code] : classes) device->claim.interfaceClasses.push_back(code);
     }
 
     static bool hasHidWithoutInput(const fs::path& interface) {
-        for (const auto& [entry, path] : entriesOf(interface)) {
+        for (const auto& [entry, path] : sysfsEntries(interface)) {
             if (entry.find(':') == std::string::npos || !isOwnDirectory(path)) continue;
             if (!isOwnDirectory(path / "input")) return true;
         }
@@ -165,11 +144,11 @@ class TreeReader {
         device.claim.deviceClass = sourcesOf(path);
         if (device.claim.deviceClass == 0) return;
         device.id = static_cast<int32_t>(strtol(name.c_str() + strlen("input"), nullptr, 10));
-        device.claim.vendorId = number(path / "id", "vendor", 16);
-        device.claim.productId = number(path / "id", "product", 16);
-        device.name = printable(attribute(path, "name"));
+        device.claim.vendorId = sysfsNumber(path / "id", "vendor", 16);
+        device.claim.productId = sysfsNumber(path / "id", "product", 16);
+        device.name = printable(sysfsText(path, "name"));
         device.productName = device.name;
-        device.serial = printable(attribute(path, "uniq"));
+        device.serial = printable(sysfsText(path, "uniq"));
         devices->push_back(std::move(device));
     }
 

@@ -2,17 +2,15 @@
 
 #include "tools/workbench/verify.h"
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <map>
 #include <set>
 #include <utility>
 
-#include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "tools/common/text.h"
+#include "tools/workbench/sysfs_entry.h"
 #include "tools/workbench/tree.h"
 
 namespace android::vus::workbench {
@@ -38,19 +36,13 @@ std::string driverOf(const fs::path& interface) {
 // The interfaces of each attached USB device, by the device's id and then by name.
 std::map<int32_t, std::map<std::string, fs::path>> readInterfaces(const std::string& root) {
     std::map<int32_t, std::map<std::string, fs::path>> interfaces;
-    std::error_code error;
-    for (fs::directory_iterator at(fs::path(root) / "bus/usb/devices", error), end;
-         !error && at != end; at.increment(error)) {
-        const std::string name = at->path().filename().string();
+    for (const auto& [name, device] : sysfsEntries(fs::path(root) / "bus/usb/devices")) {
         if (name.find(':') != std::string::npos) continue;
-        const int number = atoi(presentValue(at->path(), "devnum").c_str());
+        const int32_t number = sysfsNumber(device, "devnum", 10);
         if (number == 0) continue;
-        auto& found = interfaces[atoi(presentValue(at->path(), "busnum").c_str()) * 1000 + number];
-        std::error_code none;
-        for (fs::directory_iterator child(at->path(), none), last; !none && child != last;
-             child.increment(none)) {
-            const std::string entry = child->path().filename().string();
-            if (base::StartsWith(entry, name + ":")) found.emplace(entry, child->path());
+        auto& found = interfaces[sysfsNumber(device, "busnum", 10) * 1000 + number];
+        for (const auto& [entry, path] : sysfsEntries(device)) {
+            if (base::StartsWith(entry, name + ":")) found.emplace(entry, path);
         }
     }
     return interfaces;
