@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <android-base/stringprintf.h>
+
 #include "tools/workbench/dead_rules.h"
 #include "tools/workbench/lint_internal.h"
 
@@ -11,6 +13,7 @@ namespace android::vus::workbench {
 
 namespace {
 
+using base::StringPrintf;
 using Cause = DeadRule::Cause;
 
 std::string lineText(int line) {
@@ -91,18 +94,18 @@ void lintVendors(const VendorNames& names, Findings* findings) {
         const auto ids = findings->form().idsThat(true, vendor);
         if (!ids) continue;
         const Claim witness = findings->bareClaim(*ids);
-        const std::string number = std::to_string(vendor);
         const auto reading = hexadecimalReading(vendor);
         const auto name = reading ? names.nameOf(*reading) : std::nullopt;
         if (name) {
             findings->add("hexadecimal-id", rule.line,
-                          "No vendor " + number + " is known, but 0x" + number + " is " + *name +
-                                  ". Ids are decimal here.",
-                          "Write " + std::to_string(*reading) + " if that vendor is meant.",
-                          witness);
+                          StringPrintf("No vendor %d is known, but 0x%d is %s. Ids are decimal "
+                                       "here.",
+                                       vendor, vendor, name->c_str()),
+                          StringPrintf("Write %d if that vendor is meant.", *reading), witness);
         } else {
             findings->add("unknown-vendor", rule.line,
-                          "The system's database of USB ids knows no vendor " + number + ".",
+                          StringPrintf("The system's database of USB ids knows no vendor %d.",
+                                       vendor),
                           "Compare it with the device's own: `vusctl list`.", witness);
         }
     }

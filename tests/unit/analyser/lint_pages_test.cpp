@@ -74,6 +74,22 @@ TEST(LintPagesTest, EachFindingHasAPageThatShowsIt) {
     EXPECT_EQ(kPages.size(), lintRules().size() + 1);
 }
 
+TEST(LintVendorsTest, HexadecimalReadingIsNamed) {
+    const std::string text =
+            "<usbconfig mode=\"whitelist\">\n<vid vendorid=\"5986\"/>\n"
+            "<vid vendorid=\"61111\"/>\n<vid vendorid=\"1133\"/>\n</usbconfig>";
+    const SomeNames names{};
+    const std::vector<Finding> findings = lint(text, policyOf(text), &names);
+    ASSERT_EQ(findings.size(), 2U);
+    EXPECT_EQ(findings[0].line, 2);
+    EXPECT_EQ(findings[0].message,
+              "No vendor 5986 is known, but 0x5986 is Example Devices. Ids are decimal here.");
+    EXPECT_EQ(findings[0].advice, "Write 22918 if that vendor is meant.");
+    EXPECT_EQ(findings[1].line, 3);
+    EXPECT_EQ(findings[1].message, "The system's database of USB ids knows no vendor 61111.");
+    EXPECT_TRUE(lint(text, policyOf(text), nullptr).empty());
+}
+
 TEST(LintPagesTest, TheIndexIsTheCatalogue) {
     std::string rows;
     for (const LintRule& rule : lintRules()) {
