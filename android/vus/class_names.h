@@ -34,7 +34,7 @@ inline constexpr std::array<ClassName, 29> kClassNames = {{
         {0x01, "USB_CLASS_AUDIO"},
         {0x02, "USB_CLASS_COMM"},
         {0x03, "USB_CLASS_HID"},
-        {0x05, "USB_CLASS_PHYSICA"},  // without its last letter on purpose: policies spell it so
+        {0x05, "USB_CLASS_PHYSICA"},  // policies spell it so; kept: oddity 17
         {0x06, "USB_CLASS_STILL_IMAGE"},
         {0x07, "USB_CLASS_PRINTER"},
         {0x08, "USB_CLASS_MASS_STORAGE"},

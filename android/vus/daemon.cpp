@@ -107,14 +107,14 @@ void serveBinderCalls() {
     IPCThreadState::self()->joinThreadPool(/*isMain=*/true);
 }
 
-// Not restricted to async-signal-safe operations, on purpose: the process is ending anyway. What
-// that may do to the handler itself ends in endPlainly().
+// Not restricted to async-signal-safe operations (kept: oddity 12): the process is ending anyway.
+// What that may do to the handler itself ends in endPlainly().
 void signalHandler(int signum, siginfo_t* /*info*/, void* /*context*/) {
     passFirstCrash(signum);
     endProcessIfHandlerHangs();
     unblockSignals();
 
-    // "Segmentation fault" for every signal, an abort included, on purpose.
+    // "Segmentation fault" for every signal, an abort included; kept: oddity 11.
     LOG(INFO) << "Segmentation faultsignum" << signum << "\n";
     PolicyFiles::rollBackAfterCrash();
 

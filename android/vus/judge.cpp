@@ -168,9 +168,9 @@ std::optional<Rule> PolicyRules::classRule(int32_t code) const {
     return std::nullopt;
 }
 
-// The walk does not stop where the vendor ends, on purpose: a vendor of whom the policy lists only
-// products counts as listed whole as soon as any higher vendor is. Policies in the field rely on
-// the verdicts that this gives.
+// The walk does not stop where the vendor ends (kept: oddity 18): a vendor of whom the policy lists
+// only products counts as listed whole as soon as any higher vendor is. Policies in the field rely
+// on the verdicts that this gives.
 std::optional<Rule> PolicyRules::wholeVendorRule(int32_t vendor) const {
     auto rule = firstOf(policy_.vendors, vendor);
     if (rule == policy_.vendors.end() || rule->vendor != vendor) return std::nullopt;

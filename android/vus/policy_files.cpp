@@ -85,7 +85,7 @@ bool reportCopy(const std::optional<std::string>& copied, bool written) {
     } else {
         LOG(ERROR) << "USB device error is source file open";
     }
-    // Logged after a failure too, on purpose.
+    // Logged after a failure too; kept: oddity 16.
     LOG(INFO) << "Usb Device config file copied successfully..!!";
     return copied && (written || copied->empty());
 }
@@ -110,8 +110,8 @@ void putBackupInForce(const Load& load) {
 }
 
 // A backup that is bad, or that is missing and so leaves an empty policy, is rejected and restored
-// again at the next event: the loop is not guarded against, on purpose. False if the policy is a
-// new one, of whose close nothing will be heard.
+// again at the next event: the loop is not guarded against (kept: oddity 13). False if the policy
+// is a new one, of whose close nothing will be heard.
 bool restoreBackup(const std::string& rejected, const Load& load,
                    const ClosesWaiting& closesWaiting) REQUIRES(filesMutex) {
     LOG(INFO) << "Parsing failure, copying backup file content";
@@ -181,7 +181,7 @@ void PolicyFiles::loadAtStart(const Load& load) {
         LOG(INFO) << " parsing failed";
         return;
     }
-    LOG(INFO) << " updating error fle with success";  // "fle" is spelled so on purpose
+    LOG(INFO) << " updating error fle with success";  // "fle": kept: oddity 2
     writeStatus(kStatusFile, kStatusSuccess);
     LOG(INFO) << "copying backup ";
     backUp(loaded.bytes);

@@ -41,7 +41,7 @@ int32_t UsbDevice::read_sysfs_val(const char* path, char* buf, uint64_t len) {
 int32_t UsbDevice::write_sysfs_val(const char* path, const char* value, uint64_t len) {
     const unique_fd fd(open(path, O_WRONLY | O_CLOEXEC));
     if (!fd.ok()) {
-        // The two blanks are on purpose: log readers look for the text as it has always been.
+        // Two blanks; kept: oddity 19.
         LOG(ERROR) << "Unable to open  sysfs path for writing" << path;
         return 0;
     }

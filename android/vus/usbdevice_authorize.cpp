@@ -57,7 +57,7 @@ class HeldInterface {
     unique_fd directory_;
 };
 
-// The same line for an open and for a write that failed is on purpose.
+// The line is the same for an open and for a write that failed; kept: oddity 20.
 bool report_authorization_failure(const char* text) {
     perror(text);
     LOG(ERROR) << "Error! Could not open file";

@@ -53,7 +53,7 @@ constexpr FunctionDirectory kFunctionDirectories[] = {
 
 // One scan of an interface's directory for what the interface became.
 //
-// The path is extended in place and never restored, on purpose: once a directory was entered
+// The path is extended in place and never restored (kept: oddity 28): once a directory was entered
 // without a result, later ones are looked up below it and as a rule not found. Which of several
 // functions an interface is reported as depends on it.
 class CategoryScan {

@@ -13,7 +13,8 @@
 //   something: a driver is bound, and the interface's directory has other directories in it,
 //   its function had no name yet, or it is an HID device that the input subsystem may yet serve.
 // So of another device than the judged one may be outdated what only the dump shows, which takes
-// nothing over: its own driver and configuration, and an alternate setting. On any other file
+// nothing over: its own driver and configuration, and an alternate setting. A missing attribute is
+// said to be missing when it is read, no oftener (kept: oddity 31). On any other file
 // system numbers mean nothing, and every cycle reads everything.
 //
 // A cycle belongs to its thread. A Topology is immutable and may be shared between threads.

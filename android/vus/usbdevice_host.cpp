@@ -196,8 +196,8 @@ void UsbDevice::virtual_undock_dock_event(int delayMs) {
 std::string UsbDevice::get_displaylink_soc_path() {
     const std::optional<std::string> name = usb::DeviceMap::interface_of_vendor(kDisplayLinkVendor);
     if (!name) return kNoDisplayLink;
-    // One character of the bus number is on purpose: bus 10 and above read the root hub of their
-    // first digit.
+    // One character of the bus number is used (kept: oddity 29): bus 10 and above read the root hub
+    // of their first digit.
     char path[kSysfsValueSize];
     snprintf(path, sizeof(path), "%s/%s%c/%s", kUsbDevicesDir, "usb", name->c_str()[0], "devspec");
     LOG(INFO) << "get_displaylink_soc_path " << path;
@@ -219,7 +219,7 @@ void UsbDevice::registersysfsObserverViaThread() {
             pthread_create(&sysfs_observer_thread, nullptr, registersysfsObserver, nullptr);
     is_ours = result == 0;
     last = sysfs_observer_thread;
-    // The name of the file observer is on purpose: the line is the same for both watchers.
+    // The line is the same for both watchers; kept: oddity 30.
     LOG(INFO) << "registerFileObserverViaThread result--" << result;
 }
 

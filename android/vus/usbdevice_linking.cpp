@@ -108,7 +108,7 @@ usbinterface_custom make_record(const usbinterface& interface) {
     return record;
 }
 
-// The blanks of these texts, doubled here and missing there, are on purpose: they are kept as they
+// The blanks of these texts are doubled here and missing there (kept: oddity 22): they are as they
 // have always been.
 void trace_record(int32_t id, const usbinterface& interface) {
     const usbdevice& parent = *interface.parent;
@@ -181,8 +181,8 @@ void UsbDevice::assign_interface_to_parent(usbdevice* device, usbinterface* inte
         interface->parent = device;
         return usb::append_to_chain(&device->first_interface, interface);
     }
-    // Looking at the configuration, not the port, is on purpose: configurations start at 1, so that
-    // a root hub's own interfaces (1-0:1.0) stay unattached and out of the map.
+    // The configuration is looked at, not the port (kept: oddity 25): configurations start at 1, so
+    // that a root hub's own interfaces (1-0:1.0) stay unattached and out of the map.
     if (colon[1] != '0') return;
     uint32_t busnum = 0;
     if (usb::parse_number(interface->name, &busnum) != interface->name) {

@@ -56,7 +56,7 @@ bool UsbDevice::check_vendor_hid(int deviceId) {
 
 void UsbDevice::update_deviceid_map(int deviceId, bool flag) {
     LOG(INFO) << "update_deviceid_map deviceId:" << deviceId << " flag:" << flag;
-    if (!flag) DeviceMap::forget(deviceId);  // kept: additions come only from a rebuild
+    if (!flag) DeviceMap::forget(deviceId);  // additions come only from a rebuild; kept: oddity 21
 }
 
 void UsbDevice::print_deviceid_map(int fd) {

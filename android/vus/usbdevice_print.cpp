@@ -31,7 +31,7 @@ class Indent {
     const int32_t by_;
 };
 
-// A hub's line ends with a line of two blanks, which is on purpose: readers of the dump tell hubs
+// A hub's line ends with a line of two blanks (kept: oddity 26): readers of the dump tell hubs
 // by it.
 void print_interface_line(const usbdevice& device, const usbinterface& interface, int32_t fd) {
     const bool is_hub = interface.bInterfaceClass == kHubClass;
@@ -67,7 +67,7 @@ void print_interfaces_of(usbdevice* device, int32_t fd) {
     }
 }
 
-// The ids are printed in decimal here and in hexadecimal in the tree, on purpose.
+// The ids are printed in decimal here and in hexadecimal in the tree; kept: oddity 27.
 void print_owner(const usbdevice& owner, const usbinterface& interface, int32_t fd) {
     const std::string text = "\t parent vendorid : " + std::to_string(owner.idVendor) +
                              ", productid: " + std::to_string(owner.idProduct) +

@@ -140,8 +140,8 @@ usb::Node with_outcome(const SysfsEntry& sysfs) {
 }
 
 void fill(usbdevice* device, const char* entry, SysfsEntry* sysfs) {
-    // Read only for an entry that is too long, on purpose: nothing uses the value of a normal one,
-    // and its read would come before all others.
+    // Read only for an entry that is too long (kept: oddity 24): nothing uses the value of a normal
+    // one, and its read would come before all others.
     if (!usb::copy_text(device->name, entry)) {
         device->bConfigurationValue =
                 static_cast<uint32_t>(sysfs->read_int("bConfigurationValue", 10, Lock::kDevice));
@@ -152,7 +152,7 @@ void fill(usbdevice* device, const char* entry, SysfsEntry* sysfs) {
     if (usb::path_fits(length)) {
         sysfs->read_driver(device->driver);
     } else {
-        // As for a root hub, the entry stands twice on purpose.
+        // As for a root hub, the entry stands twice; kept: oddity 23.
         LOG(ERROR) << "Can not read driver link for " << entry << ": " << entry << length;
     }
 }
@@ -262,7 +262,7 @@ void UsbDevice::get_roothub_driver(usbbusnode* bus, const char* entry) {
     char path[kSysfsValueSize];
     const int length = usb::format_path(path, entry, "../driver");
     if (!usb::path_fits(length)) {
-        // The entry stands twice on purpose: the message is kept as it has always been.
+        // The entry stands twice; kept: oddity 23.
         LOG(ERROR) << "Cannot read driver link for " << entry << ": " << entry << length;
         return;
     }

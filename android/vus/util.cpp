@@ -72,7 +72,7 @@ void Util::updateErrorFile(std::string path, std::string message) {
 }
 
 bool Util::copyFileContent(std::string source, std::string dest) {
-    // A file that is copied onto itself ends empty, on purpose.
+    // A file that is copied onto itself ends empty; kept: oddity 32.
     if (is_same_file(source, dest)) rewrite_file(dest, "");
     return PolicyFiles::copy(source, dest);
 }

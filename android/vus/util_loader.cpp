@@ -62,7 +62,7 @@ std::string currentStatusMessage() {
 void accept(Policy policy) {
     const bool blocksAll = policy.mode != kModeDefault && policy.hasNoRules();
     putInForce(tablesOf(std::move(policy), /*hasMode=*/true), std::nullopt, /*success=*/true);
-    // The text that the last load left, stale or not, on purpose.
+    // The text that the last load left, stale or not; kept: oddity 14.
     if (blocksAll) Util::updateErrorFile(Util::statusFilePath, currentStatusMessage());
 }
 
@@ -81,7 +81,7 @@ void report(const PolicyFailure& failure) {
 
 // What a failed load has read is put in force, too: the watcher answers a failure with a load of
 // the backup. Of a file that is no XML nothing takes effect, and statusMessage keeps the text of an
-// earlier load, on purpose.
+// earlier load; kept: oddity 15.
 void reject(PolicyFailure failure) {
     const auto* error = std::get_if<XmlError>(&failure.library);
     putInForce(tablesOf(std::move(failure.read), failure.hasMode),

@@ -25,13 +25,14 @@
 //   5. Util::policy_mutex             shared by a decision while it reads the mode and the rules,
 //                                     exclusive while a load puts its result in force; waited for
 //                                     in turn, with a mutex of util.cpp held while waiting
-//   6. UsbDevice::map_mutex           the device-id map
+//   6. DeviceMap's mutex              which rebuild is shown, and what the next one may take over
+//   7. UsbDevice::map_mutex           the device-id map
 //      UsbDevice::power_val_mutex     the last value of the dock's supply
 //      ClientCalls' mutex             who is in which client, and who waits to be
-// Only 5 is ever taken inside another one (2), and 6 (1). No lock is held while a callback runs;
+// Only 5 is ever taken inside another one (2), and 7 (6, 1). No lock is held while a callback runs;
 // none but 1 while sysfs is read or written or while sleeping; none but 2 while a file is written:
 // a client may call back into the service from within its callback, and the kernel may keep a
-// sysfs access waiting for 20 s.
+// write of sysfs waiting for 20 s.
 
 #pragma once
 

@@ -34,3 +34,9 @@ def test_what_the_code_refers_to_is_registered():
     for source in SOURCES:
         for number in re.findall(r"kept: oddity (\d+)", source.read_text()):
             assert int(number) in rows(), source
+
+
+def test_every_row_has_its_place_in_the_code():
+    code = "\n".join(source.read_text() for source in SOURCES)
+    referred = {int(number) for number in re.findall(r"kept: oddity (\d+)", code)}
+    assert referred == set(rows())
