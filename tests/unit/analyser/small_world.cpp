@@ -83,6 +83,15 @@ std::string SmallWorld::nextText() {
     return text + "</usbconfig>\n";
 }
 
+std::string SmallWorld::nextCarefulText() {
+    std::string text = "<usbconfig mode=\"whitelist\">\n";
+    for (size_t rules = 1 + below(4); rules > 0; --rules) {
+        text += "<vid vendorid=\"" + std::to_string(kListedVendors[below(4)]) + "\">\n" +
+                productOf(kListedProducts[below(3)]) + "\n</vid>\n";
+    }
+    return text + "</usbconfig>\n";
+}
+
 Policy SmallWorld::nextPolicy() {
     return policyOf(nextText());
 }

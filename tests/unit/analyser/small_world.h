@@ -23,6 +23,8 @@ class SmallWorld {
 
     // A policy file, a rule a line. Ids are from both ends of what is possible, and beyond.
     std::string nextText();
+    // One as a careful administrator writes it: a whitelist of products.
+    std::string nextCarefulText();
     Policy nextPolicy();
     // One that differs from `policy` in a rule or two.
     Policy nextNeighbour(const Policy& policy);
