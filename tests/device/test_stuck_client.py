@@ -49,7 +49,7 @@ def asleep(device):
 def plug_and_unplug_all(device, number):
     """Returns the devices' ids."""
     for place, port in enumerate(PORTS):
-        device.plug(KINDS[place % 4], port, f"{number}-{port}")
+        device.plug(KINDS[place % 4], port, f"d{number}-{port}")
 
     def listed():
         records = [record for record in device.probe.records() if record["deviceType"] == 0]
@@ -58,7 +58,7 @@ def plug_and_unplug_all(device, number):
     for port in PORTS:
         assert set(device.probe.authorized(f"1-{port}")) == {"0"}, port
     for port in PORTS:
-        device.machine.unplug(f"{number}-{port}")
+        device.machine.unplug(f"d{number}-{port}")
     device.machine.wait_until(lambda: device.probe.records() == [], seconds=90)
     return {record["deviceId"] for record in records}
 
