@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include <android-base/strings.h>
@@ -20,12 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using Key = std::pair<DeviceType, int32_t>;
-
-std::string presentValue(const fs::path& directory, const char* name) {
-    std::string value;
-    base::ReadFileToString((directory / name).string(), &value, /*follow_symlinks=*/true);
-    return base::Trim(value);
-}
 
 std::string driverOf(const fs::path& interface) {
     std::error_code error;
@@ -52,7 +47,7 @@ void compareInterfaces(const ListedDevice& listed,
                        const std::map<std::string, fs::path>& interfaces,
                        std::vector<Mismatch>* differences) {
     for (const auto& [name, path] : interfaces) {
-        const bool authorized = presentValue(path, "authorized") != "0";
+        const bool authorized = sysfsText(path, "authorized") != "0";
         const std::string driver = driverOf(path);
         const std::string who = printable(name);
         if (listed.allowed && !authorized) {
