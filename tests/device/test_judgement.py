@@ -70,7 +70,7 @@ def test_a_keyboard_is_left_to_the_input_side(device):
     assert device.probe.authorized("1-1") == ["1"]
 
 
-def test_a_refused_input_device_is_only_reported(device):
+def test_a_refused_input_device_is_not_switched_off_as_a_usb_device(device):
     device.set_policy(STORAGE)
     device.plug("mouse", "1")
     record = device.probe.judged_input("Mouse")

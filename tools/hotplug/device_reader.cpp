@@ -2,14 +2,12 @@
 
 #include "tools/hotplug/device_reader.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <libevdev/libevdev.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
 
 #include <android-base/file.h>
@@ -17,67 +15,52 @@
 #include <android-base/unique_fd.h>
 
 #include "android/vus/paths.h"
-#include "tools/common/text.h"
 #include "tools/hotplug/input_sources.h"
+#include "tools/hotplug/names.h"
+#include "tools/hotplug/sysfs_paths.h"
+#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
 namespace {
 
-constexpr int32_t kHubClass = 9;
-constexpr int32_t kUsbType = 0;
-constexpr int32_t kInputType = 1;
-// Where the kernel's devtmpfs has the event nodes; no udev daemon moves them.
-constexpr char kInputNodesDir[] = "/dev/input/";
-
-std::string attribute(const std::string& entry, const char* name) {
+std::string device_attribute(const std::string& entry, const char* name) {
     std::string value;
     base::ReadFileToString(std::string(kUsbDevicesDir) + "/" + entry + "/" + name, &value);
     return base::Trim(value);
 }
 
-int32_t number(const std::string& entry, const char* name, int base) {
-    return static_cast<int32_t>(strtol(attribute(entry, name).c_str(), nullptr, base));
-}
-
-// The classes of the device's interfaces, in the order of their numbers; sysfs lists them in
-// none.
-std::vector<int32_t> interface_classes(const std::string& entry) {
-    std::map<int32_t, int32_t> classes;
-    const std::string path = std::string(kUsbDevicesDir) + "/" + entry;
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
-    if (directory == nullptr) return {};
-    while (const dirent* item = readdir(directory.get())) {
-        const std::string name = item->d_name;
-        // Empty: the interface has gone since it was listed.
-        if (!base::StartsWith(name, entry + ":") || attribute(name, "bInterfaceClass").empty()) {
-            continue;
-        }
-        classes[number(name, "bInterfaceNumber", 16)] = number(name, "bInterfaceClass", 16);
-    }
-    std::vector<int32_t> in_order;
-    in_order.reserve(classes.size());
-    for (const auto& [interface, code] : classes) in_order.push_back(code);
-    return in_order;
-}
-
-// The kernel answers this attribute only when it is done with configuring the device and binding
-// its interfaces; a device that stalls that would otherwise be read with half of them.
-void wait_until_configured(const std::string& entry) {
-    attribute(entry, "bNumInterfaces");
+int32_t hexadecimal(const std::string& entry, const char* name) {
+    return static_cast<int32_t>(strtol(device_attribute(entry, name).c_str(), nullptr, 16));
 }
 
 std::string usb_name(const std::string& entry) {
-    const std::string product = printable(attribute(entry, "product"));
-    return product.empty() ? attribute(entry, "idVendor") + ":" + attribute(entry, "idProduct")
+    const std::string product = clean_name(device_attribute(entry, "product"));
+    return product.empty() ? device_attribute(entry, "idVendor") + ":" +
+                                     device_attribute(entry, "idProduct")
                            : product;
+}
+
+DeviceInfo usb_info(const Subject& device, const std::vector<UsbInterface>& interfaces) {
+    DeviceInfo info;
+    info.deviceName = usb_name(device.name);
+    info.deviceId = device.number;
+    info.deviceClass = hexadecimal(device.name, "bDeviceClass");
+    info.interfaceClassList.reserve(interfaces.size());
+    for (const UsbInterface& interface : interfaces) {
+        info.interfaceClassList.push_back(reported_class(interface));
+    }
+    info.vendorId = hexadecimal(device.name, "idVendor");
+    info.productId = hexadecimal(device.name, "idProduct");
+    info.deviceType = kUsbType;
+    return info;
 }
 
 using Evdev = std::unique_ptr<libevdev, void (*)(libevdev*)>;
 
 DeviceInfo input_info(const std::string& input, const libevdev* device) {
     DeviceInfo info;
-    info.deviceName = printable(libevdev_get_name(device));
+    info.deviceName = clean_name(libevdev_get_name(device));
     info.deviceId = static_cast<int32_t>(strtol(input.c_str() + strlen("input"), nullptr, 10));
     info.deviceType = kInputType;
     info.vendorId = libevdev_get_id_vendor(device);
@@ -90,40 +73,46 @@ DeviceInfo input_info(const std::string& input, const libevdev* device) {
     return info;
 }
 
+// Leaves both empty for an input device that is none of a HID device's.
+void see_behind(const std::string& input, Sighting* seen) {
+    std::string path;
+    base::Realpath(std::string(kInputClassDir) + "/" + input + "/device", &path);
+    const std::string name = base::Basename(path);
+    if (!is_hid_name(name)) return;
+    seen->hid_device = name;
+    const std::string usb_device = base::Basename(base::Dirname(base::Dirname(path)));
+    seen->usb_device = {usb_device, usb_number(usb_device)};
+}
+
 }  // namespace
 
-bool is_hub(const DeviceInfo& info) {
-    const std::vector<int32_t>& classes = info.interfaceClassList;
-    if (classes.empty()) return info.deviceClass == kHubClass;
-    return std::all_of(classes.begin(), classes.end(),
-                       [](int32_t code) { return code == kHubClass; });
+Sighting read_usb_device(const Subject& device) {
+    wait_until_configured(device.name);
+    if (device.number == 0 || usb_number(device.name) != device.number) return {};
+    const std::vector<UsbInterface> interfaces = read_interfaces(device.name);
+    Sighting seen;
+    seen.layout = layout_of(interfaces);
+    seen.shape = shape_of(interfaces);
+    seen.bare = std::all_of(interfaces.begin(), interfaces.end(),
+                            [](const UsbInterface& interface) { return interface.driver.empty(); });
+    seen.settled = is_settled(interfaces);
+    if (!is_hub(interfaces)) seen.info = usb_info(device, interfaces);
+    // Read once more: what was read may be of two devices.
+    if (usb_number(device.name) != device.number) return {};
+    return seen;
 }
 
-std::optional<DeviceInfo> read_usb_device(const std::string& entry) {
-    wait_until_configured(entry);
-    DeviceInfo info;
-    const int32_t device = number(entry, "devnum", 10);
-    if (device == 0) return std::nullopt;
-    info.deviceName = usb_name(entry);
-    info.deviceId = number(entry, "busnum", 10) * 1000 + device;
-    info.deviceClass = number(entry, "bDeviceClass", 16);
-    info.interfaceClassList = interface_classes(entry);
-    info.vendorId = number(entry, "idVendor", 16);
-    info.productId = number(entry, "idProduct", 16);
-    info.deviceType = kUsbType;
-    if (is_hub(info)) return std::nullopt;
-    return info;
-}
-
-std::optional<DeviceInfo> read_input_device(const std::string& input, const std::string& event) {
-    const std::string node = kInputNodesDir + event;
+Sighting read_input_device(const std::string& input, const std::string& event) {
+    const std::string node = std::string(kInputNodesDir) + "/" + event;
     const base::unique_fd fd(open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     libevdev* opened = nullptr;
-    if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) return std::nullopt;
+    if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) return {};
     const Evdev device(opened, libevdev_free);
-    DeviceInfo info = input_info(input, device.get());
-    if (info.deviceClass == 0) return std::nullopt;
-    return info;
+    Sighting seen;
+    see_behind(input, &seen);
+    seen.info = input_info(input, device.get());
+    if (seen.info->deviceClass == 0) seen.info.reset();
+    return seen;
 }
 
 }  // namespace android::vus::hotplug

@@ -4,13 +4,17 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 
+#include <android-base/file.h>
 #include <binder/IInterface.h>
 
 #include "tools/hotplug/device_reader.h"
+#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
@@ -18,8 +22,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr char kUsbSubsystem[] = "usb";
-constexpr char kInputSubsystem[] = "input";
+// HID devices before input devices: a record of the latter goes with the former.
+constexpr const char* kSubsystems[] = {"usb", "hid", "input"};
 
 // How often the service manager is asked while the daemon is away, and never otherwise.
 constexpr milliseconds kServiceRetry(100);
@@ -33,23 +37,46 @@ std::string text(const char* value) {
     return value == nullptr ? "" : value;
 }
 
+// The kernel's events of USB devices have it, of interfaces not.
+int32_t number_in(udev_device* event) {
+    const auto value = [event](const char* name) {
+        return atoi(text(udev_device_get_property_value(event, name)).c_str());
+    };
+    return value("DEVNUM") == 0 ? 0 : value("BUSNUM") * 1000 + value("DEVNUM");
+}
+
+Event event_of(udev_device* device) {
+    Event event = {text(udev_device_get_action(device)), text(udev_device_get_subsystem(device)),
+                   text(udev_device_get_syspath(device)), number_in(device)};
+    if (event.number == 0 && event.action != "remove") {
+        event.number = usb_number(base::Basename(event.path));
+    }
+    return event;
+}
+
 Tracker::Actions actions_of(Reporter* reporter) {
-    return {[reporter](const std::string& device) {
-                reporter->judge(device, [device] { return read_usb_device(device); });
+    return {[reporter](const Subject& device, Ask when) {
+                reporter->judge(
+                        device, [device] { return read_usb_device(device); }, when);
             },
             [reporter](const std::string& input, const std::string& event) {
-                reporter->judge(input, [input, event] { return read_input_device(input, event); });
+                reporter->judge({input},
+                                [input, event] { return read_input_device(input, event); });
             },
-            [reporter](const std::string& device) { reporter->removed(device); }};
+            [reporter](const Subject& device) { reporter->removed(device); },
+            [reporter](const Subject& device) {
+                reporter->interfaces_back(device, Tracker::Clock::now());
+            },
+            [reporter](const std::string& hid_device) { reporter->hid_removed(hid_device); }};
 }
 
 }  // namespace
 
-Hotplug::Hotplug(std::function<FoundService()> find, std::function<void(const std::string&)> print)
+Hotplug::Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner)
       : find_(std::move(find)),
         udev_(udev_new(), udev_unref),
         monitor_(nullptr, udev_monitor_unref),
-        reporter_(std::move(print)),
+        reporter_(switches, std::move(manner)),
         tracker_(actions_of(&reporter_)),
         death_notice_(new DeathNotice) {}
 
@@ -76,6 +103,7 @@ bool Hotplug::run(int stop_fd) {
         if (sources[2].revents != 0) return true;
         if (sources[0].revents != 0) handle_events();
         tracker_.judge_overdue(Tracker::Clock::now());
+        reporter_.lose_patience(Reporter::Clock::now());
         follow_service();
     }
 }
@@ -84,8 +112,9 @@ bool Hotplug::listen() {
     monitor_.reset(udev_monitor_new_from_netlink(udev_.get(), "kernel"));
     if (monitor_ == nullptr) return false;
     udev_monitor* const monitor = monitor_.get();
-    udev_monitor_filter_add_match_subsystem_devtype(monitor, kUsbSubsystem, nullptr);
-    udev_monitor_filter_add_match_subsystem_devtype(monitor, kInputSubsystem, nullptr);
+    for (const char* subsystem : kSubsystems) {
+        udev_monitor_filter_add_match_subsystem_devtype(monitor, subsystem, nullptr);
+    }
     udev_monitor_set_receive_buffer_size(monitor, kMonitorBufferBytes);
     return udev_monitor_enable_receiving(monitor) >= 0;
 }
@@ -102,35 +131,39 @@ bool Hotplug::connect(std::string* why_not) {
     }
     service_ = binder;
     reporter_.set_service(found.service);
-    report_present();
+    report_present(Ask::kAlways);
     return true;
 }
 
-void Hotplug::report_present() {
-    std::set<std::string> present = report_present_of(kUsbSubsystem);
-    present.merge(report_present_of(kInputSubsystem));
+void Hotplug::report_present(Ask when) {
+    Present present;
+    for (const char* subsystem : kSubsystems) report_present_of(subsystem, when, &present);
     reporter_.keep_only(present);
 }
 
 // Goes by the paths alone: asking libudev for more would read files that the kernel keeps from us
 // as long as it is busy with a device.
-std::set<std::string> Hotplug::report_present_of(const char* subsystem) {
+void Hotplug::report_present_of(const char* subsystem, Ask when, Present* present) {
     const Enumeration enumeration(udev_enumerate_new(udev_.get()), udev_enumerate_unref);
     udev_enumerate_add_match_subsystem(enumeration.get(), subsystem);
     udev_enumerate_scan_devices(enumeration.get());
-    std::set<std::string> present;
     udev_list_entry* item = nullptr;
     udev_list_entry_foreach(item, udev_enumerate_get_list_entry(enumeration.get())) {
-        const std::string name = tracker_.found(subsystem, udev_list_entry_get_name(item));
-        if (!name.empty()) present.insert(name);
+        const std::string path = udev_list_entry_get_name(item);
+        const std::string key =
+                tracker_.found({"", subsystem, path, usb_number(base::Basename(path))}, when);
+        if (key.empty()) continue;
+        present->keys.insert(key);
+        const bool has_driver = access((path + "/driver").c_str(), F_OK) == 0;
+        if (is_hid_name(key) && !has_driver) present->closed_hid.insert(key);
     }
-    return present;
 }
 
 // -1, which is for ever, while no device settles and the daemon is there.
 int Hotplug::timeout_ms() const {
     auto wait = service_ == nullptr ? kServiceRetry : milliseconds::max();
-    if (const auto deadline = tracker_.next_deadline()) {
+    for (const auto& deadline : {tracker_.next_deadline(), reporter_.next_deadline()}) {
+        if (!deadline) continue;
         const auto left = std::chrono::ceil<milliseconds>(*deadline - Tracker::Clock::now());
         wait = std::min(wait, std::max(left, milliseconds(0)));
     }
@@ -139,16 +172,21 @@ int Hotplug::timeout_ms() const {
 
 // One message a call of poll() would do, but poll() costs as much as a message.
 void Hotplug::handle_events() {
+    bool lost = false;
     while (true) {
         const Device device(udev_monitor_receive_device(monitor_.get()), udev_device_unref);
-        if (device == nullptr) break;
-        tracker_.handle({text(udev_device_get_action(device.get())),
-                         text(udev_device_get_subsystem(device.get())),
-                         text(udev_device_get_syspath(device.get()))},
-                        Tracker::Clock::now());
+        if (device != nullptr) {
+            tracker_.handle(event_of(device.get()), Tracker::Clock::now());
+        } else if (errno == ENOBUFS) {
+            // The kernel had no room for an event, which may have been anything. What it had room
+            // for is heard first: nothing older than what is present may be heard afterwards.
+            lost = true;
+        } else if (errno != EINTR) {
+            lost |= errno != EAGAIN;  // one could not be read
+            break;
+        }
     }
-    // The kernel had no room for an event, or one could not be read: it may have been anything.
-    if (errno != EAGAIN && errno != EINTR) report_present();
+    if (lost) report_present(Ask::kIfChanged);
 }
 
 void Hotplug::follow_service() {

@@ -4,17 +4,18 @@
 //
 // Listens to the kernel's own events (no udev daemon is needed), and reports USB devices that have
 // settled, input devices, and removals to the daemon. When the daemon goes it waits for it to come
-// back, and then reports everything that is present, because a new daemon knows of nothing. The
-// same when the kernel had more events than it could deliver.
+// back, and then reports everything that is present, because a new daemon knows of nothing. When
+// the kernel had more events than it could deliver, everything present is compared with what is
+// known.
 //
 // One thread runs the loop; it sleeps until the kernel, the daemon's death or a deadline wakes it.
-// Devices are read and reported by the Reporter's threads, so that no device holds up the loop.
+// Devices are read, reported and switched by the Reporter's threads, so that no device holds up
+// the loop.
 
 #pragma once
 
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 
 #include <binder/IBinder.h>
@@ -23,15 +24,16 @@
 #include "tools/common/death_notice.h"
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/reporter.h"
+#include "tools/hotplug/switches.h"
 #include "tools/hotplug/tracker.h"
 
 namespace android::vus::hotplug {
 
 class Hotplug {
   public:
-    // `find` answers the daemon's service, or at once why there is none. `print` gets a line a
-    // report, if it is set.
-    Hotplug(std::function<FoundService()> find, std::function<void(const std::string&)> print);
+    // `find` answers the daemon's service, or at once why there is none. `switches` outlives this
+    // object.
+    Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner);
     ~Hotplug();
 
     // Reports what is present and returns when all of it is judged. False without a daemon;
@@ -47,8 +49,8 @@ class Hotplug {
 
     bool listen();
     bool connect(std::string* why_not);
-    void report_present();
-    std::set<std::string> report_present_of(const char* subsystem);
+    void report_present(Ask when);
+    void report_present_of(const char* subsystem, Ask when, Present* present);
     int timeout_ms() const;
     void handle_events();
     void follow_service();

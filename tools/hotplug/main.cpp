@@ -13,6 +13,7 @@
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/hotplug.h"
 #include "tools/hotplug/options.h"
+#include "tools/hotplug/sysfs_switches.h"
 
 namespace {
 
@@ -20,6 +21,8 @@ using android::base::unique_fd;
 using android::vus::hotplug::Hotplug;
 using android::vus::hotplug::kUsage;
 using android::vus::hotplug::Options;
+using android::vus::hotplug::Reporter;
+using android::vus::hotplug::SysfsSwitches;
 
 void print_line(const std::string& line) {
     // One call a line, so that lines of several threads do not mix.
@@ -27,8 +30,12 @@ void print_line(const std::string& line) {
     fflush(stdout);
 }
 
+void say(const std::string& line) {
+    fprintf(stderr, "vus_hotplug: %s\n", line.c_str());
+}
+
 int fail(const std::string& why) {
-    fprintf(stderr, "vus_hotplug: %s\n", why.c_str());
+    say(why);
     return 1;
 }
 
@@ -42,8 +49,12 @@ int run(const Options& options) {
     if (!android::vus::has_binder(&why_not)) return fail(why_not);
     const unique_fd end = options.once ? unique_fd() : android::vus::open_interrupts();
     android::ProcessState::self()->startThreadPool();
-    Hotplug hotplug(android::vus::find_service,
-                    options.verbose ? print_line : std::function<void(const std::string&)>());
+    SysfsSwitches switches(say);
+    Reporter::Manner manner;
+    manner.fail_closed = options.fail_closed;
+    if (options.verbose) manner.report = print_line;
+    manner.notice = say;
+    Hotplug hotplug(android::vus::find_service, &switches, manner);
     if (options.once) return run_once(&hotplug);
     if (!hotplug.run(end.get())) {
         return fail(std::string("the kernel's events cannot be heard: ") + strerror(errno));

@@ -9,6 +9,8 @@ Options parse_options(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments) {
         if (argument == "--once") {
             options.once = true;
+        } else if (argument == "--fail-closed") {
+            options.fail_closed = true;
         } else if (argument == "--verbose") {
             options.verbose = true;
         } else if (argument == "--help" || argument == "-h") {

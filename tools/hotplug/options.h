@@ -12,19 +12,24 @@ namespace android::vus::hotplug {
 struct Options {
     bool once = false;
     bool verbose = false;
+    bool fail_closed = false;
     bool help = false;
     std::string error;  // what is wrong with the command line; empty if nothing is
 };
 
 inline constexpr char kUsage[] =
-        "usage: vus_hotplug [--once] [--verbose]\n"
+        "usage: vus_hotplug [--once] [--fail-closed] [--verbose]\n"
         "\n"
         "Reports USB and input devices to the vus daemon as the kernel finds and loses them,\n"
         "and those that are present already, at the start and whenever the daemon comes back.\n"
         "\n"
-        "  --once     judge the devices that are present, and exit\n"
-        "  --verbose  print a line a report: entry, kind, vendor:product, classes, answer\n"
-        "  --help     print this\n"
+        "A refused device is switched off and stays off, an input device included. So is one\n"
+        "for which no answer comes within 2 s, until one does.\n"
+        "\n"
+        "  --once         judge the devices that are present, and exit\n"
+        "  --fail-closed  switch off what comes while the daemon is away, until it is back\n"
+        "  --verbose      print a line a report: entry, kind, vendor:product, classes, answer\n"
+        "  --help         print this\n"
         "\n"
         "Exit status: 0 done, or asked to end (SIGINT, SIGTERM); 1 the daemon cannot be reached\n"
         "(--once), or the kernel's events cannot be heard; 2 wrong usage.\n";

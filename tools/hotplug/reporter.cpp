@@ -2,8 +2,11 @@
 
 #include "tools/hotplug/reporter.h"
 
-#include <thread>
+#include <stdio.h>
+
+#include <algorithm>
 #include <tuple>
+#include <utility>
 
 #include <android-base/stringprintf.h>
 
@@ -12,6 +15,8 @@ namespace android::vus::hotplug {
 namespace {
 
 constexpr int32_t kRemoved = 0;
+constexpr std::chrono::seconds kPatience(2);
+constexpr size_t kGoneHidDevices = 256;
 
 // All that a reader fills in.
 auto fields(const DeviceInfo& info) {
@@ -19,8 +24,38 @@ auto fields(const DeviceInfo& info) {
                     info.vendorId, info.productId, info.deviceName);
 }
 
+bool is_same(const std::optional<DeviceInfo>& one, const std::optional<DeviceInfo>& other) {
+    return one && other && fields(*one) == fields(*other);
+}
+
+// Or has no interfaces, which the daemon judges as little.
+bool is_hid(const DeviceInfo& info) {
+    const std::vector<int32_t>& classes = info.interfaceClassList;
+    return std::all_of(classes.begin(), classes.end(),
+                       [](int32_t code) { return code == kHidClass; });
+}
+
+using Ids = std::pair<int32_t, int32_t>;
+
+Ids ids_of(const DeviceInfo& info) {
+    return {info.vendorId, info.productId};
+}
+
+// A HID device's name is its bus, vendor, product and a number.
+Ids hid_ids(const std::string& name) {
+    unsigned vendor = 0, product = 0;
+    sscanf(name.c_str(), "%*4x:%4x:%4x", &vendor, &product);
+    return {static_cast<int32_t>(vendor), static_cast<int32_t>(product)};
+}
+
+// Whether the record is of a device that may have been this one before it was switched off.
+bool was_refused_as(const DeviceInfo& record, const DeviceInfo& present) {
+    return record.status == 0 && ids_of(record) == ids_of(present) &&
+           record.interfaceClassList.size() == present.interfaceClassList.size();
+}
+
 std::string class_text(const DeviceInfo& info) {
-    if (info.deviceType != 0) return base::StringPrintf("sources %#x", info.deviceClass);
+    if (info.deviceType != kUsbType) return base::StringPrintf("sources %#x", info.deviceClass);
     std::string text = "classes ";
     for (const int32_t code : info.interfaceClassList) {
         if (text.back() != ' ') text += ",";
@@ -31,112 +66,282 @@ std::string class_text(const DeviceInfo& info) {
 
 }  // namespace
 
-Reporter::~Reporter() {
-    drain();
-}
+Reporter::Reporter(Switches* switches, Manner manner)
+      : switches_(switches), manner_(std::move(manner)), patience_(kPatience) {}
 
 void Reporter::set_service(const sp<IVUsbService>& service) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    service_ = service;
-    reported_.clear();
+    const MutexLock lock(mutex_);
+    session_ = service == nullptr ? nullptr : std::make_shared<Session>(service);
 }
 
-void Reporter::judge(const std::string& device, Read read) {
-    enqueue(device, [this, device, read = std::move(read)](IVUsbService& service) {
-        report_judged(service, device, read);
+void Reporter::judge(const Subject& device, Read read, Ask when) {
+    const SharedSession present = session();
+    if (present == nullptr) {
+        if (manner_.fail_closed) {
+            lanes_.add(device.key(), [this, device, read = std::move(read), when] {
+                ask(nullptr, device, read, when);
+            });
+        }
+        return;
+    }
+    patience_.begin(device, Clock::now());
+    lanes_.add(device.key(), [this, present, device, read = std::move(read), when] {
+        ask(present, device, read, when);
+        patience_.end(device);
     });
 }
 
-void Reporter::removed(const std::string& device) {
-    enqueue(device, [this, device](IVUsbService& service) { report_removed(service, device); });
+void Reporter::removed(const Subject& device) {
+    lanes_.add(device.key(), [this, present = session(), device] { let_go(present, device); });
 }
 
-void Reporter::keep_only(const std::set<std::string>& present) {
-    std::set<std::string> gone;
+void Reporter::hid_removed(const std::string& hid_device) {
+    const MutexLock lock(mutex_);
+    gone_hid_.push_back(hid_device);
+    if (gone_hid_.size() > kGoneHidDevices) gone_hid_.pop_front();
+    for (const auto& [key, record] : records_) {
+        if (record.seen.hid_device != hid_device) continue;
+        lanes_.add(key, [this, present = session_, device = record.subject] {
+            forget(present, device);
+        });
+    }
+}
+
+void Reporter::keep_only(const Present& present) {
+    const SharedSession told = session();
+    std::map<std::string, Record> records;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        for (const auto& [device, info] : reported_) gone.insert(device);
-        // Those whose first report is still being made.
-        for (const auto& [device, queue] : queues_) gone.insert(device);
+        const MutexLock lock(mutex_);
+        records = records_;
     }
-    for (const std::string& device : gone) {
-        if (present.count(device) == 0) removed(device);
+    for (const auto& [key, record] : records) {
+        if (present.keys.count(key) != 0) continue;
+        const std::string& hid_device = record.seen.hid_device;
+        if (!hid_device.empty() && present.keys.count(hid_device) == 0) hid_removed(hid_device);
+        if (!record.gone) {
+            removed(record.subject);
+        } else if (record.told != told) {
+            // A new daemon may let it have its driver again.
+            judge(record.subject, [seen = record.seen] { return seen; });
+        }
+    }
+    if (told == nullptr) return;
+    lanes_.add("", [this, told, present] { compare_list(told, present); });
+}
+
+// What the daemon lists and nobody has seen has gone, unless an earlier reporter closed it.
+void Reporter::compare_list(const SharedSession& session, const Present& present) {
+    std::set<std::string> closed_hid = present.closed_hid;
+    {
+        const MutexLock lock(mutex_);
+        for (const auto& [key, record] : records_) closed_hid.erase(record.seen.hid_device);
+    }
+    for (const std::string& key : session->listed()) {
+        if (present.keys.count(key) != 0 || adopt(session, key, &closed_hid)) continue;
+        lanes_.add(key, [this, session, key] {
+            if (const auto record = session->take_listed(key)) {
+                const bool is_usb = record->deviceType == kUsbType;
+                Record gone;
+                gone.subject = {is_usb ? "-" : key, is_usb ? record->deviceId : 0};
+                gone.told = session;
+                gone.seen.info = record;
+                if (record_of(gone.subject).told != session) tell_removed(session, gone);
+            }
+        });
+    }
+    // Nobody knows why those have none.
+    for (const std::string& hid_device : closed_hid) switches_->probe_hid(hid_device);
+}
+
+// Whether the record is that of a refused input device whose HID device has no driver since.
+bool Reporter::adopt(const SharedSession& session, const std::string& key,
+                     std::set<std::string>* closed_hid) {
+    const auto listed = session->listed(key);
+    if (!listed || listed->deviceType == kUsbType || listed->status != 0) return false;
+    const auto hid_device =
+            std::find_if(closed_hid->begin(), closed_hid->end(),
+                         [&](const std::string& name) { return hid_ids(name) == ids_of(*listed); });
+    if (hid_device == closed_hid->end()) return false;
+    session->take_listed(key);
+    Record record;
+    record.subject = {key};
+    record.told = session;
+    record.seen.info = listed;
+    record.seen.hid_device = *hid_device;
+    record.verdict = Verdict::kRefused;
+    record.wanted = record.done = Hold::kRefusal;
+    record.gone = record.unbound = true;
+    closed_hid->erase(hid_device);
+    const MutexLock lock(mutex_);
+    records_[key] = record;
+    return true;
+}
+
+void Reporter::ask(const SharedSession& session, const Subject& device, const Read& read,
+                   Ask when) {
+    Sighting seen = read();
+    const Record known = record_of(device);
+    if (seen.info && seen.bare) recall(session, known, &seen);
+    if (needs_no_answer(session, known, seen, when)) return;
+    if (session != nullptr && known.told == session && !is_same(known.seen.info, seen.info)) {
+        tell_removed(session, known);
+    }
+    if (!seen.info) {
+        const MutexLock lock(mutex_);
+        records_.erase(device.key());
+        return;
+    }
+    if (session == nullptr) {
+        if (known.verdict == Verdict::kNone) hold_silent(device, "the daemon is away");
+        return;
+    }
+    remove_stale(session.get(), device, *seen.info);
+    ask_service(session, device, seen);
+}
+
+// A device that is off does not show what it is: it is what it was when it was refused. That is
+// known here, or from the daemon's list if it was an earlier reporter's.
+void Reporter::recall(const SharedSession& session, const Record& known, Sighting* seen) {
+    const bool whole = known.wanted == Hold::kWholeDevice;
+    if (whole || (known.verdict == Verdict::kRefused && known.seen.layout == seen->layout)) {
+        seen->info = known.seen.info;
+        seen->layout = known.seen.layout;
+    } else if (session != nullptr && known.told == nullptr && known.verdict == Verdict::kNone) {
+        const auto listed = session->listed(known.subject.key());
+        if (!listed || !was_refused_as(*listed, *seen->info)) return;
+        seen->info->interfaceClassList = listed->interfaceClassList;
+        const MutexLock lock(mutex_);
+        Record& record = records_[known.subject.key()];
+        record.subject = known.subject;
+        record.wanted = record.done = Hold::kRefusal;
+    } else {
+        return;
+    }
+    // A vendor's own HID would not be recognised: nothing that is off has a HID device.
+    if (seen->info && is_hid(*seen->info)) {
+        for (int32_t& code : seen->info->interfaceClassList) code = kVendorSpecificClass;
     }
 }
 
-void Reporter::drain() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    idle_.wait(lock, [this] { return queues_.empty(); });
-}
-
-void Reporter::report_judged(IVUsbService& service, const std::string& device, const Read& read) {
-    const auto info = read();
-    const auto before = reported(device);
-    const bool same = info && before && fields(*info) == fields(*before);
+bool Reporter::needs_no_answer(const SharedSession& session, const Record& known,
+                               const Sighting& seen, Ask when) {
+    if (seen.info && !seen.settled) return true;
+    // Without a configuration there is nothing to judge, and no reason to forget a refusal.
+    if (known.verdict == Verdict::kRefused && seen.info && seen.layout.empty() &&
+        !known.seen.layout.empty()) {
+        return true;
+    }
+    if (session == nullptr || known.told != session || !is_same(known.seen.info, seen.info)) {
+        return false;
+    }
     // The kernel never uses an input device's number again: it was found, and is announced now.
-    if (same && info->deviceType != 0) return;
-    if (before && !same) report_removed(service, device);
-    if (!info) return;
-    remember(device, *info, service);
-    bool allowed = false;
-    const binder::Status status = service.isDeviceAllowed(*info, &allowed);
-    print(device, *info, !status.isOk() ? "unanswered" : allowed ? "allowed" : "not-allowed");
+    if (seen.info->deviceType != kUsbType) return true;
+    if (when == Ask::kAlways || known.verdict == Verdict::kNone) return false;
+    if (known.seen.shape != seen.shape) return false;
+    follow(known.subject, known.verdict);
+    return true;
 }
 
-void Reporter::report_removed(IVUsbService& service, const std::string& device) {
-    const auto info = reported(device);
-    if (!info) return;
+void Reporter::ask_service(const SharedSession& session, const Subject& device,
+                           const Sighting& seen) {
+    remember(session, device, seen);
+    bool answer = false;
+    const binder::Status status = session->service().isDeviceAllowed(*seen.info, &answer);
+    print(device, *seen.info, !status.isOk() ? "unanswered" : answer ? "allowed" : "not-allowed");
+    if (status.isOk()) {
+        follow(device, verdict_of(session.get(), *seen.info, answer));
+    } else if (manner_.fail_closed && record_of(device).verdict == Verdict::kNone) {
+        hold_silent(device, "the daemon has ended");
+    }
+}
+
+void Reporter::remember(const SharedSession& session, const Subject& device, const Sighting& seen) {
+    const MutexLock lock(mutex_);
+    Record& record = records_[device.key()];
+    record.allowed_as_is =
+            record.verdict == Verdict::kAllowed && is_same(record.seen.info, seen.info);
+    record.subject = device;
+    record.seen = seen;
+    record.told = session;
+    if (seen.hid_device.empty()) return;
+    // Its HID device has a driver again: what that had brought before is no more.
+    for (const auto& [key, other] : records_) {
+        if (!other.gone || other.seen.hid_device != seen.hid_device || key == device.key())
+            continue;
+        lanes_.add(key, [this, session, gone = other.subject] { forget(session, gone); });
+    }
+}
+
+Reporter::Verdict Reporter::verdict_of(Session* session, const DeviceInfo& info, bool answer) {
+    if (answer) return Verdict::kAllowed;
+    if (info.deviceType != kUsbType || !is_hid(info) || session->lists(info)) {
+        return Verdict::kRefused;
+    }
+    return Verdict::kElsewhere;
+}
+
+void Reporter::let_go(const SharedSession& session, const Subject& device) {
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        reported_.erase(device);
+        const MutexLock lock(mutex_);
+        const auto known = records_.find(device.key());
+        if (known == records_.end()) return;
+        Record& record = known->second;
+        const std::string& hid_device = record.seen.hid_device;
+        record.gone = record.verdict == Verdict::kRefused && !hid_device.empty() &&
+                      std::count(gone_hid_.begin(), gone_hid_.end(), hid_device) == 0;
+        if (record.gone) return;
     }
-    const binder::Status status = service.updateDeviceList(*info, kRemoved);
-    print(device, *info, status.isOk() ? "removed" : "unanswered");
+    forget(session, device);
 }
 
-std::optional<DeviceInfo> Reporter::reported(const std::string& device) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto known = reported_.find(device);
-    if (known == reported_.end()) return std::nullopt;
-    return known->second;
-}
-
-// A report that began with a service which has gone since is none that the next one has heard.
-void Reporter::remember(const std::string& device, const DeviceInfo& info,
-                        const IVUsbService& service) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (service_.get() == &service) reported_[device] = info;
-}
-
-void Reporter::enqueue(const std::string& device, Report report) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (service_ == nullptr) return;
-    const auto [queue, fresh] = queues_.try_emplace(device);
-    queue->second.push_back([service = service_, report = std::move(report)] { report(*service); });
-    // Detached, because nobody waits for one of them; drain() waits for all.
-    if (fresh) std::thread(&Reporter::work, this, device).detach();
-}
-
-void Reporter::work(const std::string& device) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const auto queue = queues_.find(device);
-    while (!queue->second.empty()) {
-        const auto report = std::move(queue->second.front());
-        queue->second.pop_front();
-        lock.unlock();
-        report();
-        lock.lock();
+void Reporter::forget(const SharedSession& session, const Subject& device) {
+    const Record known = record_of(device);
+    {
+        const MutexLock lock(mutex_);
+        records_.erase(device.key());
     }
-    queues_.erase(queue);
-    // Under the lock: the reporter may be gone as soon as it is free.
-    idle_.notify_all();
+    if (session != nullptr && known.told == session) tell_removed(session, known);
 }
 
-void Reporter::print(const std::string& device, const DeviceInfo& info, const std::string& answer) {
-    if (!print_) return;
-    print_(base::StringPrintf("%s %s %04x:%04x %s %s", device.c_str(),
-                              info.deviceType == 0 ? "usb" : "input", info.vendorId, info.productId,
-                              class_text(info).c_str(), answer.c_str()));
+void Reporter::tell_removed(const SharedSession& session, const Record& record) {
+    const binder::Status status = session->service().updateDeviceList(*record.seen.info, kRemoved);
+    print(record.subject, *record.seen.info, status.isOk() ? "removed" : "unanswered");
+}
+
+// The daemon may have a record of the device from an earlier reporter, or of another one that had
+// its number.
+void Reporter::remove_stale(Session* session, const Subject& device, const DeviceInfo& present) {
+    const auto listed = session->take_listed(device.key());
+    if (!listed || fields(*listed) == fields(present)) return;
+    const binder::Status status = session->service().updateDeviceList(*listed, kRemoved);
+    print(device, *listed, status.isOk() ? "removed" : "unanswered");
+}
+
+Reporter::SharedSession Reporter::session() {
+    const MutexLock lock(mutex_);
+    return session_;
+}
+
+// Empty for a device of which nothing is known.
+Reporter::Record Reporter::record_of(const Subject& device) {
+    const MutexLock lock(mutex_);
+    const auto known = records_.find(device.key());
+    if (known != records_.end()) return known->second;
+    Record unknown;
+    unknown.subject = device;
+    return unknown;
+}
+
+void Reporter::print(const Subject& device, const DeviceInfo& info,
+                     const std::string& answer) const {
+    if (!manner_.report) return;
+    manner_.report(base::StringPrintf("%s %s %04x:%04x %s %s", device.name.c_str(),
+                                      info.deviceType == kUsbType ? "usb" : "input", info.vendorId,
+                                      info.productId, class_text(info).c_str(), answer.c_str()));
+}
+
+void Reporter::notice(const std::string& line) const {
+    if (manner_.notice) manner_.notice(line);
 }
 
 }  // namespace android::vus::hotplug

@@ -1,80 +1,175 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reporter: what is told to the daemon, device by device.
+// Reporter: what is told to the daemon, device by device, and what follows from its answers, or
+// from their absence.
 //
-// Reading a device and reporting it can take as long as the device keeps the kernel waiting (20 s
-// were seen), so each device has a queue and, while that holds something, a thread of its own: what
-// concerns one device stays in order, and no device waits for another. The reporter owns its
-// threads and waits for them when it is destroyed.
+// Every device has a lane (see lanes.h) for what is asked and told, so that this stays in order and
+// no device waits for another, and one for its switches, because those must work while the first
+// waits for an answer. What a device's switches are to be is written down, and the second lane
+// makes it so; so it does not matter in which order the two come to it.
 //
-// What was last reported of a device is remembered: its removal is reported with the same record,
-// and a device that has become another one meanwhile is reported as removed first, because the
-// daemon keeps the first record of an id.
+// The reporter believes nothing:
+//  - A "no" is seen to: interfaces that are still on are switched off, an input device is closed.
+//  - When interfaces of such a device come back, because somebody gives it another configuration,
+//    they are off again at once; the second time within 10 s the device is, as a whole, whatever
+//    was said of it meanwhile.
+//  - No answer within 2 s is a "no" until there is one, unless it was a "yes" before and the device
+//    is what it was. So is the daemon's absence, if it was asked
+//    for ("fail closed"), for devices that come meanwhile.
+//  - Whatever was switched off here is switched on again by a "yes".
+//  - The daemon keeps the first record of an id. So a device that has become another one is
+//    reported as removed first, and so is what an earlier reporter told it and is true no more.
 //
 // Thread-safe.
 
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 
-#include "android/vus/DeviceInfo.h"
 #include "android/vus/IVUsbService.h"
+#include "android/vus/mutex.h"
+#include "tools/hotplug/lanes.h"
+#include "tools/hotplug/patience.h"
+#include "tools/hotplug/session.h"
+#include "tools/hotplug/subject.h"
+#include "tools/hotplug/switches.h"
 
 namespace android::vus::hotplug {
 
+// Whether a device of which nothing has changed is asked about again.
+enum class Ask { kAlways, kIfChanged };
+
+// What is there.
+struct Present {
+    std::set<std::string> keys;        // of devices (see Subject), and names of HID devices
+    std::set<std::string> closed_hid;  // those of the latter that have no driver
+};
+
 class Reporter {
   public:
-    // Reads a device; nothing if it has gone, or is none that is reported.
-    using Read = std::function<std::optional<DeviceInfo>()>;
+    using Clock = Patience::Clock;
+    // Sees a device as it is now.
+    using Read = std::function<Sighting()>;
+    using Print = std::function<void(const std::string&)>;
 
-    // `print` gets a line for each report, if it is set.
-    explicit Reporter(std::function<void(const std::string&)> print) : print_(std::move(print)) {}
-    ~Reporter();
-    Reporter(const Reporter&) = delete;
-    Reporter& operator=(const Reporter&) = delete;
+    struct Manner {
+        bool fail_closed = false;
+        Print report;  // gets a line for each report, if it is set
+        Print notice;  // gets a line for what is switched without, or against, an answer
+    };
 
-    // The service to report to. Null while there is none: reports are dropped then and what was
-    // reported is forgotten, because a new service knows of nothing and must be told of everything.
-    // A report that waits in a queue is still made to the service that was there when it was asked
-    // for.
+    // `switches` outlives the reporter.
+    Reporter(Switches* switches, Manner manner);
+
+    // The service to report to. Null while there is none: what was reported is forgotten, because a
+    // new service must be told of everything. A report that waits in a lane is still made to the
+    // service that was there when it was asked for.
     void set_service(const sp<IVUsbService>& service);
 
-    // Asks for the device's verdict. `device` is what it is called in the printed lines.
-    void judge(const std::string& device, Read read);
-    // Reports the removal of a device that was reported; does nothing for any other.
-    void removed(const std::string& device);
-    // Reports the removal of every device that is not among those present.
-    void keep_only(const std::set<std::string>& present);
+    // Asks for the device's verdict, and sees to it.
+    void judge(const Subject& device, Read read, Ask when = Ask::kAlways);
+    // The device has gone: that is reported if it was. An input device that is refused stays with
+    // the HID device behind it, whose driver it may have lost because of that.
+    void removed(const Subject& device);
+    void hid_removed(const std::string& hid_device);
+    // Interfaces of the device have appeared, of another configuration than was judged.
+    void interfaces_back(const Subject& device, Clock::time_point now);
+    // Reports the removal of every device that is not among those present, be it known here or from
+    // the daemon's list. HID devices that have no driver, and of which nothing is known, get one:
+    // what that makes of them is judged.
+    void keep_only(const Present& present);
 
-    // Waits until every report has been made.
-    void drain();
+    // Switches off what has waited for an answer for too long.
+    void lose_patience(Clock::time_point now);
+    std::optional<Clock::time_point> next_deadline() const { return patience_.next_deadline(); }
+
+    // Waits until every report has been made and followed.
+    void drain() { lanes_.drain(); }
 
   private:
-    using Report = std::function<void(IVUsbService&)>;
+    using SharedSession = std::shared_ptr<Session>;
 
-    void report_judged(IVUsbService& service, const std::string& device, const Read& read);
-    void report_removed(IVUsbService& service, const std::string& device);
-    std::optional<DeviceInfo> reported(const std::string& device);
-    void remember(const std::string& device, const DeviceInfo& info, const IVUsbService& service);
+    enum class Verdict {
+        kNone,
+        kAllowed,
+        kRefused,
+        kElsewhere,  // it is for the input side to be judged
+    };
 
-    void enqueue(const std::string& device, Report report);
-    void work(const std::string& device);
-    void print(const std::string& device, const DeviceInfo& info, const std::string& answer);
+    // What keeps a device from working, the weakest first.
+    enum class Hold {
+        kNone,
+        kSilence,  // nobody has answered
+        kRefusal,  // somebody has
+        kWholeDevice,
+    };
 
-    const std::function<void(const std::string&)> print_;
-    std::mutex mutex_;  // everything below
-    std::condition_variable idle_;
-    sp<IVUsbService> service_;
-    std::map<std::string, DeviceInfo> reported_;  // to the present service
-    std::map<std::string, std::deque<std::function<void()>>>
-            queues_;  // an entry here has a thread at work
+    struct Record {
+        Subject subject;
+        SharedSession told;  // who knows of it; null if nobody does
+        Sighting seen;       // as told
+        Verdict verdict = Verdict::kNone;
+        bool was_refused = false;    // in whatever configuration
+        bool allowed_as_is = false;  // what is asked about now; so nobody's silence closes it
+        Hold wanted = Hold::kNone;
+        Hold done = Hold::kNone;
+        bool verify = false;   // what was done may have come undone
+        bool gone = false;     // an input device that its HID device may bring again
+        bool unbound = false;  // that HID device has lost its driver because of this record
+        std::optional<Clock::time_point> last_return;
+    };
+
+    // On the device's own lane.
+    void ask(const SharedSession& session, const Subject& device, const Read& read, Ask when);
+    void recall(const SharedSession& session, const Record& known, Sighting* seen);
+    void ask_service(const SharedSession& session, const Subject& device, const Sighting& seen);
+    static Verdict verdict_of(Session* session, const DeviceInfo& info, bool answer);
+    void remember(const SharedSession& session, const Subject& device, const Sighting& seen);
+    void let_go(const SharedSession& session, const Subject& device);
+    void forget(const SharedSession& session, const Subject& device);
+    void tell_removed(const SharedSession& session, const Record& record);
+    void remove_stale(Session* session, const Subject& device, const DeviceInfo& present);
+    void compare_list(const SharedSession& session, const Present& present);
+    bool adopt(const SharedSession& session, const std::string& key,
+               std::set<std::string>* closed_hid);
+    // Answers whether there is nothing to be asked of what was seen.
+    bool needs_no_answer(const SharedSession& session, const Record& known, const Sighting& seen,
+                         Ask when);
+
+    // What the switches are to be.
+    void follow(const Subject& device, Verdict verdict);
+    void want(const Subject& device, Hold hold);
+    void hold_silent(const Subject& device, const std::string& why);
+    void queue_switching(const Subject& device);
+
+    // On the lane of its switches.
+    void make_so(const Subject& device);
+    void switch_usb(const Subject& device, Hold before, Hold wanted);
+    void doubt_what_was_off(const Subject& device);
+    void switch_input(const Record& before, Hold wanted);
+    void close_input(const Record& before);
+    void open_input(const Record& before);
+    void switch_hid(const Record& record, std::function<void()> job);
+
+    Record record_of(const Subject& device);
+    SharedSession session();
+    void print(const Subject& device, const DeviceInfo& info, const std::string& answer) const;
+    void notice(const std::string& line) const;
+
+    Switches* const switches_;
+    const Manner manner_;
+    Patience patience_;
+    mutable Mutex mutex_;
+    SharedSession session_ GUARDED_BY(mutex_);
+    std::map<std::string, Record> records_ GUARDED_BY(mutex_);  // by key
+    std::deque<std::string> gone_hid_ GUARDED_BY(mutex_);       // the last HID devices that went
+    Lanes lanes_;                                               // last: its threads use the others
 };
 
 }  // namespace android::vus::hotplug

@@ -7,12 +7,14 @@
 namespace android::vus::hotplug {
 
 void Settling::added(const std::string& device, Clock::time_point now) {
-    waits_[device] = {now + bind_limit_, /*for_bind=*/true};
+    waits_[device] = {now + bind_limit_, now + bind_limit_, /*for_bind=*/true};
 }
 
 void Settling::interface_added(const std::string& device, Clock::time_point now) {
-    const auto [wait, fresh] = waits_.try_emplace(device, Wait{now + quiet_time_, false});
-    if (!fresh && !wait->second.for_bind) wait->second.deadline = now + quiet_time_;
+    const Wait quiet = {now + quiet_time_, now + 2 * quiet_time_, /*for_bind=*/false};
+    const auto [at, fresh] = waits_.try_emplace(device, quiet);
+    Wait& wait = at->second;
+    if (!fresh && !wait.for_bind) wait.deadline = std::min(quiet.deadline, wait.limit);
 }
 
 void Settling::interface_bound(const std::string& device, Clock::time_point now) {

@@ -27,9 +27,14 @@ bool is_event_node(const std::string& name) {
     return base::StartsWith(name, "event");
 }
 
-// The event node's directory is in the input device's.
-std::string input_of(const std::string& path) {
+// The event node's directory is in the input device's, a HID device's in the interface's.
+std::string parent_of(const std::string& path) {
     return base::Basename(base::Dirname(path));
+}
+
+// The name of the USB device that an interface, or the device itself, belongs to.
+std::string device_of(const std::string& name) {
+    return name.substr(0, name.find(':'));
 }
 
 }  // namespace
@@ -39,64 +44,99 @@ Tracker::Tracker(Actions actions)
 
 void Tracker::handle(const Event& event, Clock::time_point now) {
     if (event.subsystem == "usb") handle_usb(event, now);
+    if (event.subsystem == "hid") handle_hid(event);
     if (event.subsystem == "input") handle_input(event);
 }
 
 void Tracker::handle_usb(const Event& event, Clock::time_point now) {
     const std::string name = base::Basename(event.path);
-    const size_t colon = name.find(':');
-    const std::string device = name.substr(0, colon);
+    const std::string device = device_of(name);
     if (!is_device_name(device)) return;
-    if (colon == std::string::npos) {
-        handle_device(event.action, device, now);
+    if (device == name) {
+        handle_device(event, device, now);
     } else {
         handle_interface(event.action, device, now);
     }
 }
 
-void Tracker::handle_device(const std::string& action, const std::string& device,
-                            Clock::time_point now) {
-    if (action == "add") {
+void Tracker::handle_device(const Event& event, const std::string& device, Clock::time_point now) {
+    if (event.action == "add") {
+        note_number(device, event.number);
         settling_.added(device, now);
-    } else if (action == "bind") {
+    } else if (event.action == "bind") {
+        note_number(device, event.number);
         // Also if it was judged already: it had none of its interfaces then, or has new ones.
         settling_.forget(device);
-        actions_.judge_usb(device);
-    } else if (action == "remove") {
+        actions_.judge_usb(subject(device), Ask::kAlways);
+    } else if (event.action == "remove") {
         settling_.forget(device);
-        actions_.removed(device);
+        actions_.removed(subject(device));
+        numbers_.erase(device);
     }
 }
 
 void Tracker::handle_interface(const std::string& action, const std::string& device,
                                Clock::time_point now) {
-    if (action == "add") settling_.interface_added(device, now);
-    if (action == "bind") settling_.interface_bound(device, now);
+    const bool settles = settling_.waits_for(device);
+    if (action == "add") {
+        // Before its first verdict a device has nothing to come back to.
+        if (!settling_.waits_for_bind(device)) actions_.interface_back(subject(device));
+        settling_.interface_added(device, now);
+    } else if (action == "bind") {
+        settling_.interface_bound(device, now);
+        // A driver that was not there when the device came.
+        if (!settles) actions_.judge_usb(subject(device), Ask::kIfChanged);
+    }
+}
+
+void Tracker::handle_hid(const Event& event) {
+    if (event.action == "remove") actions_.hid_removed(base::Basename(event.path));
+    if (event.action != "bind") return;
+    const std::string device = device_of(parent_of(event.path));
+    // Late, too. The devices of other buses are judged by their input devices alone.
+    if (numbers_.count(device) != 0 && !settling_.waits_for(device)) {
+        actions_.judge_usb(subject(device), Ask::kIfChanged);
+    }
 }
 
 void Tracker::handle_input(const Event& event) {
     const std::string name = base::Basename(event.path);
     if (!is_event_node(name)) return;
-    if (event.action == "add") actions_.judge_input(input_of(event.path), name);
-    if (event.action == "remove") actions_.removed(input_of(event.path));
+    if (event.action == "add") actions_.judge_input(parent_of(event.path), name);
+    if (event.action == "remove") actions_.removed({parent_of(event.path)});
 }
 
-std::string Tracker::found(const std::string& subsystem, const std::string& path) {
-    std::string name = base::Basename(path);
-    if (subsystem == "usb" && is_device_name(name) && name.find(':') == std::string::npos) {
+std::string Tracker::found(const Event& device, Ask when) {
+    std::string name = base::Basename(device.path);
+    if (device.subsystem == "usb" && is_device_name(name) && device_of(name) == name) {
+        note_number(name, device.number);
         // One that is still waited for is judged when it has settled.
-        if (!settling_.waits_for(name)) actions_.judge_usb(name);
-        return name;
+        if (!settling_.waits_for(name)) actions_.judge_usb(subject(name), when);
+        return subject(name).key();
     }
-    if (subsystem == "input" && is_event_node(name)) {
-        actions_.judge_input(input_of(path), name);
-        return input_of(path);
+    if (device.subsystem == "input" && is_event_node(name)) {
+        actions_.judge_input(parent_of(device.path), name);
+        return parent_of(device.path);
     }
-    return "";
+    return device.subsystem == "hid" ? name : "";
 }
 
 void Tracker::judge_overdue(Clock::time_point now) {
-    for (const std::string& device : settling_.overdue(now)) actions_.judge_usb(device);
+    for (const std::string& device : settling_.overdue(now)) {
+        actions_.judge_usb(subject(device), Ask::kAlways);
+    }
+}
+
+Subject Tracker::subject(const std::string& device) const {
+    const auto number = numbers_.find(device);
+    return {device, number == numbers_.end() ? 0 : number->second};
+}
+
+void Tracker::note_number(const std::string& device, int32_t number) {
+    const auto [known, fresh] = numbers_.try_emplace(device, number);
+    if (fresh || known->second == number || number == 0) return;
+    actions_.removed(subject(device));
+    known->second = number;
 }
 
 }  // namespace android::vus::hotplug

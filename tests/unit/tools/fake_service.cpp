@@ -46,7 +46,7 @@ binder::Status FakeService::unregisterVusCallback(const sp<IVUsbServiceCallback>
 
 binder::Status FakeService::getDeviceList(std::vector<DeviceInfo>* out) {
     *out = devices;
-    return Note("list");
+    return note_lists ? Note("list") : answer;
 }
 
 binder::Status FakeService::updateDeviceList(const DeviceInfo& info, int32_t action) {

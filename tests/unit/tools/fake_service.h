@@ -24,6 +24,7 @@ class FakeService : public BnVUsbService {
     std::function<bool(const DeviceInfo&)> allow = [](const DeviceInfo&) { return true; };
     binder::Status answer;  // of every call
     std::string dump_text;
+    bool note_lists = true;  // whether getDeviceList counts as a call
 
     // The calls so far, such as "judge 1001" or "reset 0"; Take() forgets them.
     std::vector<std::string> Take();

@@ -11,10 +11,12 @@
 #include <time.h>
 
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "tests/support/world.h"
 #include "tests/unit/tools/fake_service.h"
+#include "tests/unit/tools/fake_switches.h"
 #include "tests/unit/tools/uevents.h"
 
 namespace android::vus::hotplug {
@@ -40,6 +42,7 @@ class HotplugTest : public testing::Test {
         EmptyWorld();
         MakeDir("/sys/bus/usb/devices");
         MakeDir("/sys/class");
+        fake_->note_lists = false;
     }
 
     void TearDown() override { Stop(); }
@@ -68,6 +71,11 @@ class HotplugTest : public testing::Test {
         Link(entry + "/" + interface);
     }
 
+    static void Bind(const std::string& path, const std::string& driver) {
+        std::filesystem::create_symlink("/sys/bus/usb/drivers/" + driver,
+                                        std::string("/sys") + kController + path + "/driver");
+    }
+
     static void Link(const std::string& path) {
         const std::string device = std::string("/sys") + kController + path;
         const std::string name = std::filesystem::path(path).filename();
@@ -86,11 +94,11 @@ class HotplugTest : public testing::Test {
 
     // Runs the loop until Stop(), and waits until it has looked around and hears events. A device
     // of the start's own tells: it is found present, and then announced.
-    void Start() {
+    void Start(const Reporter::Manner& manner = {}) {
         AddDevice("1-99", 99);
         stop_ = base::unique_fd(eventfd(0, EFD_CLOEXEC));
-        thread_ = std::thread([this] {
-            Hotplug hotplug([this] { return Find(); }, nullptr);
+        thread_ = std::thread([this, manner] {
+            Hotplug hotplug([this] { return Find(); }, &switches_, manner);
             EXPECT_TRUE(hotplug.run(stop_.get()));
         });
         WaitUntil([this] { return searches_ > 0; });  // it listens before it looks for the daemon
@@ -127,6 +135,7 @@ class HotplugTest : public testing::Test {
 
     static bool private_network_;
     sp<FakeService> fake_ = new FakeService;
+    FakeSwitches switches_;
     std::mutex mutex_;
     std::condition_variable searched_;
     int searches_ = 0;
@@ -151,8 +160,9 @@ TEST_F(HotplugTest, WhatIsPresentIsJudgedOnce) {
     AddInterface("1-1", 0, "08");
     AddDevice("1-2", 3);
     AddInterface("1-2", 0, "09");  // a hub
-    AddDevice("1-2/1-2.4", 4);     // and a device behind it
-    Hotplug hotplug([this] { return Find(); }, nullptr);
+    Bind("1-2/1-2:1.0", "hub");
+    AddDevice("1-2/1-2.4", 4);  // and a device behind it
+    Hotplug hotplug([this] { return Find(); }, &switches_, {});
     std::string why_not;
     EXPECT_TRUE(hotplug.run_once(&why_not)) << why_not;
     EXPECT_THAT(fake_->Take(), UnorderedElementsAre("judge 1002", "judge 1004"));
@@ -160,7 +170,7 @@ TEST_F(HotplugTest, WhatIsPresentIsJudgedOnce) {
 
 TEST_F(HotplugTest, MissingDaemonEndsTheSingleRun) {
     DaemonIs({});
-    Hotplug hotplug([this] { return Find(); }, nullptr);
+    Hotplug hotplug([this] { return Find(); }, &switches_, {});
     std::string why_not;
     EXPECT_FALSE(hotplug.run_once(&why_not));
     EXPECT_EQ(why_not, "not there");
@@ -168,7 +178,7 @@ TEST_F(HotplugTest, MissingDaemonEndsTheSingleRun) {
 
 TEST_F(HotplugTest, DeadDaemonEndsTheSingleRun) {
     remote_.binder->Die();
-    Hotplug hotplug([this] { return Find(); }, nullptr);
+    Hotplug hotplug([this] { return Find(); }, &switches_, {});
     std::string why_not;
     EXPECT_FALSE(hotplug.run_once(&why_not));
     EXPECT_EQ(why_not, "the daemon has just ended");
@@ -206,6 +216,7 @@ TEST_F(HotplugTest, EverythingIsJudgedWhenTheDaemonComesBack) {
     Usb("bind", "1-1");
     EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
     const sp<FakeService> next = new FakeService;
+    next->note_lists = false;
     const RemoteService before = remote_;
     DaemonIs({});
     before.binder->Die();
@@ -233,6 +244,57 @@ TEST_F(HotplugTest, BurstOfEventsIsReportedInFull) {
         expected.push_back("judge " + std::to_string(1000 + device));
     }
     EXPECT_THAT(fake_->TakeAtLeast(kDevices), testing::UnorderedElementsAreArray(expected));
+}
+
+// What a notice holds up is the loop, which then hears nothing.
+TEST_F(HotplugTest, LostEventsAreMadeUpFor) {
+    std::promise<void> stuck, go_on;
+    fake_->allow = [](const DeviceInfo& info) { return info.deviceId != 1002; };
+    Start({false, nullptr, [&](const std::string& line) {
+               if (line != "closed 1-1: its interfaces have come back") return;
+               stuck.set_value();
+               go_on.get_future().wait();
+           }});
+    AddDevice("1-1", 2);
+    AddInterface("1-1", 0, "08");
+    Usb("bind", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
+    Usb("add", "1-1/1-1:1.0");
+    ASSERT_EQ(stuck.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    const std::string long_path = "1-1/" + std::string(700, 'x');
+    for (int event = 0; event < 8000; ++event) Usb("change", long_path);
+    RemoveDevice("1-1");
+    Usb("remove", "1-1");
+    AddDevice("1-2", 3);
+    Usb("bind", "1-2");
+    go_on.set_value();
+    EXPECT_THAT(fake_->TakeAtLeast(2), UnorderedElementsAre("update 1002 0", "judge 1003"));
+}
+
+TEST_F(HotplugTest, RefusedInterfacesThatComeBackAreSwitchedOffAtOnce) {
+    fake_->allow = [](const DeviceInfo&) { return false; };
+    Start();
+    AddDevice("1-1", 2);
+    AddInterface("1-1", 0, "08");
+    Usb("bind", "1-1");
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
+    Usb("add", "1-1/1-1:2.0");
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
+}
+
+TEST_F(HotplugTest, DeviceIsSwitchedOffWhenNoAnswerComes) {
+    Start();
+    std::promise<void> answer;
+    fake_->allow = [let = answer.get_future().share()](const DeviceInfo&) {
+        let.wait();
+        return true;
+    };
+    AddDevice("1-1", 2);
+    Usb("bind", "1-1");
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
+    answer.set_value();
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("open 1-1"));
 }
 
 TEST_F(HotplugTest, EventsOfOthersAreNotHeeded) {

@@ -9,13 +9,14 @@ namespace {
 
 TEST(Options, AreOffByDefault) {
     const Options options = parse_options({});
-    EXPECT_FALSE(options.once || options.verbose || options.help);
+    EXPECT_FALSE(options.once || options.verbose || options.help || options.fail_closed);
     EXPECT_EQ(options.error, "");
 }
 
 TEST(Options, AreTakenInAnyOrder) {
     const Options options = parse_options({"--verbose", "--once"});
     EXPECT_TRUE(options.once && options.verbose && !options.help);
+    EXPECT_TRUE(parse_options({"--fail-closed"}).fail_closed);
     EXPECT_TRUE(parse_options({"--help"}).help);
     EXPECT_TRUE(parse_options({"-h"}).help);
 }

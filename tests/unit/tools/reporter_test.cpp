@@ -8,6 +8,7 @@
 #include <future>
 
 #include "tests/unit/tools/fake_service.h"
+#include "tests/unit/tools/fake_switches.h"
 
 namespace android::vus::hotplug {
 namespace {
@@ -27,11 +28,17 @@ DeviceInfo Disk(int32_t id) {
 
 class ReporterTest : public testing::Test {
   protected:
-    void SetUp() override { reporter_.set_service(fake_); }
+    void SetUp() override {
+        fake_->note_lists = false;
+        reporter_.set_service(fake_);
+    }
 
     void Judge(const std::string& device, const std::optional<DeviceInfo>& info) {
-        reporter_.judge(device, [info] { return info; });
+        Sighting seen;
+        seen.info = info;
+        reporter_.judge({device}, [seen] { return seen; });
     }
+    void Removed(const std::string& device) { reporter_.removed({device}); }
     std::vector<std::string> Calls() {
         reporter_.drain();
         return fake_->Take();
@@ -44,28 +51,32 @@ class ReporterTest : public testing::Test {
     sp<FakeService> fake_ = new FakeService;
     std::mutex lines_mutex_;
     std::vector<std::string> lines_;
-    Reporter reporter_{[this](const std::string& line) {
-        const std::lock_guard<std::mutex> lock(lines_mutex_);
-        lines_.push_back(line);
-    }};
+    FakeSwitches switches_;
+    Reporter reporter_{&switches_,
+                       {false,
+                        [this](const std::string& line) {
+                            const std::lock_guard<std::mutex> lock(lines_mutex_);
+                            lines_.push_back(line);
+                        },
+                        nullptr}};
 };
 
 TEST_F(ReporterTest, RemovalIsReportedWithTheRecordThatWasJudged) {
     Judge("1-2", Disk(1005));
-    reporter_.removed("1-2");
+    Removed("1-2");
     EXPECT_THAT(Calls(), ElementsAre("judge 1005", "update 1005 0"));
-    reporter_.removed("1-2");
+    Removed("1-2");
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
 TEST_F(ReporterTest, DeviceThatWasNeverJudgedIsNotReportedRemoved) {
-    reporter_.removed("1-2");
+    Removed("1-2");
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
 TEST_F(ReporterTest, DeviceThatIsNotReportedIsNotJudged) {
     Judge("1-2", std::nullopt);
-    reporter_.removed("1-2");
+    Removed("1-2");
     EXPECT_THAT(Calls(), IsEmpty());
     EXPECT_THAT(Lines(), IsEmpty());
 }
@@ -83,7 +94,7 @@ TEST_F(ReporterTest, SameInputDeviceIsJudgedOnce) {
     Judge("input5", keyboard);
     Judge("input5", keyboard);
     EXPECT_THAT(Calls(), ElementsAre("judge 5"));
-    reporter_.removed("input5");
+    Removed("input5");
     Judge("input5", keyboard);
     EXPECT_THAT(Calls(), ElementsAre("update 5 0", "judge 5"));
 }
@@ -104,7 +115,7 @@ TEST_F(ReporterTest, OnlyWhatIsPresentIsKept) {
     Judge("1-2", Disk(1002));
     Judge("1-3", Disk(1003));
     Calls();
-    reporter_.keep_only({"1-2", "1-9"});
+    reporter_.keep_only({{"1-2", "1-9"}, {}});
     EXPECT_THAT(Calls(), UnorderedElementsAre("update 1001 0", "update 1003 0"));
 }
 
@@ -113,7 +124,7 @@ TEST_F(ReporterTest, NothingIsReportedWhileThereIsNoService) {
     Calls();
     reporter_.set_service(nullptr);
     Judge("1-3", Disk(1006));
-    reporter_.removed("1-2");
+    Removed("1-2");
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
@@ -121,9 +132,10 @@ TEST_F(ReporterTest, NewServiceIsNotToldOfRemovalsOfWhatTheOldOneKnew) {
     Judge("1-2", Disk(1005));
     Calls();
     const sp<FakeService> next = new FakeService;
+    next->note_lists = false;
     reporter_.set_service(nullptr);
     reporter_.set_service(next);
-    reporter_.removed("1-2");
+    Removed("1-2");
     reporter_.drain();
     EXPECT_THAT(next->Take(), IsEmpty());
 }
@@ -136,7 +148,7 @@ TEST_F(ReporterTest, DeviceThatDoesNotAnswerHoldsUpNoOther) {
         return true;
     };
     Judge("1-1", Disk(1001));
-    reporter_.removed("1-1");
+    Removed("1-1");
     for (int32_t id = 1002; id < 1010; ++id) Judge("1-" + std::to_string(id), Disk(id));
     EXPECT_THAT(fake_->TakeAtLeast(8),
                 UnorderedElementsAre("judge 1002", "judge 1003", "judge 1004", "judge 1005",
@@ -147,9 +159,11 @@ TEST_F(ReporterTest, DeviceThatDoesNotAnswerHoldsUpNoOther) {
 
 TEST_F(ReporterTest, DeviceIsReadOnTheThreadThatReportsIt) {
     std::promise<void> readable;
-    reporter_.judge("1-1", [wait = readable.get_future().share()] {
+    reporter_.judge({"1-1"}, [wait = readable.get_future().share()] {
         wait.wait();
-        return std::optional<DeviceInfo>(Disk(1001));
+        Sighting seen;
+        seen.info = Disk(1001);
+        return seen;
     });
     Judge("1-2", Disk(1002));
     EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
@@ -161,7 +175,7 @@ TEST_F(ReporterTest, ReportsOfOneDeviceStayInOrder) {
     std::vector<std::string> expected;
     for (int32_t round = 0; round < 100; ++round) {
         Judge("1-1", Disk(round));
-        reporter_.removed("1-1");
+        Removed("1-1");
         expected.push_back("judge " + std::to_string(round));
         expected.push_back("update " + std::to_string(round) + " 0");
     }
@@ -171,7 +185,7 @@ TEST_F(ReporterTest, ReportsOfOneDeviceStayInOrder) {
 TEST_F(ReporterTest, EveryReportIsALine) {
     fake_->allow = [](const DeviceInfo& info) { return info.vendorId == 0x951; };
     Judge("1-2.4", Disk(1005));
-    reporter_.removed("1-2.4");
+    Removed("1-2.4");
     reporter_.drain();
     EXPECT_THAT(Lines(), ElementsAre("1-2.4 usb 0951:1666 classes 8 allowed",
                                      "1-2.4 usb 0951:1666 classes 8 removed"));
@@ -198,7 +212,7 @@ TEST_F(ReporterTest, DeadServiceIsSeenInTheLine) {
     reporter_.set_service(remote.service);
     remote.binder->Die();
     Judge("1-2", Disk(1005));
-    reporter_.removed("1-2");
+    Removed("1-2");
     reporter_.drain();
     EXPECT_THAT(Lines(), ElementsAre("1-2 usb 0951:1666 classes 8 unanswered",
                                      "1-2 usb 0951:1666 classes 8 unanswered"));

@@ -76,6 +76,19 @@ TEST_F(SettlingTest, InterfacesWithoutDeviceAreWaitedForUntilTheyAreQuiet) {
     EXPECT_THAT(settling_.overdue(At(4)), ElementsAre("1-1"));
 }
 
+TEST_F(SettlingTest, InterfacesThatAreNeverQuietAreWaitedForTwiceTheTime) {
+    for (const int second : {0, 1, 2, 3}) settling_.interface_added("1-1", At(second));
+    EXPECT_EQ(settling_.next_deadline(), At(4));
+}
+
+TEST_F(SettlingTest, OnlyANewDeviceIsWaitedForUntilItIsBound) {
+    EXPECT_FALSE(settling_.waits_for_bind("1-1"));
+    settling_.interface_added("1-1", At(0));
+    EXPECT_FALSE(settling_.waits_for_bind("1-1"));
+    settling_.added("1-1", At(0));
+    EXPECT_TRUE(settling_.waits_for_bind("1-1"));
+}
+
 TEST_F(SettlingTest, DriverOfOldInterfaceIsNoReasonToWait) {
     settling_.interface_bound("1-1", At(0));
     EXPECT_FALSE(settling_.waits_for("1-1"));

@@ -22,25 +22,42 @@ constexpr char kEvent[] =
 
 class TrackerTest : public testing::Test {
   protected:
-    void Usb(const std::string& action, const std::string& path) {
-        tracker_.handle({action, "usb", path}, now_);
+    void Usb(const std::string& action, const std::string& path, int32_t number = 0) {
+        tracker_.handle({action, "usb", path, number}, now_);
+    }
+    void Hid(const std::string& action, const std::string& path) {
+        tracker_.handle({action, "hid", path}, now_);
     }
     void Input(const std::string& action, const std::string& path) {
         tracker_.handle({action, "input", path}, now_);
+    }
+    std::string Found(const std::string& subsystem, const std::string& path, int32_t number = 0) {
+        return tracker_.found({"", subsystem, path, number}, Ask::kAlways);
     }
     void Pass(Tracker::Clock::duration time) {
         now_ += time;
         tracker_.judge_overdue(now_);
     }
+    static std::string NameOf(const Subject& device) {
+        return device.name + (device.number == 0 ? "" : "#" + std::to_string(device.number));
+    }
     std::vector<std::string> Taken() { return std::exchange(actions_, {}); }
 
     std::vector<std::string> actions_;
     Tracker::Clock::time_point now_{seconds(1000)};
-    Tracker tracker_{{[this](const std::string& device) { actions_.push_back("judge " + device); },
-                      [this](const std::string& input, const std::string& event) {
-                          actions_.push_back("judge " + input + " by " + event);
-                      },
-                      [this](const std::string& name) { actions_.push_back("removed " + name); }}};
+    Tracker tracker_{
+            {[this](const Subject& device, Ask when) {
+                 actions_.push_back("judge " + NameOf(device) +
+                                    (when == Ask::kIfChanged ? " if changed" : ""));
+             },
+             [this](const std::string& input, const std::string& event) {
+                 actions_.push_back("judge " + input + " by " + event);
+             },
+             [this](const Subject& device) { actions_.push_back("removed " + NameOf(device)); },
+             [this](const Subject& device) { actions_.push_back("back " + NameOf(device)); },
+             [this](const std::string& hid_device) {
+                 actions_.push_back("removed " + hid_device);
+             }}};
 };
 
 TEST_F(TrackerTest, DeviceIsJudgedWhenItIsBoundAndNotBefore) {
@@ -83,6 +100,7 @@ TEST_F(TrackerTest, DeviceThatGoesWhileItSettlesIsNotJudged) {
 TEST_F(TrackerTest, ChangedConfigurationIsJudgedWhenItsInterfacesAreQuiet) {
     Usb("remove", std::string(kDisk) + "/1-2.4:1.0");
     Usb("add", std::string(kDisk) + "/1-2.4:2.0");
+    EXPECT_THAT(Taken(), ElementsAre("back 1-2.4"));
     Pass(milliseconds(499));
     Usb("bind", std::string(kDisk) + "/1-2.4:2.0");
     Pass(milliseconds(499));
@@ -107,7 +125,7 @@ TEST_F(TrackerTest, RootHubsAreLeftOut) {
     Pass(seconds(60));
     Usb("remove", root);
     EXPECT_THAT(Taken(), IsEmpty());
-    EXPECT_EQ(tracker_.found("usb", root), "");
+    EXPECT_EQ(tracker_.found({"", "usb", root}, Ask::kAlways), "");
 }
 
 TEST_F(TrackerTest, DevicesBehindOneAnotherAreToldApart) {
@@ -133,6 +151,58 @@ TEST_F(TrackerTest, InputDeviceIsJudgedByItsEventNode) {
     EXPECT_THAT(Taken(), IsEmpty());
 }
 
+TEST_F(TrackerTest, ConfigurationThatIsNeverQuietIsJudged) {
+    for (int change = 0; change < 5; ++change) {
+        Usb("add", std::string(kDisk) + "/1-2.4:2.0");
+        Pass(milliseconds(400));
+    }
+    EXPECT_THAT(Taken(), testing::Contains("judge 1-2.4"));
+}
+
+TEST_F(TrackerTest, DriverThatComesLateLeadsToAJudgement) {
+    const std::string interface = std::string(kDisk) + "/1-2.4:1.0";
+    Usb("add", kDisk, 1004);
+    Usb("bind", kDisk, 1004);
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1004"));
+    Usb("bind", interface);
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1004 if changed"));
+    Hid("add", interface + "/0003:0627:0001.0001");
+    EXPECT_THAT(Taken(), IsEmpty());
+    Hid("bind", interface + "/0003:0627:0001.0001");
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1004 if changed"));
+    Hid("remove", interface + "/0003:0627:0001.0001");
+    EXPECT_THAT(Taken(), ElementsAre("removed 0003:0627:0001.0001"));
+}
+
+TEST_F(TrackerTest, DriverOfADeviceThatSettlesIsWaitedFor) {
+    const std::string interface = std::string(kDisk) + "/1-2.4:1.0";
+    Usb("add", kDisk, 1004);
+    Usb("add", interface);
+    Hid("bind", interface + "/0003:0627:0001.0001");
+    Usb("bind", interface);
+    EXPECT_THAT(Taken(), IsEmpty());
+}
+
+TEST_F(TrackerTest, HidDevicesOfOtherBusesAreNoUsbDevices) {
+    Hid("bind", "/sys/devices/virtual/misc/uhid/0005:0001:0002.0001");
+    EXPECT_THAT(Taken(), IsEmpty());
+    EXPECT_EQ(Found("hid", "/sys/devices/virtual/misc/uhid/0005:0001:0002.0001"),
+              "0005:0001:0002.0001");
+}
+
+TEST_F(TrackerTest, DeviceOfAnotherNumberTakesThePlaceOfTheOld) {
+    Usb("add", kDisk, 1004);
+    Usb("bind", kDisk, 1004);
+    // The removal was lost.
+    Usb("add", kDisk, 1005);
+    Usb("bind", kDisk, 1005);
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1004", "removed 1-2.4#1004", "judge 1-2.4#1005"));
+    EXPECT_EQ(Found("usb", kDisk, 1006), "1006");
+    EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1005", "judge 1-2.4#1006"));
+    Usb("remove", kDisk, 1006);
+    EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1006"));
+}
+
 TEST_F(TrackerTest, OtherSubsystemsSayNothing) {
     tracker_.handle({"add", "net", "/sys/devices/virtual/net/1-1"}, now_);
     tracker_.handle({"add", "", ""}, now_);
@@ -142,17 +212,17 @@ TEST_F(TrackerTest, OtherSubsystemsSayNothing) {
 }
 
 TEST_F(TrackerTest, FoundDevicesAreJudged) {
-    EXPECT_EQ(tracker_.found("usb", kDisk), "1-2.4");
-    EXPECT_EQ(tracker_.found("usb", std::string(kDisk) + "/1-2.4:1.0"), "");
-    EXPECT_EQ(tracker_.found("input", kEvent), "input5");
-    EXPECT_EQ(tracker_.found("input", "/sys/devices/virtual/input/input5"), "");
-    EXPECT_EQ(tracker_.found("input", "/sys/devices/virtual/input/mice"), "");
+    EXPECT_EQ(Found("usb", kDisk), "1-2.4");
+    EXPECT_EQ(Found("usb", std::string(kDisk) + "/1-2.4:1.0"), "");
+    EXPECT_EQ(Found("input", kEvent), "input5");
+    EXPECT_EQ(Found("input", "/sys/devices/virtual/input/input5"), "");
+    EXPECT_EQ(Found("input", "/sys/devices/virtual/input/mice"), "");
     EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4", "judge input5 by event3"));
 }
 
 TEST_F(TrackerTest, FoundDeviceThatStillSettlesIsPresentButNotJudgedYet) {
     Usb("add", kDisk);
-    EXPECT_EQ(tracker_.found("usb", kDisk), "1-2.4");
+    EXPECT_EQ(Found("usb", kDisk), "1-2.4");
     EXPECT_THAT(Taken(), IsEmpty());
     Usb("bind", kDisk);
     EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4"));

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The kernel's switches, for tests of what is done with them: remembers what was switched.
+// Thread-safe.
+
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/hotplug/switches.h"
+
+namespace android::vus::hotplug {
+
+class FakeSwitches : public Switches {
+  public:
+    // What was done so far, such as "close 1-2" or "unbind 0003:0627:0001.0001"; Take() forgets it.
+    std::vector<std::string> Take() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return std::exchange(done_, {});
+    }
+
+    // Waits until that much is done, or for 10 s.
+    std::vector<std::string> TakeAtLeast(size_t count) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        noted_.wait_for(lock, std::chrono::seconds(10), [&] { return done_.size() >= count; });
+        return std::exchange(done_, {});
+    }
+
+    void close_interfaces(const Subject& device) override { Note("close " + device.name); }
+    void open_interfaces(const Subject& device) override { Note("open " + device.name); }
+    void close_device(const Subject& device) override { Note("close device " + device.name); }
+    void open_device(const Subject& device) override { Note("open device " + device.name); }
+    void hush_input(const std::string& input) override { Note("hush " + input); }
+    void unhush_input(const std::string& input) override { Note("unhush " + input); }
+    bool unbind_hid(const std::string& hid_device) override {
+        Note("unbind " + hid_device);
+        return true;
+    }
+    void probe_hid(const std::string& hid_device) override { Note("probe " + hid_device); }
+
+  private:
+    void Note(const std::string& what) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        done_.push_back(what);
+        noted_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable noted_;
+    std::vector<std::string> done_;
+};
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/sysfs_switches.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/support/world.h"
+
+namespace android::vus::hotplug {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kDevices[] = "/sys/bus/usb/devices/";
+constexpr char kHidDevice[] = "0003:0627:0001.0001";
+const Subject kDock = {"1-2", 1005};
+
+class SysfsSwitchesTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        EmptyWorld();
+        Attribute("1-2/busnum", "1\n");
+        Attribute("1-2/devnum", "5\n");
+        Attribute("1-2/authorized", "1\n");
+        AddInterface("1-2:1.0", "1\n");
+        AddInterface("1-2:1.1", "1\n");
+        WriteFile("/sys/bus/usb/drivers_probe", "");
+        WriteFile("/sys/bus/hid/drivers_probe", "");
+    }
+
+    static void Attribute(const std::string& path, const std::string& value) {
+        WriteFile(kDevices + path, value);
+    }
+    // In its device's directory, and beside it, where the kernel has a link.
+    static void AddInterface(const std::string& name, const std::string& authorized) {
+        const std::string inside = kDock.name + "/" + name;
+        Attribute(inside + "/bInterfaceClass", "08\n");
+        Attribute(inside + "/authorized", authorized);
+        std::filesystem::create_directory_symlink(kDevices + inside, kDevices + name);
+    }
+    static void Bind(const std::string& interface, const std::string& driver) {
+        std::filesystem::create_symlink("/sys/bus/usb/drivers/" + driver,
+                                        kDevices + interface + "/driver");
+    }
+    static std::vector<std::string> Authorized() {
+        return {ReadFile(std::string(kDevices) + "1-2/authorized"),
+                ReadFile(std::string(kDevices) + "1-2:1.0/authorized"),
+                ReadFile(std::string(kDevices) + "1-2:1.1/authorized")};
+    }
+
+    std::vector<std::string> complaints_;
+    SysfsSwitches switches_{[this](const std::string& line) { complaints_.push_back(line); }};
+};
+
+TEST_F(SysfsSwitchesTest, InterfacesThatAreOnAreClosed) {
+    switches_.close_interfaces(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
+    Attribute("1-2:1.0/authorized", "0\n");
+    Attribute("1-2:1.1/authorized", "1\n");
+    switches_.close_interfaces(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
+    EXPECT_THAT(complaints_, IsEmpty());
+}
+
+TEST_F(SysfsSwitchesTest, DeviceThatHasBecomeAnotherIsLeftAlone) {
+    const Subject before = {"1-2", 1004};
+    switches_.close_interfaces(before);
+    switches_.open_interfaces(before);
+    switches_.close_device(before);
+    switches_.close_interfaces({"1-9", 1009});
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
+    EXPECT_THAT(complaints_, IsEmpty());
+}
+
+TEST_F(SysfsSwitchesTest, HubIsLeftAlone) {
+    Bind("1-2:1.0", "hub");
+    Bind("1-2:1.1", "hub");
+    switches_.close_interfaces(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
+}
+
+TEST_F(SysfsSwitchesTest, OnlyPartlyAHubIsClosed) {
+    Bind("1-2:1.0", "hub");
+    switches_.close_interfaces(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
+}
+
+TEST_F(SysfsSwitchesTest, InterfacesAreOpenedAndTheirDriversLookedFor) {
+    Attribute("1-2:1.1/authorized", "0\n");
+    switches_.open_interfaces(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
+    EXPECT_EQ(ReadFile("/sys/bus/usb/drivers_probe"), "1-2:1.1");
+}
+
+TEST_F(SysfsSwitchesTest, DeviceIsSwitchedAsAWhole) {
+    switches_.close_device(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("0\n", "1\n", "1\n"));
+    switches_.open_device(kDock);
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
+}
+
+TEST_F(SysfsSwitchesTest, SwitchThatCannotBeSetIsSaid) {
+    RemoveFile(std::string(kDevices) + "1-2:1.0/authorized");
+    MakeDir(std::string(kDevices) + "1-2:1.0/authorized");
+    switches_.close_interfaces(kDock);
+    EXPECT_THAT(complaints_, ElementsAre("cannot switch 1-2:1.0/authorized: Is a directory"));
+    EXPECT_EQ(Authorized()[2], "0\n") << "the next one is closed all the same";
+}
+
+TEST_F(SysfsSwitchesTest, InputDeviceIsHushed) {
+    WriteFile("/sys/class/input/input5/inhibited", "0\n");
+    switches_.hush_input("input5");
+    EXPECT_EQ(ReadFile("/sys/class/input/input5/inhibited"), "1\n");
+    switches_.unhush_input("input5");
+    EXPECT_EQ(ReadFile("/sys/class/input/input5/inhibited"), "0\n");
+    switches_.hush_input("input6");  // has gone
+    EXPECT_THAT(complaints_, IsEmpty());
+}
+
+TEST_F(SysfsSwitchesTest, KernelThatCannotHushIsSaid) {
+    MakeDir("/sys/class/input/input5");
+    switches_.hush_input("input5");
+    EXPECT_THAT(complaints_, ElementsAre("cannot switch /sys/class/input/input5/inhibited"));
+}
+
+TEST_F(SysfsSwitchesTest, HidDeviceLosesItsDriverAndGetsItBack) {
+    WriteFile(std::string("/sys/bus/hid/devices/") + kHidDevice + "/driver/unbind", "");
+    EXPECT_TRUE(switches_.unbind_hid(kHidDevice));
+    EXPECT_EQ(ReadFile(std::string("/sys/bus/hid/devices/") + kHidDevice + "/driver/unbind"),
+              kHidDevice);
+    switches_.probe_hid(kHidDevice);
+    EXPECT_EQ(ReadFile("/sys/bus/hid/drivers_probe"), kHidDevice);
+    EXPECT_FALSE(switches_.unbind_hid("0003:0627:0001.0002"));
+    EXPECT_THAT(complaints_, IsEmpty());
+}
+
+}  // namespace
+}  // namespace android::vus::hotplug

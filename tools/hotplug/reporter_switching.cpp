@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What follows from answers, and from their absence: what a device's switches are to be, and how
+// they come to be so.
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/hotplug/reporter.h"
+
+namespace android::vus::hotplug {
+
+namespace {
+
+// Interfaces that come within this time come of the same change.
+constexpr std::chrono::milliseconds kOneReturn(100);
+// Who brings a refused device's interfaces back twice within this time will do so again.
+constexpr std::chrono::seconds kReturnsSoon(10);
+
+}  // namespace
+
+void Reporter::interfaces_back(const Subject& device, Clock::time_point now) {
+    {
+        const MutexLock lock(mutex_);
+        const auto known = records_.find(device.key());
+        if (known == records_.end()) return;
+        Record& record = known->second;
+        if (record.wanted == Hold::kNone && !record.was_refused) return;
+        record.verify = true;
+        queue_switching(device);
+        const auto since = record.last_return ? now - *record.last_return : Clock::duration::max();
+        if (since < kOneReturn) return;
+        record.last_return = now;
+        if (since < kReturnsSoon && record.was_refused) record.wanted = Hold::kWholeDevice;
+        if (record.wanted == Hold::kNone) return;
+    }
+    notice("closed " + device.name + ": its interfaces have come back");
+}
+
+void Reporter::lose_patience(Clock::time_point now) {
+    for (const Subject& device : patience_.lost(now)) hold_silent(device, "no answer within 2 s");
+}
+
+void Reporter::follow(const Subject& device, Verdict verdict) {
+    {
+        const MutexLock lock(mutex_);
+        Record& record = records_[device.key()];
+        record.verdict = verdict;
+        if (verdict == Verdict::kRefused) {
+            record.was_refused = true;
+            // The daemon has switched it off.
+            record.done = std::max(record.done, Hold::kRefusal);
+        }
+    }
+    want(device, verdict == Verdict::kRefused ? Hold::kRefusal : Hold::kNone);
+}
+
+void Reporter::hold_silent(const Subject& device, const std::string& why) {
+    const Record known = record_of(device);
+    if (known.wanted != Hold::kNone || known.allowed_as_is) return;
+    notice("closed " + device.name + ": " + why);
+    want(device, Hold::kSilence);
+}
+
+void Reporter::want(const Subject& device, Hold hold) {
+    const MutexLock lock(mutex_);
+    Record& record = records_[device.key()];
+    record.subject = device;
+    if (hold != Hold::kNone && hold < record.wanted) return;
+    if (hold == Hold::kNone && record.wanted == Hold::kNone) return;
+    record.wanted = hold;
+    // A refusal is seen to each time that it is heard.
+    record.verify = true;
+    queue_switching(device);
+}
+
+void Reporter::queue_switching(const Subject& device) {
+    lanes_.add(device.key() + " switches", [this, device] { make_so(device); });
+}
+
+void Reporter::make_so(const Subject& device) {
+    Record before;
+    Hold wanted = Hold::kNone;
+    {
+        const MutexLock lock(mutex_);
+        const auto known = records_.find(device.key());
+        if (known == records_.end()) return;
+        Record& record = known->second;
+        before = record;
+        wanted = record.wanted;
+        if (wanted == record.done && !record.verify) return;
+        record.done = wanted;
+        record.verify = false;
+    }
+    if (wanted == Hold::kNone && before.done == Hold::kNone) return;
+    if (device.is_usb()) {
+        switch_usb(device, before.done, wanted);
+    } else {
+        switch_input(before, wanted);
+    }
+}
+
+void Reporter::switch_usb(const Subject& device, Hold before, Hold wanted) {
+    switch (wanted) {
+        case Hold::kNone:
+            doubt_what_was_off(device);
+            if (before == Hold::kWholeDevice) switches_->open_device(device);
+            switches_->open_interfaces(device);
+            notice("opened " + device.name);
+            break;
+        case Hold::kSilence:
+        case Hold::kRefusal:
+            switches_->close_interfaces(device);
+            break;
+        case Hold::kWholeDevice:
+            switches_->close_device(device);
+            break;
+    }
+}
+
+// What was off while the daemon looked at it looked like a keyboard, and may be a vendor's own HID:
+// that it is left to the input side is not said of what it will be now.
+void Reporter::doubt_what_was_off(const Subject& device) {
+    const MutexLock lock(mutex_);
+    const auto known = records_.find(device.key());
+    if (known == records_.end() || known->second.verdict != Verdict::kElsewhere) return;
+    known->second.verdict = Verdict::kNone;
+}
+
+void Reporter::switch_input(const Record& before, Hold wanted) {
+    const Subject& device = before.subject;
+    switch (wanted) {
+        case Hold::kNone:
+            open_input(before);
+            break;
+        case Hold::kSilence:
+            switches_->hush_input(device.name);
+            break;
+        case Hold::kRefusal:
+        case Hold::kWholeDevice:
+            if (!before.unbound) close_input(before);
+            break;
+    }
+}
+
+void Reporter::close_input(const Record& before) {
+    const Subject& device = before.subject;
+    const std::string& hid_device = before.seen.hid_device;
+    switches_->hush_input(device.name);
+    notice("closed " + device.name + (hid_device.empty() ? "" : " and " + hid_device));
+    if (hid_device.empty()) return;
+    switch_hid(before, [this, device, hid_device] {
+        const bool unbound = switches_->unbind_hid(hid_device);
+        const MutexLock lock(mutex_);
+        const auto known = records_.find(device.key());
+        if (known != records_.end()) known->second.unbound |= unbound;
+    });
+}
+
+void Reporter::open_input(const Record& before) {
+    const Subject& device = before.subject;
+    notice("opened " + device.name);
+    switches_->unhush_input(device.name);
+    if (before.seen.hid_device.empty()) return;
+    switch_hid(before, [this, device, hid_device = before.seen.hid_device] {
+        if (!record_of(device).unbound) return;
+        switches_->probe_hid(hid_device);
+        // The driver makes a new input device; this one is no more.
+        lanes_.add(device.key(), [this, present = session(), device] { forget(present, device); });
+    });
+}
+
+// Among what is asked of the USB device, if it is one's: a keyboard that loses its HID device's
+// driver while the daemon looks at it would be taken for a vendor's own HID.
+void Reporter::switch_hid(const Record& record, std::function<void()> job) {
+    const Subject& usb_device = record.seen.usb_device;
+    lanes_.add(usb_device.number == 0 ? record.seen.hid_device : usb_device.key(), std::move(job));
+}
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Session: a daemon from the moment it was found until it dies, and what it knew before it was told
+// anything: a reporter may have told it, and died. Thread-safe.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "android/vus/DeviceInfo.h"
+#include "android/vus/IVUsbService.h"
+#include "android/vus/mutex.h"
+
+namespace android::vus::hotplug {
+
+class Session {
+  public:
+    explicit Session(const sp<IVUsbService>& service) : service_(service) {}
+
+    IVUsbService& service() { return *service_; }
+
+    // The record that the daemon had under that key (see Subject) before this session, once.
+    std::optional<DeviceInfo> take_listed(const std::string& key);
+    // The same without taking it.
+    std::optional<DeviceInfo> listed(const std::string& key);
+    // The keys of those records that were not taken.
+    std::set<std::string> listed();
+
+    // Whether the daemon has refused a USB device to which it has just answered "no", which it also
+    // says of one that it leaves to the input side: that one it does not list.
+    bool lists(const DeviceInfo& device);
+
+  private:
+    // Asks for the list once; others wait meanwhile.
+    void ensure_list() REQUIRES(mutex_);
+
+    const sp<IVUsbService> service_;
+    Mutex mutex_;
+    bool asked_ GUARDED_BY(mutex_) = false;
+    std::map<std::string, DeviceInfo> listed_ GUARDED_BY(mutex_);
+};
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the parts of the component say to one another of a device.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <optional>
+#include <string>
+
+#include "android/vus/DeviceInfo.h"
+
+namespace android::vus::hotplug {
+
+// Types of devices, as the daemon's interface has them.
+inline constexpr int32_t kUsbType = 0;
+inline constexpr int32_t kInputType = 1;
+
+// Classes of interfaces, likewise.
+inline constexpr int32_t kHidClass = 3;
+inline constexpr int32_t kVendorSpecificClass = 255;
+
+// Which device is meant. A USB device is its port and its number: at the same port there may be
+// another one by now. An input device's name is never used again.
+struct Subject {
+    std::string name;    // in sysfs: "1-2.4.1", "input5"
+    int32_t number = 0;  // of a USB device: bus number * 1000 + device number
+
+    // By which it is told from others, that of a later device of the same number included, which
+    // the daemon does not tell apart.
+    bool is_usb() const { return !name.empty() && name[0] >= '0' && name[0] <= '9'; }
+    std::string key() const { return number == 0 ? name : std::to_string(number); }
+};
+
+// What was seen of a device.
+struct Sighting {
+    std::optional<DeviceInfo> info;  // nothing: it has gone, or is none that is reported
+
+    // Of a USB device.
+    std::string layout;   // which interfaces it has, to be compared
+    std::string shape;    // and what became of them
+    bool bare = false;    // none of them has a driver
+    bool settled = true;  // false: what it is cannot be told yet
+
+    // Of an input device: the HID device behind it, which may hand out the same input as hidraw,
+    // and the USB device behind that.
+    std::string hid_device;
+    Subject usb_device;
+};
+
+}  // namespace android::vus::hotplug

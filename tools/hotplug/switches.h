@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Switches: what the kernel lets a reporter switch off and on.
+//
+// Every method may wait for the device, which can take as long as the device keeps the kernel
+// waiting: not for a thread that others wait for. Thread-safe.
+
+#pragma once
+
+#include <string>
+
+#include "tools/hotplug/subject.h"
+
+namespace android::vus::hotplug {
+
+class Switches {
+  public:
+    virtual ~Switches() = default;
+
+    // Takes the driver from every interface of a USB device and keeps drivers off. Leaves a hub
+    // alone, and a device that has become another.
+    virtual void close_interfaces(const Subject& device) = 0;
+    // Lets the interfaces that are off have drivers again, and has the kernel look for them.
+    virtual void open_interfaces(const Subject& device) = 0;
+
+    // The same with the device as a whole: it loses its configuration, and nobody can give it
+    // another.
+    virtual void close_device(const Subject& device) = 0;
+    virtual void open_device(const Subject& device) = 0;
+
+    // Makes an input device send nothing, or send again.
+    virtual void hush_input(const std::string& input) = 0;
+    virtual void unhush_input(const std::string& input) = 0;
+
+    // Takes the driver from a HID device: the kernel hands out its input as hidraw, too, where
+    // nothing can be hushed. All its input devices go. False if that cannot be done.
+    virtual bool unbind_hid(const std::string& hid_device) = 0;
+    // Has the kernel look for a driver again.
+    virtual void probe_hid(const std::string& hid_device) = 0;
+};
+
+}  // namespace android::vus::hotplug

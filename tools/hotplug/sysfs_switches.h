@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The kernel's own switches, in sysfs. Stateless; any thread.
+
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "tools/hotplug/switches.h"
+
+namespace android::vus::hotplug {
+
+class SysfsSwitches : public Switches {
+  public:
+    // `complain` gets a line for each switch that could not be set, of a device that is still
+    // there.
+    explicit SysfsSwitches(std::function<void(const std::string&)> complain)
+          : complain_(std::move(complain)) {}
+
+    void close_interfaces(const Subject& device) override;
+    void open_interfaces(const Subject& device) override;
+    void close_device(const Subject& device) override;
+    void open_device(const Subject& device) override;
+    void hush_input(const std::string& input) override;
+    void unhush_input(const std::string& input) override;
+    bool unbind_hid(const std::string& hid_device) override;
+    void probe_hid(const std::string& hid_device) override;
+
+  private:
+    class Directory;
+
+    void set_device(const Subject& device, char value);
+    void inhibit(const std::string& input, char value);
+    void complain(const std::string& path);
+
+    const std::function<void(const std::string&)> complain_;
+};
+
+}  // namespace android::vus::hotplug

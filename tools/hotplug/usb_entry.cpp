@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/usb_entry.h"
+
+#include <ctype.h>
+#include <dirent.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <memory>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "android/vus/paths.h"
+#include "tools/hotplug/subject.h"
+
+namespace android::vus::hotplug {
+
+namespace {
+
+constexpr char kHubDriver[] = "hub";
+constexpr char kHidDriver[] = "usbhid";
+
+std::string path_of(const std::string& entry) {
+    return std::string(kUsbDevicesDir) + "/" + entry;
+}
+
+// Empty if there is none; no attribute that is there is empty.
+std::string attribute(const std::string& entry, const char* name) {
+    std::string value;
+    base::ReadFileToString(path_of(entry) + "/" + name, &value);
+    return base::Trim(value);
+}
+
+int32_t number(const std::string& text, int base) {
+    return static_cast<int32_t>(strtol(text.c_str(), nullptr, base));
+}
+
+bool exists(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0;
+}
+
+std::vector<std::string> entries_of(const std::string& path) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    std::vector<std::string> names;
+    if (directory == nullptr) return names;
+    while (const dirent* item = readdir(directory.get())) names.emplace_back(item->d_name);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string driver_of(const std::string& path) {
+    std::string target;
+    return base::Readlink(path + "/driver", &target) ? base::Basename(target) : "";
+}
+
+std::vector<HidDevice> hid_devices_of(const std::string& interface) {
+    std::vector<HidDevice> devices;
+    for (const std::string& name : entries_of(path_of(interface))) {
+        if (!is_hid_name(name)) continue;
+        const std::string path = path_of(interface) + "/" + name;
+        devices.push_back({name, !driver_of(path).empty(), exists(path + "/input")});
+    }
+    return devices;
+}
+
+bool is_vendor_hid(const HidDevice& device) {
+    return device.has_driver && !device.has_input_device;
+}
+
+bool has_hid(const UsbInterface& interface, bool (*is_such)(const HidDevice&)) {
+    return std::any_of(interface.hid_devices.begin(), interface.hid_devices.end(), is_such);
+}
+
+}  // namespace
+
+bool is_hid_name(const std::string& name) {
+    constexpr char kForm[] = "hhhh:hhhh:hhhh.hhhh";
+    return std::equal(name.begin(), name.end(), kForm, kForm + sizeof(kForm) - 1,
+                      [](char letter, char form) {
+                          return form == 'h' ? isxdigit(static_cast<unsigned char>(letter)) != 0
+                                             : letter == form;
+                      });
+}
+
+std::vector<UsbInterface> read_interfaces(const std::string& device) {
+    std::vector<UsbInterface> interfaces;
+    for (const std::string& name : entries_of(path_of(device))) {
+        if (!base::StartsWith(name, device + ":")) continue;
+        const std::string code = attribute(name, "bInterfaceClass");
+        if (code.empty()) continue;  // gone since it was listed
+        interfaces.push_back({name, number(attribute(name, "bInterfaceNumber"), 16),
+                              number(code, 16), driver_of(path_of(name)),
+                              attribute(name, "authorized") != "0", hid_devices_of(name)});
+    }
+    std::sort(interfaces.begin(), interfaces.end(),
+              [](const UsbInterface& one, const UsbInterface& other) {
+                  return one.number < other.number;
+              });
+    return interfaces;
+}
+
+void wait_until_configured(const std::string& device) {
+    attribute(device, "bNumInterfaces");
+}
+
+int32_t usb_number(const std::string& device) {
+    const int32_t of_device = number(attribute(device, "devnum"), 10);
+    return of_device == 0 ? 0 : number(attribute(device, "busnum"), 10) * 1000 + of_device;
+}
+
+int32_t reported_class(const UsbInterface& interface) {
+    const bool serves_hid = interface.driver.empty() || interface.driver == kHidDriver;
+    return interface.class_code == kHidClass && !serves_hid ? kVendorSpecificClass
+                                                            : interface.class_code;
+}
+
+bool is_hub(const std::vector<UsbInterface>& interfaces) {
+    return !interfaces.empty() &&
+           std::all_of(interfaces.begin(), interfaces.end(), [](const UsbInterface& interface) {
+               return interface.driver == kHubDriver;
+           });
+}
+
+bool is_settled(const std::vector<UsbInterface>& interfaces) {
+    bool waits = false;
+    for (const UsbInterface& interface : interfaces) {
+        if (reported_class(interface) != kHidClass || has_hid(interface, is_vendor_hid))
+            return true;
+        waits |= has_hid(interface, [](const HidDevice& device) { return !device.has_driver; });
+    }
+    return !waits;
+}
+
+std::string layout_of(const std::vector<UsbInterface>& interfaces) {
+    std::string layout;
+    for (const UsbInterface& interface : interfaces) {
+        layout += interface.name + "=" + std::to_string(interface.class_code) + " ";
+    }
+    return layout;
+}
+
+std::string shape_of(const std::vector<UsbInterface>& interfaces) {
+    std::string shape;
+    for (const UsbInterface& interface : interfaces) {
+        shape += interface.name + "=" + interface.driver;
+        for (const HidDevice& device : interface.hid_devices) {
+            // Without the number at its end, which is new each time.
+            shape += "," + device.name.substr(0, device.name.find('.')) +
+                     (device.has_driver ? "+" : "-") + (device.has_input_device ? "+" : "-");
+        }
+        shape += " ";
+    }
+    return shape;
+}
+
+}  // namespace android::vus::hotplug

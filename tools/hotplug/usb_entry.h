@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A USB device's interfaces as they are in sysfs at this moment: what they claim to be, and what
+// drivers have made of them. A class is a claim, by which a driver may go or not: many bind by
+// vendor and product alone. The driver is what tells.
+//
+// Stateless; any thread. Nothing here waits for a device, wait_until_configured() aside.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace android::vus::hotplug {
+
+// A HID device that an interface's driver has made of it.
+struct HidDevice {
+    std::string name;       // "0003:0627:0001.0001"
+    bool has_driver;        // without one there is neither an input device nor a hidraw node
+    bool has_input_device;  // without one it is its vendor's own
+};
+
+struct UsbInterface {
+    std::string name;  // "1-2.4:1.0"
+    int32_t number;
+    int32_t class_code;  // as it claims
+    std::string driver;  // empty: none
+    bool authorized;     // to have a driver
+    std::vector<HidDevice> hid_devices;
+};
+
+// Whether a directory's name is that of a HID device; the kernel's links to suppliers and consumers
+// have colons, too.
+bool is_hid_name(const std::string& name);
+
+// In the order of their numbers; sysfs lists them in none. `device` is a name such as "1-2.4".
+std::vector<UsbInterface> read_interfaces(const std::string& device);
+
+// The kernel answers the attribute that is read here only when it is done with configuring the
+// device and binding its interfaces; one that stalls that would otherwise be read with half of
+// them.
+void wait_until_configured(const std::string& device);
+
+// The device's number as the daemon knows it, bus number * 1000 + device number; 0 if it has gone.
+int32_t usb_number(const std::string& device);
+
+// The class that is reported: what the interface claims, unless that is HID and another driver than
+// HID's serves it. It is its vendor's own then, whatever it says.
+int32_t reported_class(const UsbInterface& interface);
+
+// A hub is what the hub's driver serves, all of it.
+bool is_hub(const std::vector<UsbInterface>& interfaces);
+
+// Whether what the interfaces are can be told already. A HID device without a driver is nothing
+// yet: neither a keyboard, nor its vendor's own. (With other interfaces beside it there is
+// something to judge in any case.)
+bool is_settled(const std::vector<UsbInterface>& interfaces);
+
+// Which interfaces there are, and what became of them, as texts to be compared with earlier ones.
+std::string layout_of(const std::vector<UsbInterface>& interfaces);
+std::string shape_of(const std::vector<UsbInterface>& interfaces);
+
+}  // namespace android::vus::hotplug
