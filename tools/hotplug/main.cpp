@@ -2,6 +2,7 @@
 //
 // vus_hotplug: tells the daemon of devices that come and go. See hotplug.h.
 
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -9,6 +10,9 @@
 #include <android-base/unique_fd.h>
 #include <binder/ProcessState.h>
 
+#ifndef __ANDROID__
+#include "platform/unblocked_output.h"
+#endif
 #include "tools/common/interrupts.h"
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/hotplug.h"
@@ -63,9 +67,18 @@ int run(const Options& options) {
     _exit(0);
 }
 
+// Nobody may read what is printed, or the reader may have gone: neither changes what is done.
+void expect_no_reader() {
+    signal(SIGPIPE, SIG_IGN);
+#ifndef __ANDROID__
+    android::vus::platform::unblockStandardStreams();
+#endif
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    expect_no_reader();
     const Options options =
             android::vus::hotplug::parse_options(std::vector<std::string>(argv + 1, argv + argc));
     if (!options.error.empty()) {
