@@ -78,6 +78,7 @@ def test_killed_in_the_middle_of_a_decision(device):
     """The daemon waits for a device that does not answer, and is killed meanwhile."""
     device.start_stuck_decision()
     device.machine.shell("kill -9 $(cat /run/vusd.pid)")
-    device.machine.wait_until(lambda: device.probe.ends("vusd"))
+    # It waits within a write, which the kernel lets no signal end.
+    device.machine.wait_until(lambda: device.probe.ends("vusd"), seconds=60)
     device.machine.wait_until("vusctl list >/dev/null 2>&1")
     device.machine.wait_until(lambda: device.probe.record("1-5"), seconds=90, what="a verdict in the end")

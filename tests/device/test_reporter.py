@@ -2,12 +2,10 @@
 """The reporter believes nothing: not what a device claims, not that it stays what it was, not that
 its driver was there in time, that somebody answers, or that it heard everything."""
 
-import pytest
-
 from conftest import policy
 from vdev import RedirDevice
 from vdev.probe import POLICY, SYSFS
-from vdev.usbredir import VENDOR_PAGE, Description, Endpoint, INTERRUPT_IN, Interface
+from vdev.usbredir import Description, Endpoint, Interface
 
 STORAGE = "<class>USB_CLASS_MASS_STORAGE</class>"
 KEYBOARD = "<class>AINPUT_SOURCE_KEYBOARD</class>"

@@ -15,7 +15,7 @@
 #include <android-base/unique_fd.h>
 
 #include "android/vus/paths.h"
-#include "tools/hotplug/input_sources.h"
+#include "tools/common/input_sources.h"
 #include "tools/hotplug/names.h"
 #include "tools/hotplug/sysfs_paths.h"
 #include "tools/hotplug/usb_entry.h"

@@ -4,13 +4,13 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <vector>
 
 #include <android-base/file.h>
+#include <android-base/parseint.h>
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
@@ -58,7 +58,11 @@ class SysfsSwitches::Directory {
     int read(const std::string& name) const {
         const base::unique_fd fd(openat(fd_.get(), name.c_str(), O_RDONLY | O_CLOEXEC));
         std::string text;
-        return fd.ok() && base::ReadFdToString(fd.get(), &text) ? atoi(text.c_str()) : -1;
+        int number = -1;
+        if (fd.ok() && base::ReadFdToString(fd.get(), &text)) {
+            (void)base::ParseInt(base::Trim(text), &number);
+        }
+        return number;
     }
     // False, with errno telling why.
     bool write(const std::string& name, char value) const {

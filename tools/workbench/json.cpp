@@ -2,12 +2,13 @@
 
 #include "tools/workbench/json.h"
 
-#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
+#include <android-base/parseint.h>
 #include <android-base/stringprintf.h>
 #include <json/reader.h>
 #include <json/writer.h>
@@ -51,8 +52,12 @@ std::unique_ptr<Json::CharReader> makeReader() {
 
 // "* Line 2, Column 3\n  Syntax error: ...\n" to its message and line.
 void readLibraryError(const std::string& errors, std::string* error, int* line) {
-    int column = 0;
-    if (sscanf(errors.c_str(), "* Line %d, Column %d", line, &column) == 2) --*line;
+    constexpr std::string_view kLine = "* Line ";
+    int number = 0;
+    if (errors.compare(0, kLine.size(), kLine) == 0 &&
+        base::ParseInt(errors.substr(kLine.size(), errors.find(',') - kLine.size()), &number)) {
+        *line = number - 1;
+    }
     size_t from = errors.find('\n');
     from = from == std::string::npos ? 0 : errors.find_first_not_of(' ', from + 1);
     if (from == std::string::npos) from = 0;

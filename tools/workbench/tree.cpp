@@ -12,8 +12,8 @@
 
 #include <android-base/strings.h>
 
+#include "tools/common/input_sources.h"
 #include "tools/common/text.h"
-#include "tools/hotplug/input_sources.h"
 #include "tools/workbench/sysfs_entry.h"
 
 namespace android::vus::workbench {
@@ -54,18 +54,18 @@ int32_t sourcesOf(const fs::path& input) {
     const std::pair<unsigned, const char*> kinds[] = {{1, "key"}, {2, "rel"}, {3, "abs"}};
     for (const auto& [type, name] : kinds) events.emplace(type, sysfsText(capabilities, name));
     const Bitmap properties(sysfsText(input, "properties"));
-    return hotplug::input_sources({[&events](unsigned type, unsigned code) {
-                                       const auto found = events.find(type);
-                                       return found != events.end() && found->second.has(code);
-                                   },
-                                   [&properties](unsigned code) { return properties.has(code); }});
+    return input_sources({[&events](unsigned type, unsigned code) {
+                              const auto found = events.find(type);
+                              return found != events.end() && found->second.has(code);
+                          },
+                          [&properties](unsigned code) { return properties.has(code); }});
 }
 
 // One sysfs.
 class TreeReader {
   public:
-    explicit TreeReader(fs::path root)
-          : devices_(root / "bus/usb/devices"), inputs_(std::move(root) / "class/input") {}
+    explicit TreeReader(const fs::path& root)
+          : devices_(root / "bus/usb/devices"), inputs_(root / "class/input") {}
 
     bool present() const {
         std::error_code error;

@@ -2,7 +2,7 @@
 //
 // The source bits of an evdev device, by tables of what real devices can send.
 
-#include "tools/hotplug/input_sources.h"
+#include "tools/common/input_sources.h"
 
 #include <gtest/gtest.h>
 #include <linux/input-event-codes.h>
@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace android::vus::hotplug {
+namespace android::vus {
 namespace {
 
 using Codes = std::set<std::pair<unsigned, unsigned>>;
@@ -136,4 +136,4 @@ const Case kCases[] = {
 INSTANTIATE_TEST_SUITE_P(Devices, InputSources, testing::ValuesIn(kCases), NameOf);
 
 }  // namespace
-}  // namespace android::vus::hotplug
+}  // namespace android::vus

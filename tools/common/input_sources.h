@@ -19,7 +19,7 @@
 
 #include <functional>
 
-namespace android::vus::hotplug {
+namespace android::vus {
 
 // The source values, class bits in the low byte included, as android/input.h has them.
 inline constexpr int32_t kSourceKeyboard = 0x00000101;
@@ -41,4 +41,4 @@ struct InputCapabilities {
 // 0 for a device that is none of the platform's sources, such as a lid switch.
 int32_t input_sources(const InputCapabilities& device);
 
-}  // namespace android::vus::hotplug
+}  // namespace android::vus

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tools/hotplug/input_sources.h"
+#include "tools/common/input_sources.h"
 
 #include <linux/input-event-codes.h>
 
 #include <algorithm>
 #include <initializer_list>
 
-namespace android::vus::hotplug {
+namespace android::vus {
 
 namespace {
 
@@ -111,4 +111,4 @@ int32_t input_sources(const InputCapabilities& device) {
     return sources;
 }
 
-}  // namespace android::vus::hotplug
+}  // namespace android::vus
