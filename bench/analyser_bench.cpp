@@ -18,7 +18,7 @@
 namespace android::vus {
 namespace {
 
-constexpr int32_t kRules = 10000;
+constexpr int32_t kAnalysedRules = 10000;
 // As many as a kernel with everything built as modules has.
 constexpr int kAliases = 8242;
 constexpr int kDrivers = 324;
@@ -61,7 +61,7 @@ void Analyse(benchmark::State& state, const std::string& before, const std::stri
 void BM_PolicyCheck(benchmark::State& state) {
     workbench::CheckOptions options;
     options.path = kOld;
-    Analyse(state, WhitelistPolicy(kRules), "", [&options](auto& out, auto& err) {
+    Analyse(state, WhitelistPolicy(kAnalysedRules), "", [&options](auto& out, auto& err) {
         return workbench::runCheck(options, nullptr, out, err);
     });
 }
@@ -70,21 +70,21 @@ BENCHMARK(BM_PolicyCheck)->Unit(benchmark::kMicrosecond);
 // Every rule is a difference, and each is in the report.
 void BM_PolicyDiffOfEverything(benchmark::State& state) {
     workbench::DiffOptions options{kOld, kNew, std::nullopt, false, true};
-    Analyse(state, WhitelistPolicy(0), ProductPolicy(kRules),
+    Analyse(state, WhitelistPolicy(0), ProductPolicy(kAnalysedRules),
             [&options](auto& out, auto& err) { return workbench::runDiff(options, out, err); });
 }
 BENCHMARK(BM_PolicyDiffOfEverything)->Unit(benchmark::kMicrosecond);
 
 void BM_PolicyDiff(benchmark::State& state) {
     workbench::DiffOptions options{kOld, kNew, std::nullopt, false, false};
-    Analyse(state, WhitelistPolicy(kRules), WhitelistPolicy(kRules - 100),
+    Analyse(state, WhitelistPolicy(kAnalysedRules), WhitelistPolicy(kAnalysedRules - 100),
             [&options](auto& out, auto& err) { return workbench::runDiff(options, out, err); });
 }
 BENCHMARK(BM_PolicyDiff)->Unit(benchmark::kMicrosecond);
 
 void BM_PolicySurface(benchmark::State& state) {
     workbench::SurfaceOptions options{kOld, kModules, std::nullopt, false};
-    Analyse(state, WhitelistPolicy(kRules), "",
+    Analyse(state, WhitelistPolicy(kAnalysedRules), "",
             [&options](auto& out, auto& err) { return workbench::runSurface(options, out, err); });
 }
 BENCHMARK(BM_PolicySurface)->Unit(benchmark::kMicrosecond);

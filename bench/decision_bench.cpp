@@ -16,7 +16,7 @@
 namespace android::vus {
 namespace {
 
-constexpr int32_t kRules = 1000;
+constexpr int32_t kJudgedRules = 1000;
 
 // The disk that hangs on the first hub of every tree.
 DeviceInfo Disk(const UsbTree& tree, int32_t code) {
@@ -32,7 +32,7 @@ DeviceInfo Disk(const UsbTree& tree, int32_t code) {
 void Decide(benchmark::State& state, int32_t code, bool expected) {
     EmptyWorld();
     const UsbTree tree = UsbTree::Office(static_cast<int32_t>(state.range(0)));
-    LoadPolicy(WhitelistPolicy(kRules));
+    LoadPolicy(WhitelistPolicy(kJudgedRules));
     const sp<VUsbService> service = new VUsbService;
     const DeviceInfo info = Disk(tree, code);
     for (auto _ : state) {

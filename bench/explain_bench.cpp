@@ -16,7 +16,7 @@
 namespace android::vus {
 namespace {
 
-constexpr int32_t kRules = 10000;
+constexpr int32_t kExplainedRules = 10000;
 constexpr int32_t kDevices = 10000;
 
 // Half of them match no rule, and are told what would admit them.
@@ -35,7 +35,7 @@ std::string Fleet() {
 }
 
 void BM_PolicyExplain(benchmark::State& state) {
-    const Policy policy = std::get<Policy>(parsePolicy(WhitelistPolicy(kRules)));
+    const Policy policy = std::get<Policy>(parsePolicy(WhitelistPolicy(kExplainedRules)));
     const std::string fleet = Fleet();
     for (auto _ : state) {
         const workbench::Explainer explainer(policy);

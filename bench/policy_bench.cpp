@@ -18,7 +18,7 @@
 namespace android::vus {
 namespace {
 
-constexpr int32_t kRules = 1000;
+constexpr int32_t kLoadedRules = 1000;
 // Of the first listed vendor, with a product that is not listed: the search for a whole vendor
 // walks through all rules, and finds none.
 constexpr int32_t kVendor = kFirstVendor;
@@ -49,7 +49,7 @@ BENCHMARK(BM_XmlParse)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrose
 // rule matches, under the hold that a decision has.
 void BM_RuleEvaluation(benchmark::State& state) {
     EmptyWorld();
-    LoadPolicy(ProductPolicy(kRules));
+    LoadPolicy(ProductPolicy(kLoadedRules));
     constexpr int32_t kStorage = 8;
     for (auto _ : state) {
         const PolicyReadLock policy;
@@ -88,7 +88,7 @@ DeviceInfo InputDevice() {
 void BM_InputDecision(benchmark::State& state) {
     DeviceInfo info = InputDevice();
     info.deviceClass = 0x101;
-    DecideInput(state, ProductPolicy(kRules), info);
+    DecideInput(state, ProductPolicy(kLoadedRules), info);
 }
 BENCHMARK(BM_InputDecision)->Unit(benchmark::kMicrosecond);
 
@@ -96,7 +96,7 @@ BENCHMARK(BM_InputDecision)->Unit(benchmark::kMicrosecond);
 void BM_InputDecisionOfEightClasses(benchmark::State& state) {
     DeviceInfo info = InputDevice();
     info.interfaceClassList = {8, 1, 2, 6, 7, 10, 8, 1};
-    DecideInput(state, WhitelistPolicy(kRules), info);
+    DecideInput(state, WhitelistPolicy(kLoadedRules), info);
 }
 BENCHMARK(BM_InputDecisionOfEightClasses)->Unit(benchmark::kMicrosecond);
 

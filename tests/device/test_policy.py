@@ -112,8 +112,10 @@ def test_a_truncated_policy_and_then_the_good_one(device):
     ("dd if=/dev/zero of={0} bs=1M count=40 2>/dev/null", "XML_ERROR_FILE_READ_ERROR"),
 ])
 def test_a_daemon_starts_whatever_the_policy_is(device, make, status):
-    device.machine.shell(f"rm {POLICY}; {make.format(POLICY)}; kill -9 $(cat /run/vusd.pid)")
+    # Made while no daemon is there: the one before would answer its close.
+    device.machine.shell("touch /run/vusd.hold; kill -9 $(cat /run/vusd.pid)")
     device.machine.wait_until(lambda: device.probe.ends("vusd"))
+    device.machine.shell(f"rm {POLICY}; {make.format(POLICY)}; rm /run/vusd.hold")
     device.machine.wait_until("vusctl list >/dev/null 2>&1")
     assert status in device.probe.status()
     # And it watches: the next policy is taken over.
