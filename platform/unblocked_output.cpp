@@ -135,24 +135,34 @@ bool canBlock(int fd) {
     return S_ISFIFO(entry.st_mode) || S_ISSOCK(entry.st_mode) || isatty(fd) == 1;
 }
 
+// A stream that writes to the sink, and deletes it when it is closed. Null if it cannot be made.
+FILE* openOn(Sink* sink) {
+    cookie_io_functions_t functions = {};
+    functions.write = writeToSink;
+    functions.close = deleteSink;
+    FILE* const stream = fopencookie(sink, "w", functions);
+    if (stream != nullptr) setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
+    return stream;
+}
+
 void unblock(FILE** standard, int fd) {
+    // The standard streams are never closed; their sinks are known here until the process ends.
+    static Sink* sinks[STDERR_FILENO + 1];
     if (!canBlock(fd)) return;
     fflush(*standard);
-    FILE* const stream = openUnblocked(fd);
-    if (stream != nullptr) *standard = stream;
+    auto sink = std::make_unique<Sink>(fd);
+    FILE* const stream = openOn(sink.get());
+    if (stream == nullptr) return;
+    *standard = stream;
+    sinks[fd] = sink.release();
 }
 
 }  // namespace
 
 FILE* openUnblocked(int fd) {
     auto sink = std::make_unique<Sink>(fd);
-    cookie_io_functions_t functions = {};
-    functions.write = writeToSink;
-    functions.close = deleteSink;
-    FILE* const stream = fopencookie(sink.get(), "w", functions);
-    if (stream == nullptr) return nullptr;
-    sink.release();
-    setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
+    FILE* const stream = openOn(sink.get());
+    if (stream != nullptr) sink.release();
     return stream;
 }
 

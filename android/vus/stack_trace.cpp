@@ -11,7 +11,7 @@ namespace android::vus {
 
 void logStackTrace() {
     // Never freed: the process is ending, and a crashed heap is best left alone.
-    Backtrace* const unwinder =
+    static Backtrace* const unwinder =
             Backtrace::Create(BACKTRACE_CURRENT_PROCESS, BACKTRACE_CURRENT_THREAD);
     const bool unwound = unwinder != nullptr && unwinder->Unwind(0);
     if (!unwound) LOG(ERROR) << "signalHandler: Failed to unwind callstack.";
