@@ -44,8 +44,9 @@ pthread_t watcherThread;
 int32_t inotifyDescriptor = -1;
 int32_t watchDescriptor = -1;
 
-// What was read of the descriptor and is not answered yet: whole events, from `answered` on.
-std::vector<char> events;
+// What was read of the descriptor and is not answered yet: whole events, from `answered` on. Never
+// destroyed: the thread is still at work while the process exits.
+std::vector<char>& events = *new std::vector<char>;
 size_t answered = 0;
 
 bool isDirectory(const char* path) {
