@@ -147,7 +147,7 @@ FILE* openOn(Sink* sink) {
 
 void unblock(FILE** standard, int fd) {
     // The standard streams are never closed; their sinks are known here until the process ends.
-    static Sink* sinks[STDERR_FILENO + 1];
+    [[maybe_unused]] static Sink* volatile sinks[STDERR_FILENO + 1];
     if (!canBlock(fd)) return;
     fflush(*standard);
     auto sink = std::make_unique<Sink>(fd);
