@@ -4,13 +4,13 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 
 #include <android-base/file.h>
+#include <android-base/parseint.h>
 #include <binder/IInterface.h>
 
 #include "tools/hotplug/device_reader.h"
@@ -40,7 +40,9 @@ std::string text(const char* value) {
 // The kernel's events of USB devices have it, of interfaces not.
 int32_t number_in(udev_device* event) {
     const auto value = [event](const char* name) {
-        return atoi(text(udev_device_get_property_value(event, name)).c_str());
+        int number = 0;
+        (void)base::ParseInt(text(udev_device_get_property_value(event, name)), &number);
+        return number;
     };
     return value("DEVNUM") == 0 ? 0 : value("BUSNUM") * 1000 + value("DEVNUM");
 }

@@ -2,9 +2,10 @@
 
 #include "tools/hotplug/reporter.h"
 
-#include <stdio.h>
+#include <string.h>
 
 #include <algorithm>
+#include <charconv>
 #include <tuple>
 #include <utility>
 
@@ -41,11 +42,19 @@ Ids ids_of(const DeviceInfo& info) {
     return {info.vendorId, info.productId};
 }
 
-// A HID device's name is its bus, vendor, product and a number.
+// The four hexadecimal digits of a name from `at` on; 0 if it has none there.
+int32_t hexadecimal_at(const std::string& name, size_t at) {
+    constexpr size_t kDigits = 4;
+    uint32_t number = 0;
+    if (name.size() >= at + kDigits) {
+        std::from_chars(name.data() + at, name.data() + at + kDigits, number, 16);
+    }
+    return static_cast<int32_t>(number);
+}
+
+// A HID device's name is its bus, vendor, product and a number, such as 0003:046D:C31C.0001.
 Ids hid_ids(const std::string& name) {
-    unsigned vendor = 0, product = 0;
-    sscanf(name.c_str(), "%*4x:%4x:%4x", &vendor, &product);
-    return {static_cast<int32_t>(vendor), static_cast<int32_t>(product)};
+    return {hexadecimal_at(name, strlen("0003:")), hexadecimal_at(name, strlen("0003:046D:"))};
 }
 
 // Whether the record is of a device that may have been this one before it was switched off.
