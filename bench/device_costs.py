@@ -7,7 +7,7 @@ TABLE is one of:
   time     the daemon's processor time, its reads and the lines of its log for a plug and unplug of a
            refused serial adapter, with 0, 10 and 30 other devices attached, and what a line costs
   held-up  the time from a device's arrival in the kernel to the write that switches it off, beside
-           devices that do not answer
+           devices and clients that do not answer
 
 DIR is an image that device/build.sh made, of this checkout if none is given: a table of another
 commit is had by building that one's. Times are the guest's: processor time as its scheduler counts
@@ -17,6 +17,7 @@ it: nothing else should run, and ratios are what to look at.
 
 import argparse
 import contextlib
+import math
 import re
 import statistics
 import sys
@@ -25,7 +26,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
 
-from vdev import CATALOG, Machine, Probe, machine as vdev_machine  # noqa: E402
+from vdev import CATALOG, NotInTime, Probe, ready_machine, machine as vdev_machine  # noqa: E402
 from vdev.catalog import RedirDevice  # noqa: E402
 from vdev.usbredir import INTERRUPT_IN, VENDOR_PAGE, Description, Interface  # noqa: E402
 
@@ -38,6 +39,9 @@ SOURCES = ["AINPUT_SOURCE_" + name for name in (
     "KEYBOARD", "DPAD", "GAMEPAD", "TOUCHSCREEN", "MOUSE", "STYLUS", "TRACKBALL", "MOUSE_RELATIVE", "TOUCHPAD",
     "TOUCH_NAVIGATION", "ROTARY_ENCODER", "JOYSTICK")]
 ALL_SOURCES = 0x1737700
+# Longer than the daemon waits for a client.
+STOPPED_SECONDS = 10
+GIVEN_UP_SECONDS = 180
 TRACING = "/sys/kernel/tracing"
 PROBES = ("p:new usb_new_device", "p:off usb_deauthorize_interface")
 
@@ -118,8 +122,7 @@ def plug_cost(machine, daemon):
 
 @contextlib.contextmanager
 def with_others(count):
-    with Machine() as machine:
-        machine.wait_until("vusctl list >/dev/null 2>&1", what="the service")
+    with ready_machine() as machine:
         set_policy(machine, f'<usbconfig mode="blacklist"><vid vendorid="{ADAPTER_VENDOR}"/></usbconfig>')
         attach_others(machine, count)
         yield machine
@@ -199,25 +202,38 @@ def silent_one(device, port):
     return plug
 
 
+def stopped_client(machine):
+    """A client under SIGSTOP, and twenty judgements of which it should have heard."""
+    pid = machine.shell("vusctl watch >/dev/null 2>&1 & echo $!").strip()
+    machine.wait_until("grep -q 'Size of callbacks' /data/log/vusd.log")
+    machine.shell(f"kill -STOP {pid}")
+    for number in range(900, 920):
+        machine.shell(f"vusctl judge --id {number} --interfaces 255 >/dev/null 2>&1 &")
+    time.sleep(STOPPED_SECONDS)
+
+
 SITUATIONS = {
     "nothing": lambda machine: None,
     "1 silent device": lambda machine: silent_alone(machine, 1),
     "8 silent devices": lambda machine: silent_alone(machine, 8),
     "a silent composite": silent_one(SILENT_COMPOSITE, "5"),
     "a hub that is locked": silent_one(SILENT_HUB, "2.1"),
+    "a client that is stopped": stopped_client,
 }
 
 
 def held_up_once(situation):
-    """Milliseconds until a refused serial adapter on another bus is switched off."""
-    with Machine() as machine:
-        machine.wait_until("vusctl list >/dev/null 2>&1", what="the service")
+    """Milliseconds until a refused serial adapter on another bus is switched off; infinite for never."""
+    with ready_machine() as machine:
         set_policy(machine, f'<usbconfig mode="blacklist"><vid vendorid="{GADGET_VENDOR}"/></usbconfig>')
         moments = Moments(machine)
         SITUATIONS[situation](machine)
         moments.forget()
         machine.plug(CATALOG["serial"])
-        return moments.wait_ms(300)
+        try:
+            return moments.wait_ms(GIVEN_UP_SECONDS)
+        except NotInTime:
+            return math.inf
 
 
 def held_up_table(runs):

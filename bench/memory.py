@@ -14,7 +14,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
 
-from vdev import CATALOG, Machine, Probe  # noqa: E402
+from vdev import CATALOG, Probe, ready_machine  # noqa: E402
 
 PORTS = ["1", "3", "4", "5", "6", "7", "8", "2.1", "2.2", "2.3", "2.5", "2.6", "2.7", "2.8"]
 
@@ -52,9 +52,8 @@ def plug(machine, probe, number, turn):
 
 def main():
     number = int(sys.argv[1]) if len(sys.argv) > 1 else 10
-    with Machine() as machine:
+    with ready_machine() as machine:
         probe = Probe(machine)
-        machine.wait_until("vusctl list >/dev/null 2>&1")
         for name in plug(machine, probe, number, "first"):
             machine.unplug(name)
         machine.wait_until(lambda: probe.records() == [], seconds=120)

@@ -15,7 +15,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
 
-from vdev import CATALOG, Machine, Probe  # noqa: E402
+from vdev import CATALOG, Probe, ready_machine  # noqa: E402
 from vdev.probe import POLICY, SOC  # noqa: E402
 
 WATCH = ("vusctl watch | while read line; do echo \"$(cut -d' ' -f1 /proc/uptime) $line\" >> /tmp/events; done &")
@@ -43,9 +43,8 @@ def run_once(machine, probe, mode):
 
 def main():
     runs = int(sys.argv[1]) if len(sys.argv) > 1 else 9
-    with Machine() as machine:
+    with ready_machine() as machine:
         probe = Probe(machine)
-        machine.wait_until("vusctl list >/dev/null 2>&1")
         machine.plug(CATALOG["webcam"], port="5")
         probe.judged("1-5")
         machine.shell(WATCH)

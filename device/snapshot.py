@@ -11,7 +11,7 @@ import io
 import sys
 import tarfile
 
-from vdev import CATALOG, Machine, Probe
+from vdev import CATALOG, Machine, Probe, wait_for_service
 
 # Kind, port, entry, and what the kernel has to have made of it before the picture is taken.
 ATTACHED = (
@@ -70,7 +70,7 @@ def main():
     with Machine() as machine:
         probe = Probe(machine)
         # A refused device would show less than it has.
-        machine.wait_until("vusctl list >/dev/null 2>&1", what="the service")
+        wait_for_service(machine)
         for kind, port, entry, function in ATTACHED:
             machine.plug(CATALOG[kind], port=port)
             machine.wait_until(lambda: probe.interfaces(entry) and function in {None} | probe.functions(entry),

@@ -21,7 +21,17 @@ from pathlib import Path
 
 IMAGE_DIR = Path(__file__).resolve().parents[2] / "build" / "device"
 BOOT_SECONDS = 60
-MEMORY_MB = 256
+EMULATOR = "qemu-system-aarch64"
+# The same in every machine: what is saved of one fits another.
+HARDWARE = (
+    "-M", "virt,acpi=off,gic-version=2", "-cpu", "cortex-a57", "-accel", "tcg", "-m", "256",
+    "-nodefaults", "-display", "none", "-monitor", "none", "-no-reboot",
+    "-append", "console=ttyAMA0 quiet panic=-1 cryptomgr.notests",
+    "-device", "virtio-serial-pci,romfile=", "-device", "virtserialport,chardev=agent,name=agent",
+    "-device", "qemu-xhci,id=xhci,p2=8,p3=8,addr=0x8",
+    "-device", "usb-hub,id=hub2,bus=xhci.0,port=2",
+    "-device", "usb-hub,id=hub24,bus=xhci.0,port=2.4",
+)
 
 
 class MachineError(Exception):
@@ -32,12 +42,22 @@ class GuestError(MachineError):
     """A command in the guest ended with another status than 0."""
 
 
+def check_image():
+    if not (IMAGE_DIR / "device.cpio").exists():
+        raise MachineError("the device's image is not built: run device/build.sh")
+
+
+class NotInTime(MachineError):
+    """What was waited for did not come."""
+
+
 class Qmp:
     """QEMU's control socket: a request, an answer; events in between are skipped."""
 
     def __init__(self, connection):
         self._lock = threading.Lock()
-        self._file = connection.makefile("rw")
+        self._connection = connection
+        self._file = connection.makefile("r")
         self._read()  # the greeting
         self.execute("qmp_capabilities")
 
@@ -47,10 +67,11 @@ class Qmp:
             raise MachineError("the emulator has ended")
         return json.loads(line)
 
-    def execute(self, command, **arguments):
+    def execute(self, command, file=None, **arguments):
+        """With `file`, the request takes it along."""
+        request = json.dumps({"execute": command, "arguments": arguments}) + "\n"
         with self._lock:
-            self._file.write(json.dumps({"execute": command, "arguments": arguments}) + "\n")
-            self._file.flush()
+            socket.send_fds(self._connection, [request.encode()], [file.fileno()] if file else [])
             while True:
                 answer = self._read()
                 if "error" in answer:
@@ -63,9 +84,11 @@ class Machine:
     """The hubs: port 2 of the super-speed controller (bus 1) has one, and its port 4 another,
     so that a device can be plugged at 1-2.4.1."""
 
-    def __init__(self, prompt_socket=None):
+    def __init__(self, prompt_socket=None, state=None):
+        """With `state`, a file that save() wrote for the same image, it goes on from there."""
         self._dir = Path(tempfile.mkdtemp(prefix="vus-device."))
         self._prompt_socket = prompt_socket
+        self._state = state
         self._process = None
         self._pending = b""
         self._plugged = {}
@@ -74,7 +97,7 @@ class Machine:
 
     def __enter__(self):
         try:
-            self._boot()
+            self._boot() if self._state is None else self._resume()
         except BaseException:
             self.close()
             raise
@@ -86,38 +109,62 @@ class Machine:
     # Life.
 
     def _command(self):
+        """The emulator's command line; with a state, for a machine that waits for it."""
         command = [
-            "qemu-system-aarch64", "-M", "virt,acpi=off,gic-version=2", "-cpu", "cortex-a57",
-            "-accel", "tcg", "-m", str(MEMORY_MB), "-nodefaults", "-display", "none",
-            "-monitor", "none", "-no-reboot",
+            EMULATOR, *HARDWARE,
             "-kernel", str(IMAGE_DIR / "Image"), "-dtb", str(IMAGE_DIR / "soc.dtb"),
             "-initrd", str(IMAGE_DIR / "device.cpio"),
-            "-append", "console=ttyAMA0 quiet panic=-1 cryptomgr.notests",
             "-serial", f"file:{self._dir}/console",
             "-qmp", f"unix:{self._dir}/qmp,server=on,wait=off",
-            "-device", "virtio-serial-pci,romfile=",
             "-chardev", f"socket,id=agent,path={self._dir}/agent,server=on,wait=off",
-            "-device", "virtserialport,chardev=agent,name=agent",
-            "-device", "qemu-xhci,id=xhci,p2=8,p3=8,addr=0x8",
-            "-device", "usb-hub,id=hub2,bus=xhci.0,port=2",
-            "-device", "usb-hub,id=hub24,bus=xhci.0,port=2.4",
         ]
         if self._prompt_socket:
             command += ["-chardev", f"socket,id=prompt,path={self._prompt_socket},server=on,wait=off",
                         "-device", "virtserialport,chardev=prompt,name=prompt"]
+        if self._state is not None:
+            command += ["-incoming", "defer"]
         return command
 
-    def _boot(self):
-        if not (IMAGE_DIR / "device.cpio").exists():
-            raise MachineError("the device's image is not built: run device/build.sh")
-        start = time.monotonic()
+    def _launch(self):
+        check_image()
         with open(self._dir / "stderr", "wb") as errors:
             self._process = subprocess.Popen(
                 self._command(), stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
         self.qmp = Qmp(self._connect("qmp"))
         self._agent = self._connect("agent")
+
+    def _boot(self):
+        start = time.monotonic()
+        self._launch()
         self._read_until(rb"@@READY [\d.]+\n", BOOT_SECONDS)
         self.boot_seconds = time.monotonic() - start
+
+    def _resume(self):
+        self._launch()
+        with open(self._state, "rb") as state:
+            self._carry_over("migrate-incoming", state)
+        self.qmp.execute("cont")
+
+    def save(self, path):
+        """Writes the machine's state to a file, from which others go on; this one stops for good.
+        Nothing may be plugged: what is plugged is not part of the machine's command line."""
+        if self._plugged:
+            raise MachineError("a machine with devices plugged cannot be saved")
+        self.qmp.execute("stop")
+        with open(path, "wb") as state:
+            self._carry_over("migrate", state)
+
+    def _carry_over(self, command, state):
+        self.qmp.execute("getfd", file=state, fdname="state")
+        self.qmp.execute(command, uri="fd:state")
+        deadline = time.monotonic() + BOOT_SECONDS
+        while True:
+            status = self.qmp.execute("query-migrate").get("status")
+            if status == "completed":
+                return
+            if status in ("failed", "cancelled") or time.monotonic() > deadline:
+                raise MachineError(f"the machine's state was not carried over ({status}): {self._errors()}")
+            time.sleep(0.005)
 
     def _connect(self, name):
         deadline = time.monotonic() + 10
@@ -199,7 +246,7 @@ class Machine:
             if answer:
                 return answer
             if time.monotonic() > deadline:
-                raise MachineError(f"not within {seconds} s: {what or condition}")
+                raise NotInTime(f"not within {seconds} s: {what or condition}")
             time.sleep(0.02)
 
     # Devices.

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Every test has a virtual device of its own, fresh from its image: nothing is left over."""
+"""Every test has a virtual device of its own, as fresh as if it had booted: nothing is left over."""
 
 import re
 import sys
@@ -9,7 +9,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "device"))
 
-from vdev import CATALOG, Machine, Probe  # noqa: E402
+from vdev import CATALOG, Probe, ready_machine  # noqa: E402
 from vdev.probe import SOC, SYSFS  # noqa: E402
 
 
@@ -104,6 +104,5 @@ def pytest_runtest_makereport(item, call):
 
 @pytest.fixture
 def device():
-    with Machine() as machine:
-        machine.wait_until("vusctl list >/dev/null 2>&1", what="the service")
+    with ready_machine() as machine:
         yield Device(machine)
