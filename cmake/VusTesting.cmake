@@ -36,6 +36,14 @@ function(vus_register_program target)
     ENVIRONMENT "${VUS_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${VUS_REPORTS}/${target}.xml")
 endfunction()
 
+# vus_without_threads(): the calling directory's program starts no thread. ThreadSanitizer has nothing
+# to look at in it, and its tree does not have it. (scripts/programs_for.py looks for this line.)
+macro(vus_without_threads)
+  if(VUS_SANITIZE MATCHES "thread")
+    return()
+  endif()
+endmacro()
+
 # vus_register_pytest(NAME LABEL SECONDS ARGUMENT...): files of pytest. Debian's interpreter, to
 # which Debian's pytest belongs, not the first one on the path.
 function(vus_register_pytest name label seconds)

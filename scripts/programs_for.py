@@ -6,9 +6,10 @@ Looks at the sources, before anything is built. A program too many costs time, o
 lose tests: so where names come from elsewhere (parameters, macros of the test's own) any mention of
 the filter's words will do, and a filter that is more than a part of a name means every program.
 
-usage: programs_for.py DIRECTORY [FILTER]
+usage: programs_for.py [--with-threads] DIRECTORY [FILTER]
 
-DIRECTORY holds a directory of sources for each program, NAME for NAME_tests.
+DIRECTORY holds a directory of sources for each program, NAME for NAME_tests. With --with-threads
+only those are printed that ThreadSanitizer's tree has.
 """
 
 import pathlib
@@ -32,16 +33,25 @@ def may_hold(directory, text):
     return bool(GENERATED.search(sources)) and all(part in sources for part in parts)
 
 
-def programs(tests, text):
+def has_threads(directory):
+    build = directory / "CMakeLists.txt"
+    return not build.exists() or "\nvus_without_threads()" not in build.read_text(encoding="utf-8")
+
+
+def programs(tests, text, with_threads):
     directories = sorted(path for path in tests.iterdir() if any(path.glob("*.cpp")))
+    if with_threads:
+        directories = [path for path in directories if has_threads(path)]
     if text and re.fullmatch(r"[\w./]+", text):
         directories = [path for path in directories if may_hold(path, text)]
     return [f"{path.name}_tests" for path in directories]
 
 
-def main(tests, text=""):
-    print(*programs(pathlib.Path(tests), text), sep="\n")
+def main(arguments):
+    with_threads = arguments[:1] == ["--with-threads"]
+    tests, text = (*arguments[with_threads:], "")[:2]
+    print("".join(name + "\n" for name in programs(pathlib.Path(tests), text, with_threads)), end="")
 
 
 if __name__ == "__main__":
-    main(*sys.argv[1:])
+    main(sys.argv[1:])

@@ -2,6 +2,7 @@
 """./test unit NAME builds the programs that hold a matching test, and loses none."""
 
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -58,3 +59,20 @@ def test_what_is_no_part_of_a_name_means_every_program(tests, text):
 
 def test_without_a_filter_every_program(tests):
     assert programs(tests) == ALL
+
+
+@pytest.mark.parametrize("text, found", [([], ["files_tests", "own_tests", "table_tests"]), (["MapTest"], ["files_tests"])])
+def test_program_without_threads_is_not_in_the_tree_of_thread_sanitizer(tests, text, found):
+    (tests / "plain" / "CMakeLists.txt").write_text("# ...\nvus_without_threads()\nvus_add_test(plain_tests vus)\n")
+    (tests / "own" / "CMakeLists.txt").write_text("# not vus_without_threads()\nvus_add_test(own_tests vus)\n")
+    arguments = [sys.executable, SCRIPT, "--with-threads", tests, *text]
+    assert subprocess.run(arguments, capture_output=True, text=True, check=True).stdout.split() == found
+
+
+def test_program_without_threads_starts_none():
+    directories = [path.parent for path in (SCRIPT.parents[1] / "tests" / "unit").glob("*/CMakeLists.txt")
+                   if "vus_without_threads()" in path.read_text()]
+    assert directories
+    for directory in directories:
+        sources = "".join(path.read_text() for path in [*directory.glob("*.cpp"), *directory.glob("*.h")])
+        assert not re.search(r"std::(thread|async|jthread)|pthread_create", sources), directory

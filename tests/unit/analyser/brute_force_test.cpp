@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "small_world.h"
+#include "tests/support/cases.h"
 #include "tools/workbench/closed_form.h"
 #include "tools/workbench/dead_rules.h"
 #include "tools/workbench/difference.h"
@@ -22,7 +23,7 @@ namespace {
 using Subject = Difference::Subject;
 
 constexpr uint64_t kSeed = 20261121;
-constexpr size_t kPairs = 1500;
+constexpr size_t kPairs = CasesOf(1500U);
 
 std::string toText(const Policy& policy) {
     std::string text = policy.mode;

@@ -15,6 +15,7 @@
 
 #include "android/vus/class_names.h"
 #include "small_world.h"
+#include "tests/support/cases.h"
 #include "tools/workbench/closed_form.h"
 #include "tools/workbench/lint.h"
 
@@ -167,7 +168,7 @@ FoundIds idsOf(const std::vector<Finding>& findings) {
 TEST(LintBruteForceTest, FindsWhatIsSoAndNothingElse) {
     SmallWorld world(kLintSeed);
     size_t clean = 0, policies = 0;
-    for (; clean < 1000 && !HasFailure(); ++policies) {
+    for (; clean < CasesOf(1000U) && !HasFailure(); ++policies) {
         // Of the careful ones every other has nothing to find.
         const std::string text = policies % 2 == 0 ? world.nextText() : world.nextCarefulText();
         SCOPED_TRACE(text);
@@ -216,7 +217,7 @@ const std::vector<Junk>& junk() {
 // What is said not to be read can be taken away, and the policy stays what it is.
 TEST(LintBruteForceTest, WhatIsNotReadIsFoundWhereItStands) {
     SmallWorld world(kLintSeed);
-    for (size_t i = 0; i < 500 && !HasFailure(); ++i) {
+    for (size_t i = 0; i < CasesOf(500U) && !HasFailure(); ++i) {
         const std::string clean = world.nextText();
         if (policyOf(clean).mode == kModeDefault) continue;
         const Junk& piece = junk()[world.below(junk().size())];

@@ -21,6 +21,7 @@
 #include "android/vus/vu_service.h"
 #include "random_world.h"
 #include "reference.h"
+#include "tests/support/cases.h"
 #include "tests/support/world.h"
 
 namespace android::vus {
@@ -35,7 +36,7 @@ using reference::PolicyFile;
 using reference::Record;
 using reference::Settled;
 
-constexpr int kPolicies = 10000;
+constexpr int kPolicies = CasesOf(10000);
 constexpr int kDevicesAPolicy = 10;
 constexpr int kTrees = 40;
 
@@ -227,10 +228,10 @@ class DecisionModelTest : public ::testing::Test {
         EXPECT_EQ(settled_.size(), kinds.size());
         for (const auto& kind : kinds) {
             const auto count = settled_.find(kind);
-            EXPECT_TRUE(count != settled_.end() && count->second >= 100)
+            EXPECT_TRUE(count != settled_.end() && count->second >= CasesOf(100))
                     << static_cast<int>(kind.first) << " " << kind.second;
         }
-        EXPECT_GE(switched_off_, 1000);
+        EXPECT_GE(switched_off_, CasesOf(1000));
     }
 
     const uint64_t seed_;

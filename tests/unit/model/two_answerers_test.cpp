@@ -20,12 +20,13 @@
 #include "android/vus/util.h"
 #include "random_world.h"
 #include "reference.h"
+#include "tests/support/cases.h"
 #include "tests/support/world.h"
 
 namespace android::vus {
 namespace {
 
-constexpr int kPoliciesCompared = 5000;
+constexpr int kPoliciesCompared = CasesOf(5000);
 constexpr int kDevicesCompared = 20;  // under each
 
 // One walk over the lookups.

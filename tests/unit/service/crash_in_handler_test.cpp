@@ -198,8 +198,25 @@ TEST_F(CrashInHandlerTest, ACrashInTheMiddleOfAReload) {
     EXPECT_THAT(child.log, Not(Contains(HasSubstr("ODM error"))));
 }
 
+bool TheAlarmIsSet() {
+    struct sigaction action = {};
+    sigaction(SIGALRM, nullptr, &action);
+    return action.sa_handler != SIG_DFL;
+}
+
+// The handler may well need the heap's lock, with which the thread crashed: its alarm, which would
+// take half a minute, rings a second after it was set.
+void RingTheAlarmEarly() {
+    std::thread([] {
+        while (!TheAlarmIsSet()) usleep(1000);
+        sleep(1);
+        kill(getpid(), SIGALRM);
+    }).detach();
+}
+
 TEST_F(CrashInHandlerTest, AHeapThatIsCorrupted) {
     const ChildResult child = Crash([] {
+        RingTheAlarmEarly();
         static char* volatile block = static_cast<char*>(malloc(2000));
         static volatile size_t length = 60000;
         memset(block - 16, 0x41, length);

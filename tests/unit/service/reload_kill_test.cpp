@@ -15,6 +15,7 @@
 #include <android-base/unique_fd.h>
 
 #include "service_fixture.h"
+#include "tests/support/cases.h"
 #include "tests/support/child_process.h"
 
 namespace android::vus {
@@ -145,9 +146,9 @@ class ReloadKillTest : public ServiceTest {
         EXPECT_EQ(ReadFile(kPolicyFile), policy) << "a start changes no policy";
     }
 
-    // Walks every stop of a reload. Returns how many there were.
+    // Walks the stops of a reload. Returns how many there were.
     int Walk(const char* policy, const char* done_text, int times) {
-        for (int n = 1; n < kNeverEnds; ++n) {
+        for (int n = 1; n < kNeverEnds; n += StepOfCases()) {
             const bool over = KilledAt(n, policy, done_text, times);
             ExpectTheNextDaemonCopes(n);
             if (over || HasFailure()) return n;
