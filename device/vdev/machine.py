@@ -239,15 +239,18 @@ class Machine:
 
     def wait_until(self, condition, seconds=15, what=None):
         """Waits until `condition` (a shell condition or a callable) holds; returns what it
-        answered. Polls: the guest has no event for most of what is waited for."""
+        answered. Polls: the guest has no event for most of what is waited for. A question may be
+        long work for the emulated processor, which has as long again for what is waited for."""
         deadline = time.monotonic() + seconds
         while True:
+            asked = time.monotonic()
             answer = condition() if callable(condition) else self.run(condition)[0] == 0
             if answer:
                 return answer
-            if time.monotonic() > deadline:
+            answered = time.monotonic()
+            if answered > deadline:
                 raise NotInTime(f"not within {seconds} s: {what or condition}")
-            time.sleep(0.02)
+            time.sleep(max(0.02, answered - asked))
 
     # Devices.
 

@@ -9,13 +9,14 @@
 #include <thread>
 
 #include "android/vus/BnVUsbServiceCallback.h"
+#include "tests/support/cases.h"
 #include "tests/support/fake_binder.h"
 #include "tests/unit/concurrency/concurrency_fixture.h"
 
 namespace android::vus {
 namespace {
 
-constexpr int kRounds = 100;
+constexpr int kRounds = CasesOf(100);
 
 // Counts what it is told, and lists the devices from within each call, as clients do.
 class CountingClient : public BnVUsbServiceCallback {
