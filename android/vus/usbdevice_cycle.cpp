@@ -23,9 +23,9 @@ bool is_settled(const KeptInterface& kept) {
            node.bInterfaceClass == kStorageClass || node.category != kCategoryNone;
 }
 
-// Whether the interface may be taken over at all: it has the name of its function, if it has one,
-// and the input subsystem cannot come to serve it.
-bool may_be_taken_over(const usbinterface& node) {
+// Whether the interface stays what it is: it has the name of its function, if it has one, and the
+// input subsystem cannot come to serve it.
+bool stays_what_it_is(const usbinterface& node) {
     if (node.category == kCategoryVendorHid) return false;
     const bool needs_name = node.category == kCategoryNetwork || node.category == kCategoryTty;
     return !needs_name || strcmp(node.category_path, "empty") != 0;
@@ -192,6 +192,7 @@ void Cycle::classify_or_repeat(Entry* entry) {
         for (const std::string& line : entry->kept.interface->lines) LOG(INFO) << line;
         return;
     }
+    if (entry->kept.interface != nullptr) entry->shape = entry->kept.interface->shape;
     entry->kept = {};
     entry->node.is_complete &= classify(entry->node.interface, keeps_ ? &entry->lines : nullptr);
     entry->is_classified = true;
@@ -202,10 +203,7 @@ std::shared_ptr<const Topology> Cycle::topology() const {
     auto topology = std::make_shared<Topology>();
     topology->reserve(entries_.size());
     for (const Entry& entry : entries_) {
-        if (!entry.node.is_complete) continue;
-        const usbinterface* const interface = entry.node.interface;
-        if (interface != nullptr && !may_be_taken_over(*interface)) continue;
-        topology->emplace(entry.number, keep(entry));
+        if (entry.node.is_complete) topology->emplace(entry.number, keep(entry));
     }
     return topology;
 }
@@ -220,8 +218,8 @@ KeptEntry Cycle::keep(const Entry& entry) {
         interface->node = *entry.node.interface;
         forget_links(&interface->node);
         interface->shape = entry.shape;
-        interface->is_classified = entry.is_classified;
-        interface->lines = entry.lines;
+        interface->is_classified = entry.is_classified && stays_what_it_is(interface->node);
+        if (interface->is_classified) interface->lines = entry.lines;
         kept.interface = std::move(interface);
     }
     return kept;

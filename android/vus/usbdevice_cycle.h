@@ -10,8 +10,9 @@
 // - entries with a new number, and those that were not read to their ends,
 // - the device that is being judged, and its interfaces,
 // - an interface whose driver came, went or was bound anew, and one that may since have become
-//   something: a driver is bound, and the interface's directory has other directories in it,
-//   its function had no name yet, or it is an HID device that the input subsystem may yet serve.
+//   something: a driver is bound, and the interface's directory has other directories in it.
+// What an interface is, is looked at again where its function had no name yet, and where it is an
+// HID device that the input subsystem may yet serve.
 // So of another device than the judged one may be outdated what only the dump shows, which takes
 // nothing over: its own driver and configuration, and an alternate setting. A missing attribute is
 // said to be missing when it is read, no oftener (kept: oddity 31). On any other file
@@ -50,7 +51,7 @@ struct InterfaceShape {
 struct KeptInterface {
     usbinterface node = {};
     InterfaceShape shape;
-    bool is_classified = false;      // not if it belongs to no device
+    bool is_classified = false;      // not if it belongs to no device, or may yet become another
     std::vector<std::string> lines;  // that classifying it logged
 };
 

@@ -138,6 +138,20 @@ TEST_F(CycleTest, AnHidDeviceThatTheInputSubsystemServesLateIsNoVendorsOwn) {
     EXPECT_EQ(function_of(id, "1-3:1.0"), "0 empty");
 }
 
+TEST_F(CycleTest, WhatMayYetBecomeAnotherIsLookedAtAgainAndItsAttributesAreNotRead) {
+    const int32_t id = tree_.AddDevice("1-3", VendorHidDongle());
+    map_.refresh(judged_);
+    WriteFile(UsbPath("1-3:1.0", "bInterfaceProtocol"), "77\n");
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        const std::vector<std::string> lines = log_of([this] { map_.refresh(judged_); });
+        EXPECT_THAT(lines, Contains("I vendor HID device found"));
+        EXPECT_NE(DeviceMap::records_of(id).at(0).bInterfaceProtocol, 0x77u);
+    }
+    bind("1-3:1.0", "another");
+    map_.refresh(judged_);
+    EXPECT_EQ(DeviceMap::records_of(id).at(0).bInterfaceProtocol, 0x77u);
+}
+
 TEST_F(CycleTest, WhatWasNotReadToTheEndIsReadAgain) {
     tree_.AddDevice("1-3", FlashDrive());
     RemoveFile(UsbPath("1-3", "speed"));
