@@ -19,10 +19,10 @@ function(vus_add_headers name)
   target_precompile_headers(${name}_headers PRIVATE "${PROJECT_SOURCE_DIR}/cmake/headers/${name}.h")
 endfunction()
 
-# vus_compile_together(TARGET...): where headers are compiled once, sources are compiled four at a time:
-# more would make the wait after a change of one of them long.
+# vus_compile_together(TARGET...): sources are compiled four at a time, except for release and
+# coverage. More would make the wait after a change of one of them long.
 function(vus_compile_together)
-  if(VUS_PCH AND NOT CMAKE_UNITY_BUILD)
+  if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT CMAKE_UNITY_BUILD)
     set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 4)
     foreach(target IN LISTS ARGN)
       target_compile_options(${target} PRIVATE -Wno-shadow)
