@@ -14,6 +14,7 @@
 #include <android-base/file.h>
 
 #include "policy_test.h"
+#include "tests/support/waiting.h"
 
 namespace android::vus {
 namespace {
@@ -102,7 +103,7 @@ TEST_F(StatusFileTest, ItsDescriptorIsNotInherited) {
         while (!done) Util::updateErrorFile(kStatusFile, std::string(1000000, 'x'));
     });
     int seen = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + kLongEnough;
     while (seen < 20 && std::chrono::steady_clock::now() < deadline) {
         for (int fd = 3; fd < 30; ++fd) {
             std::string path;

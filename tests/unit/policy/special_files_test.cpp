@@ -19,6 +19,7 @@
 
 #include "android/vus/file_io.h"
 #include "policy_test.h"
+#include "tests/support/waiting.h"
 
 namespace android::vus {
 namespace {
@@ -33,7 +34,7 @@ constexpr char kSecret[] = "somebody else's text";
 // Runs what may wait at the pipe `pipe` for ever; lets it go on and fails if it does.
 void ExpectEnds(const char* pipe, const std::function<void()>& action) {
     auto end = std::async(std::launch::async, action);
-    if (end.wait_for(std::chrono::seconds(10)) == std::future_status::ready) return;
+    if (end.wait_for(kLongEnough) == std::future_status::ready) return;
     ADD_FAILURE() << "it waits";
     while (end.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
         const base::unique_fd both_ends(open(pipe, O_RDWR | O_NONBLOCK | O_CLOEXEC));

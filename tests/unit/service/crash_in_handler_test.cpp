@@ -187,7 +187,7 @@ TEST_F(CrashInHandlerTest, ACrashInTheMiddleOfAReload) {
             if (strcmp(message, "registered successfully file observer") == 0) watching = true;
         });
         std::thread watcher([] { VUsbService::registerFileObserver(nullptr); });
-        while (!watching) std::this_thread::yield();
+        ASSERT_TRUE(WaitFor([] { return watching.load(); }));
         WriteFile(kPolicyFile, "<usbconfig");
         watcher.join();
     });

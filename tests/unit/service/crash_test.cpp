@@ -207,7 +207,7 @@ TEST_F(CrashTest, WhileOtherThreadsAreAtWork) {
                 }
             });
         }
-        while (turns < 100) std::this_thread::yield();
+        EXPECT_TRUE(WaitFor([&] { return turns >= 100; }));
         abort();
     });
     EXPECT_EQ(child.exit_status, 6);

@@ -67,8 +67,7 @@ class RollbackAbuseTest : public ServiceTest {
             const std::string file = std::string(kConfigDir) + "/marker" + std::to_string(marker);
             WriteFile(file, "");
             ASSERT_TRUE(WaitFor(
-                    [&] { return Logged("CLOSE_WRITE event triggered on filename " + file); },
-                    std::chrono::seconds(60)));
+                    [&] { return Logged("CLOSE_WRITE event triggered on filename " + file); }));
             const bool moved =
                     CountOf("Admin usb_device_config.xml config file call parsing") != loads;
             quiet = moved ? 0 : quiet + 1;

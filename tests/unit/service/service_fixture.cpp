@@ -47,7 +47,8 @@ void Gate::Open() {
 
 void Gate::Wait() {
     std::unique_lock<std::mutex> lock(mutex_);
-    opened_.wait(lock, [this] { return open_; });
+    // Twice what those wait who open it afterwards.
+    EXPECT_TRUE(opened_.wait_for(lock, 2 * kLongEnough, [this] { return open_; }));
 }
 
 void ServiceTest::SetUp() {

@@ -52,7 +52,7 @@ class RecordingCallback : public BnVUsbServiceCallback {
     std::vector<std::string> events_;
 };
 
-// Opens once.
+// Opens once. A test that leaves it closed fails, and whoever waits goes on.
 class Gate {
   public:
     void Open();
@@ -99,7 +99,7 @@ class ServiceTest : public ::testing::Test {
 
     // True as soon as `condition` holds, false if it does not in time.
     static bool WaitFor(const std::function<bool()>& condition,
-                        std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+                        std::chrono::milliseconds timeout = kLongEnough) {
         return Eventually(condition, timeout);
     }
 

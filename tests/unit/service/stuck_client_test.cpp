@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A client that never returns from its callback: admission goes on, and the others hear of it all.
+// And clients whom nobody can be sent to.
 
 #include <binder/IPCThreadState.h>
 
@@ -8,10 +9,13 @@
 #include <thread>
 
 #include "service_fixture.h"
+#include "tests/support/no_threads.h"
 
 namespace android::vus {
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 constexpr int kDevices = 100;
@@ -110,6 +114,20 @@ TEST_F(StuckClientTest, AReporterThatIsStuckInItsOwnCallbackKeepsNobodyFromHeari
     reported.join();
     for (const auto& other : others) EXPECT_THAT(other->Events(), SizeIs(3));
     EXPECT_EQ(answered_, 2);
+}
+
+TEST_F(StuckClientTest, WithoutAThreadToTellClientsADeviceIsRefusedAndAnsweredAllTheSame) {
+    const sp<RecordingCallback> client = RegisterClient();
+    {
+        const NoThreads none;
+        PlugAndUnplug(1);
+    }
+    EXPECT_EQ(answered_, 1);
+    EXPECT_EQ(Authorized(1), "0");
+    EXPECT_THAT(client->Events(), IsEmpty());
+    EXPECT_EQ(CountOf("no thread to call the client of process 0: it misses an event"), 2u);
+    PlugAndUnplug(2);
+    EXPECT_THAT(client->Events(), ElementsAre("added device 1002", "removed device 1002"));
 }
 
 }  // namespace

@@ -5,8 +5,10 @@
 
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "service_fixture.h"
@@ -43,6 +45,18 @@ class WatcherTest : public ServiceTest {
         const std::string marker = "marker" + std::to_string(++markers_);
         WriteFile(std::string(kConfigDir) + "/" + marker, "");
         ASSERT_TRUE(WaitFor([&] { return Logged(ClosedEvent(marker)); })) << marker;
+    }
+
+    // Keeps the watcher at its next line `moment` until the gate opens: what happens meanwhile
+    // waits in one queue.
+    void HoldAt(const std::string& moment, Gate* gate) {
+        base::SetLogger([this, moment, gate,
+                         done = std::make_shared<std::atomic<bool>>(
+                                 false)](base::LogId, base::LogSeverity severity, const char*,
+                                         const char*, unsigned, const char* message) {
+            logs_.Add(severity, message);
+            if (message == moment && !done->exchange(true)) gate->Wait();
+        });
     }
 
     static std::string ClosedEvent(const std::string& name) {

@@ -11,7 +11,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <filesystem>
 #include <thread>
 
@@ -185,8 +184,8 @@ TEST_F(WatcherTest, TheLongestNameFitsTheBuffer) {
 
 TEST_F(WatcherTest, SeveralEventsOfOneReadAreHandledInOrderAndNoneIsDropped) {
     InWatchedProcess([&] {
-        // The reset keeps the watcher busy for 200 ms, and the events wait in one queue.
-        WriteFile(std::string(kSocDir) + kHighSpeedModeFile, "host\n");
+        Gate gate;
+        HoldAt(kReset, &gate);
         WriteFile(kPolicyFile, kAudioPolicy);
         ASSERT_TRUE(WaitFor([&] { return Logged(kReset); }));
         logs_.Clear();
@@ -194,6 +193,7 @@ TEST_F(WatcherTest, SeveralEventsOfOneReadAreHandledInOrderAndNoneIsDropped) {
         WriteFile(kPolicyFile, kVideoPolicy);
         WriteFile(kPolicyFile, kVideoPolicy + std::string("<!-- -->\n"));
         WriteFile(std::string(kConfigDir) + "/b", "");
+        gate.Open();
         ASSERT_TRUE(WaitFor([&] { return Logged(ClosedEvent("b")); }));
         EXPECT_THAT(OnlyFrom({ClosedEvent("a"), ClosedEvent("b"), ClosedEvent(kPolicyFileName),
                               kReloaded}),
@@ -332,21 +332,15 @@ TEST_F(WatcherTest, APolicyWhoseEventIsLostIsLoaded) {
     ASSERT_EQ(sscanf(ReadFile("/proc/sys/fs/inotify/max_queued_events").c_str(), "%d", &most), 1);
     InWatchedProcess([&] {
         Gate gate;
-        std::atomic<bool> held{false};
-        base::SetLogger([&](base::LogId, base::LogSeverity severity, const char*, const char*,
-                            unsigned, const char* message) {
-            logs_.Add(severity, message);
-            if (message != std::string(kReset) || held.exchange(true)) return;
-            gate.Wait();
-        });
+        HoldAt(kReset, &gate);
         WriteFile(kPolicyFile, kAudioPolicy);
-        ASSERT_TRUE(WaitFor([&] { return held.load(); }));
+        ASSERT_TRUE(WaitFor([&] { return Logged(kReset); }));
         for (int reads = 0; reads < most; ++reads) {  // each is two events and more
             close(open(kStatusFile, O_RDONLY | O_CLOEXEC));
         }
         WriteFile(kPolicyFile, kVideoPolicy);
         gate.Open();
-        ASSERT_TRUE(WaitFor([&] { return CountOf(kReset) == 2; }, std::chrono::seconds(60)));
+        ASSERT_TRUE(WaitFor([&] { return CountOf(kReset) == 2; }));
         EXPECT_THAT(logs_.Lines(), Contains(HasSubstr("were lost: loading the policy again")));
         EXPECT_EQ(ReadFile(kPolicyBackupFile), kVideoPolicy);
         EXPECT_EQ(ReadFile(kStatusFile), "SUCCESS");

@@ -16,6 +16,7 @@
 #include <cutils/properties.h>
 
 #include "platform/property_store.h"
+#include "tests/support/no_threads.h"
 #include "usb_test.h"
 
 namespace android::vus {
@@ -214,7 +215,7 @@ TEST_F(HostTest, AModeThatCannotBeWrittenDoesNotEndTheReset) {
 TEST_F(HostTest, ResetsWaitForEachOther) {
     WriteFile(kHighSpeed, "host");
     std::thread first([] { UsbDevice::usb_host_reset(0); });
-    while (usb_host_is_free()) std::this_thread::yield();
+    wait_for_line("I usb_host_reset mode set to none for syspath: " + std::string(kHighSpeed));
     UsbDevice::usb_host_reset(0);
     first.join();
     // The second finds the controller in host mode again, after the whole of the first: let in
@@ -398,19 +399,26 @@ TEST_F(HostTest, WithoutDockPowerNothingIsAnnounced) {
 
 TEST_F(HostTest, WithDockPowerUndockAndDockAreAnnouncedInOrder) {
     WriteFile(kDcOnlineFile, "1\n");
-    FileEvents events({platform::kPropertyDir});
-    milliseconds time;
-    const std::vector<std::string> lines =
-            log_of([&] { time = time_of([] { UsbDevice::usb_host_reset(200); }); });
-    EXPECT_THAT(events.take(),
-                ElementsAre(std::string(kUndockProperty) + "=1", std::string(kResetProperty) + "=1",
-                            std::string(kDockProperty) + "=1", std::string(kResetProperty) + "=1"));
-    EXPECT_GE(time, milliseconds(200));
-    EXPECT_THAT(lines, Contains("I registerFileObserverViaThread result--0"));
-    EXPECT_THAT(lines, Contains("I readSysfsChangeEvent:polling for power_val "
-                                "/sys/class/power_supply/dc/onlinepower_val:1"));
-    join_watcher();
-    EXPECT_THAT(take_log(), ElementsAre("I readSysfsChangeEvent:exit poll due to virtual dock"));
+    const auto has_watched = [&] {
+        std::filesystem::remove_all(platform::kPropertyDir);
+        FileEvents events({platform::kPropertyDir});
+        take_log();
+        EXPECT_GE(time_of([] { UsbDevice::usb_host_reset(200); }), milliseconds(200));
+        EXPECT_THAT(events.take(), ElementsAre(std::string(kUndockProperty) + "=1",
+                                               std::string(kResetProperty) + "=1",
+                                               std::string(kDockProperty) + "=1",
+                                               std::string(kResetProperty) + "=1"));
+        join_watcher();
+        const std::vector<std::string> lines = take_log();
+        EXPECT_THAT(lines, Contains("I registerFileObserverViaThread result--0"));
+        EXPECT_EQ(lines.back(), "I readSysfsChangeEvent:exit poll due to virtual dock");
+        const std::string polled =
+                "I readSysfsChangeEvent:polling for power_val "
+                "/sys/class/power_supply/dc/onlinepower_val:1";
+        return std::find(lines.begin(), lines.end(), polled) != lines.end();
+    };
+    // On a machine that has other things to do the watcher may not begin in time, but not always.
+    EXPECT_TRUE(Eventually(has_watched));
     EXPECT_STREQ(UsbDevice::power_val, "1\n");
 }
 
@@ -429,20 +437,15 @@ TEST_F(HostTest, AnUnreadableDockSupplyCountsAsItsLastValue) {
 TEST_F(HostTest, AnUndockGoesOnWithoutAWatcher) {
     WriteFile(kDcOnlineFile, "1\n");
     FileEvents events({platform::kPropertyDir});
-    pthread_attr_t usual, hopeless;
-    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
-    ASSERT_EQ(pthread_attr_init(&hopeless), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&hopeless, size_t{1} << 62), 0);
-    ASSERT_EQ(pthread_setattr_default_np(&hopeless), 0);
-    const std::vector<std::string> lines = log_of([] { UsbDevice::usb_host_reset(1); });
-    EXPECT_EQ(pthread_setattr_default_np(&usual), 0);
+    const std::vector<std::string> lines = log_of([] {
+        const NoThreads none;
+        UsbDevice::usb_host_reset(1);
+    });
     UsbDevice::sysfs_observer_thread = {};  // nothing to join, whatever a failure leaves there
     EXPECT_EQ(lines.back(), "I registerFileObserverViaThread result--" + std::to_string(EAGAIN));
     EXPECT_THAT(events.take(),
                 ElementsAre(std::string(kUndockProperty) + "=1", std::string(kResetProperty) + "=1",
                             std::string(kDockProperty) + "=1", std::string(kResetProperty) + "=1"));
-    pthread_attr_destroy(&usual);
-    pthread_attr_destroy(&hopeless);
 }
 
 TEST_F(HostTest, LostDockPowerIsAnnouncedAtOnceAndOnceMoreAtTheEnd) {
@@ -471,10 +474,7 @@ TEST_F(HostTest, ManyUndocksLeaveNoThreadsAndNoMemory) {
         return pages * static_cast<size_t>(getpagesize());
     };
     const auto wait_for_watchers = [&] {
-        const auto deadline = steady_clock::now() + std::chrono::seconds(60);
-        while (threads() > alone && steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(milliseconds(10));
-        }
+        Eventually([&] { return threads() <= alone; });
         return threads();
     };
     WriteFile(kDcOnlineFile, "1\n");
@@ -530,19 +530,21 @@ TEST_F(WatcherTest, AnUndockThatIsOverEndsItWithoutAReading) {
 }
 
 TEST_F(WatcherTest, LostPowerAtTheFirstReadingIsAnnouncedAtOnce) {
-    for (const char* value : {"0", "05"}) {
-        std::filesystem::remove_all(platform::kPropertyDir);
+    for (const std::string value : {"0", "05"}) {
         WriteFile(kDcOnlineFile, value);
-        FileEvents events({platform::kPropertyDir});
-        EXPECT_LT(time_of([&] {
-                      EXPECT_THAT(watch(),
-                                  ElementsAre(polled(value),
-                                              "I readSysfsChangeEvent: undocked power_val" +
-                                                      std::string(value)));
-                  }),
-                  milliseconds(400));
-        EXPECT_THAT(events.take(), ElementsAre(std::string(kDockProperty) + "=1",
-                                               std::string(kResetProperty) + "=1"));
+        const auto is_at_once = [&] {
+            std::filesystem::remove_all(platform::kPropertyDir);
+            FileEvents events({platform::kPropertyDir});
+            std::vector<std::string> lines;
+            const milliseconds time = time_of([&] { lines = watch(); });
+            EXPECT_THAT(lines, ElementsAre(polled(value),
+                                           "I readSysfsChangeEvent: undocked power_val" + value));
+            EXPECT_THAT(events.take(), ElementsAre(std::string(kDockProperty) + "=1",
+                                                   std::string(kResetProperty) + "=1"));
+            return time < milliseconds(400);
+        };
+        // The machine may have other things to do, but not always.
+        EXPECT_TRUE(Eventually(is_at_once));
     }
 }
 

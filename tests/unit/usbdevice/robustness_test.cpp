@@ -202,10 +202,10 @@ class SlowDevice {
     }
     // Waits until a cycle is reading the attribute, and keeps it there.
     void wait_for_reader() {
-        while (!writer_.ok()) {
+        EXPECT_TRUE(Eventually([this] {
             writer_.reset(open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-            if (!writer_.ok()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+            return writer_.ok();
+        }));
     }
     // Puts an attribute that answers in its place, for all who come later.
     void heal(const std::string& content) {
