@@ -16,6 +16,7 @@
 #include <cutils/properties.h>
 #include <utils/String16.h>
 
+#include "android/vus/device_map.h"
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/util.h"
@@ -26,7 +27,7 @@ std::atomic<bool> VUsbService::debugBuild{false};
 
 namespace {
 
-using DeviceMap = std::map<int32_t, std::unique_ptr<DeviceInfo>>;
+using DeviceList = std::map<int32_t, std::unique_ptr<DeviceInfo>>;
 
 constexpr char kDebugBuildType[] = "userdebug";
 constexpr int32_t kActionRemoved = 0;
@@ -34,13 +35,13 @@ constexpr int32_t kActionRemoved = 0;
 Mutex deviceListMutex;
 
 // The two lists are touched by way of these alone.
-DeviceMap& usbDevices() REQUIRES(deviceListMutex) {
+DeviceList& usbDevices() REQUIRES(deviceListMutex) {
     return mUsbDeviceInfoList;
 }
-DeviceMap& inputDevices() REQUIRES(deviceListMutex) {
+DeviceList& inputDevices() REQUIRES(deviceListMutex) {
     return mInputDeviceInfoList;
 }
-DeviceMap& listOf(const DeviceInfo& info) REQUIRES(deviceListMutex) {
+DeviceList& listOf(const DeviceInfo& info) REQUIRES(deviceListMutex) {
     return info.deviceType != 0 ? inputDevices() : usbDevices();
 }
 
@@ -62,7 +63,7 @@ void publish(const sp<VUsbService>& service) {
 }
 
 // The categories and paths of a device's interfaces, folded into the device's record.
-void sumCategories(const std::vector<usbinterface_custom>& interfaces, DeviceInfo* record) {
+void sumCategories(const DeviceRecords& interfaces, DeviceInfo* record) {
     for (const usbinterface_custom& interface : interfaces) {
         record->category += interface.category;
         const std::string path = interface.category_path;
@@ -94,7 +95,7 @@ void eraseRecord(const DeviceInfo& info) {
     listOf(info).erase(info.deviceId);
 }
 
-std::vector<DeviceInfo> copyRecords(const DeviceMap& list) {
+std::vector<DeviceInfo> copyRecords(const DeviceList& list) {
     std::vector<DeviceInfo> records;
     records.reserve(list.size());
     for (const auto& [id, record] : list) records.push_back(*record);
@@ -194,13 +195,20 @@ void VUsbService::removeUsbDevice(const DeviceInfo& info) {
 }
 
 void VUsbService::addDeviceList(DeviceInfo info, bool allowed, std::string reason) {
+    DeviceRecords interfaces;
+    if (info.deviceType == 0) interfaces = usb::DeviceMap::records_of(info.deviceId);
+    enterDevice(std::move(info), allowed, std::move(reason), interfaces);
+}
+
+void VUsbService::enterDevice(DeviceInfo info, bool allowed, std::string reason,
+                              const DeviceRecords& interfaces) {
     std::unique_ptr<DeviceInfo> record = makeRecord(std::move(info), allowed, std::move(reason));
     if (record->deviceType != 0) {
         LOG(INFO) << record->deviceName << " device added to mInputDeviceInfoList";
         insertRecord(std::move(record));
         return;
     }
-    const auto interfaces = UsbDevice::get_deviceid_data(record->deviceId);
+    log_device_data(record->deviceId, interfaces);
     LOG(INFO) << record->deviceName << " device added to mUsbDeviceInfoList ";
     LOG(INFO) << "custom_struct size is " << interfaces.size();
     sumCategories(interfaces, record.get());

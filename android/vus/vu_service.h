@@ -57,6 +57,8 @@
 
 namespace android::vus {
 
+struct usbinterface_custom;
+
 // The known devices by deviceId: the USB devices, and the input devices. The first record of an
 // id stays until the id is reported removed.
 //
@@ -92,8 +94,8 @@ class VUsbService : public BnVUsbService {
     // One device of the dump.
     void dumpPrint(int fd, DeviceInfo info);
 
-    // Remembers a judged device, with the categories of its interfaces, and tells the clients of
-    // a USB device. A device that is already known keeps its first record.
+    // Remembers a judged device, with the categories that the map has of its interfaces, and tells
+    // the clients of a USB device. A device that is already known keeps its first record.
     void addDeviceList(DeviceInfo info, bool allowed, std::string reason);
 
     // The watcher of the policy file: starts its thread; the thread's body; its read loop, which
@@ -122,6 +124,9 @@ class VUsbService : public BnVUsbService {
     // Copies of both lists at one moment, each in ascending deviceId.
     static DeviceLists copyDeviceLists();
 
+    // addDeviceList() for one who knows the device's interfaces.
+    void enterDevice(DeviceInfo info, bool allowed, std::string reason,
+                     const std::vector<usbinterface_custom>& interfaces);
     void removeUsbDevice(const DeviceInfo& info);
 
     // The registrations at one moment, in the order of callbacks_. A walk over them holds no lock,

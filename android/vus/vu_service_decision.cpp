@@ -80,7 +80,7 @@ binder::Status VUsbService::isDeviceAllowed(const DeviceInfo& info, bool* result
     Util::logSteps(verdict.steps);
     LOG(INFO) << "isDeviceAllowed res val:" << verdict.allowed;
     enforce(info, verdict, interfaces);
-    addDeviceList(info, verdict.allowed, verdict.reason);
+    enterDevice(info, verdict.allowed, verdict.reason, interfaces);
     logVerdict(info, verdict);
     *result = verdict.allowed;
     return binder::Status::ok();

@@ -64,6 +64,14 @@ TEST_F(OwnCycleTest, NorDoesAMapThatMissesIt) {
     EXPECT_EQ(Authorized("1-1", SerialAdapter()), "00");
 }
 
+TEST_F(OwnCycleTest, TheRecordHasTheCategoriesThatTheDecisionFound) {
+    JudgeAndMeanwhile(serial_, [&] { UsbDevice::update_deviceid_map(serial_.deviceId, false); });
+    const std::optional<DeviceInfo> record = Find(serial_.deviceId);
+    ASSERT_TRUE(record.has_value());
+    EXPECT_EQ(record->category, kCategoryTty);
+    EXPECT_NE(record->categoryPath.find("ttyACM0;"), std::string::npos) << record->categoryPath;
+}
+
 TEST_F(OwnCycleTest, ARefusalDoesNotHitAnotherDeviceAtTheSamePort) {
     int32_t other = 0;
     JudgeAndMeanwhile(serial_, [&] {

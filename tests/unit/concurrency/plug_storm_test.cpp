@@ -52,7 +52,7 @@ TEST_F(PlugStormTest, ARefusedDeviceIsSwitchedOffWhateverTheOthersDo) {
     RunTogether(bodies);
 }
 
-// The categories in a record come from the map, too.
+// The categories in a record are what the decision itself found, too.
 TEST_F(PlugStormTest, ARecordHasTheCategoriesOfItsDeviceWhateverTheOthersDo) {
     LoadPolicy("<usbconfig mode=\"default\"/>");
     const std::array<std::pair<FakeDevice, int32_t>, 4> kinds = {{
