@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <string_view>
@@ -140,10 +141,12 @@ bool restoreBackup(const std::string& rejected, const Load& load,
     return true;
 }
 
-// True if what is heard now was expected to be heard.
-bool isExpected(Cause cause) REQUIRES(filesMutex) {
+// True if what is heard now was expected to be heard. Lost events may have been what was expected:
+// no more of that is to come than is waiting.
+bool isExpected(Cause cause, const ClosesWaiting& closesWaiting) REQUIRES(filesMutex) {
     if (echoes.left == 0) return false;
-    if (cause == Cause::kClosed) --echoes.left;
+    echoes.left =
+            cause == Cause::kClosed ? echoes.left - 1 : std::min(echoes.left, closesWaiting());
     return true;
 }
 
@@ -189,7 +192,7 @@ void PolicyFiles::loadAtStart(const Load& load) {
 
 bool PolicyFiles::reload(const Load& load, Cause cause, const ClosesWaiting& closesWaiting) {
     const MutexLock<RecursiveTimedMutex> lock(filesMutex);
-    bool expected = isExpected(cause);
+    bool expected = isExpected(cause, closesWaiting);
     for (int loads = 0; loads < kMostLoadsOfOneClose; ++loads) {
         const Loaded loaded = loadPolicy(load);
         if (loaded.success) {

@@ -30,9 +30,9 @@
 //      UsbDevice::power_val_mutex     the last value of the dock's supply
 //      ClientCalls' mutex             who is in which client, and who waits to be
 // Only 5 is ever taken inside another one (2), and 7 (6, 1). No lock is held while a callback runs;
-// none but 1 while sysfs is read or written or while sleeping; none but 2 while a file is written:
-// a client may call back into the service from within its callback, and the kernel may keep a
-// write of sysfs waiting for 20 s.
+// none but 1 while sysfs is read or written; none but 2 while a file is written; none but these two
+// while sleeping: a client may call back into the service from within its callback, and the kernel
+// may keep a write of sysfs waiting for 20 s.
 
 #pragma once
 
