@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -19,11 +19,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kController[] = "/sys/devices/platform/soc/a800000.ssusb/xhci-hcd.1.auto";
-constexpr char kDrivers[] = "/sys/bus/usb/drivers";
-constexpr char kControllerDriver[] = "/sys/bus/platform/drivers/xhci-hcd";
-
-using Attributes = std::map<std::string, std::string>;
+// Below the root of sysfs.
+constexpr char kDevices[] = "/bus/usb/devices";
+constexpr char kDrivers[] = "/bus/usb/drivers/";
+constexpr char kController[] = "/devices/platform/soc/a800000.ssusb/xhci-hcd.1.auto";
+constexpr char kControllerDriver[] = "/bus/platform/drivers/xhci-hcd";
 
 std::string Hex(int32_t value, int width) {
     char text[16];
@@ -39,14 +39,36 @@ void WriteAttributes(const std::string& directory, const Attributes& attributes)
     for (const auto& [name, value] : attributes) WriteFile(directory + "/" + name, value);
 }
 
-// Binds a driver: the kernel's link is relative, its last component is what readers look at.
-void BindDriver(const std::string& directory, const std::string& driver) {
-    MakeDir(driver);
-    fs::create_directory_symlink(fs::path(driver).lexically_relative(directory),
-                                 directory + "/driver");
+// The kernel's links are relative.
+void LinkTo(const std::string& directory, const std::string& link) {
+    fs::create_directory_symlink(fs::path(directory).lexically_relative(
+                                         fs::path(link).parent_path()),
+                                 link);
 }
 
-Attributes DeviceAttributes(const FakeDevice& device, int32_t number) {
+const FakeInterface kKeyboardInterface = {3, 1, 1, "usbhid", {"0003:046D:C31C.0001/input/input1"}};
+const FakeInterface kVendorHidInterface = {3, 0, 0, "usbhid", {"0003:1050:0407.0002/hidraw"}};
+const FakeInterface kStorageInterface = {8, 6, 0x50, "usb-storage", {"host0"}};
+const FakeInterface kSerialInterface = {2, 2, 1, "cdc_acm", {"tty/ttyACM0"}};
+const FakeInterface kSerialDataInterface = {10, 0, 0, "cdc_acm", {}};
+const FakeInterface kNetworkInterface = {2, 6, 0, "cdc_ether", {"net/usb0"}};
+const FakeInterface kNetworkDataInterface = {10, 0, 0, "cdc_ether", {}};
+
+// The entry of the hub that a device hangs on: usb1 for 1-2, 1-2 for 1-2.4.
+std::string HubOf(const std::string& entry) {
+    const size_t dot = entry.rfind('.');
+    return dot != std::string::npos ? entry.substr(0, dot)
+                                    : "usb" + entry.substr(0, entry.find('-'));
+}
+
+// The attributes of a root hub are those of a device.
+const FakeDevice kRootHub = {0x1d6b, 3, "Linux 6.1 xhci-hcd", "xHCI Host Controller",
+                             {},     9, "xhci-hcd.1.auto",    8,
+                             5000};
+
+}  // namespace
+
+Attributes AttributesOf(const FakeDevice& device, int32_t number) {
     Attributes attributes = {
             {"authorized", "1\n"},
             {"bConfigurationValue", "1\n"},
@@ -75,7 +97,7 @@ Attributes DeviceAttributes(const FakeDevice& device, int32_t number) {
     return attributes;
 }
 
-Attributes InterfaceAttributes(const FakeInterface& interface, int32_t number) {
+Attributes AttributesOf(const FakeInterface& interface, int32_t number) {
     return {
             {"authorized", "1\n"},
             {"bAlternateSetting", " 0\n"},
@@ -86,32 +108,6 @@ Attributes InterfaceAttributes(const FakeInterface& interface, int32_t number) {
             {"bNumEndpoints", "02\n"},
     };
 }
-
-const FakeInterface kKeyboardInterface = {3, 1, 1, "usbhid", {"0003:046D:C31C.0001/input/input1"}};
-const FakeInterface kVendorHidInterface = {3, 0, 0, "usbhid", {"0003:1050:0407.0002/hidraw"}};
-const FakeInterface kStorageInterface = {8, 6, 0x50, "usb-storage", {"host0"}};
-const FakeInterface kSerialInterface = {2, 2, 1, "cdc_acm", {"tty/ttyACM0"}};
-const FakeInterface kSerialDataInterface = {10, 0, 0, "cdc_acm", {}};
-const FakeInterface kNetworkInterface = {2, 6, 0, "cdc_ether", {"net/usb0"}};
-const FakeInterface kNetworkDataInterface = {10, 0, 0, "cdc_ether", {}};
-
-// The entry of the hub that a device hangs on: usb1 for 1-2, 1-2 for 1-2.4.
-std::string HubOf(const std::string& entry) {
-    const size_t dot = entry.rfind('.');
-    return dot != std::string::npos ? entry.substr(0, dot)
-                                    : "usb" + entry.substr(0, entry.find('-'));
-}
-
-std::string DirectoryOf(const std::string& entry) {
-    return fs::canonical(UsbPath(entry)).string();
-}
-
-// The attributes of a root hub are those of a device.
-const FakeDevice kRootHub = {0x1d6b, 3, "Linux 6.1 xhci-hcd", "xHCI Host Controller",
-                             {},     9, "xhci-hcd.1.auto",    8,
-                             5000};
-
-}  // namespace
 
 FakeDevice Hub() {
     return {0x05e3, 0x0610, "GenesysLogic", "USB2.1 Hub", {{9, 0, 0, "hub", {}}}, 9, "", 7};
@@ -162,37 +158,69 @@ std::string UsbPath(const std::string& entry, const std::string& file) {
     return file.empty() ? path : path + "/" + file;
 }
 
-UsbTree::UsbTree() {
-    RemoveTree(kUsbDevicesDir);
-    RemoveTree(kController);
-    MakeDir(kUsbDevicesDir);
+void AddUsbEntry(const std::string& entry, const Attributes& attributes) {
+    MakeDir(UsbPath(entry));
+    WriteAttributes(UsbPath(entry), attributes);
 }
 
-void UsbTree::Link(const std::string& entry, const std::string& directory) {
-    fs::create_directory_symlink(fs::path(directory).lexically_relative(kUsbDevicesDir),
-                                 UsbPath(entry));
+UsbTree::UsbTree(std::string sysfs) : sysfs_(std::move(sysfs)) {
+    RemoveTree(sysfs_ + kDevices);
+    RemoveTree(sysfs_ + kController);
+    MakeDir(sysfs_ + kDevices);
+    MakeDir(sysfs_ + kController);
+    MakeDir(sysfs_ + kControllerDriver);
+    LinkTo(sysfs_ + kControllerDriver, sysfs_ + kController + "/driver");
+}
+
+std::string UsbTree::Path(const std::string& entry, const std::string& file) const {
+    const std::string path = sysfs_ + kDevices + "/" + entry;
+    return file.empty() ? path : path + "/" + file;
+}
+
+bool UsbTree::Has(const std::string& entry) const {
+    return fs::exists(Path(entry));
+}
+
+// Of a new device.
+std::string UsbTree::DirectoryFor(const std::string& entry) const {
+    const std::string hub = HubOf(entry);
+    const std::string above = Has(hub) ? fs::canonical(Path(hub)).string() : sysfs_ + kController;
+    return above + "/" + entry;
+}
+
+void UsbTree::BindDriver(const std::string& directory, const std::string& driver) const {
+    MakeDir(sysfs_ + kDrivers + driver);
+    LinkTo(sysfs_ + kDrivers + driver, directory + "/driver");
+}
+
+void UsbTree::Bind(const std::string& entry, const std::string& driver) {
+    const std::string directory = fs::canonical(Path(entry));
+    fs::remove(directory + "/driver");
+    BindDriver(directory, driver);
+}
+
+void UsbTree::Link(const std::string& entry, const std::string& directory) const {
+    LinkTo(directory, Path(entry));
 }
 
 void UsbTree::AddBus(int32_t bus) {
     const std::string entry = "usb" + std::to_string(bus);
-    const std::string directory = std::string(kController) + "/" + entry;
-    if (!fs::exists(kController)) {
-        MakeDir(kController);
-        BindDriver(kController, kControllerDriver);
-    }
-    WriteAttributes(directory, DeviceAttributes(kRootHub, 1));
-    BindDriver(directory, std::string(kDrivers) + "/usb");
+    const std::string directory = sysfs_ + kController + "/" + entry;
+    WriteAttributes(directory, AttributesOf(kRootHub, 1));
+    WriteFile(directory + "/busnum", Number(bus));
+    BindDriver(directory, "usb");
     Link(entry, directory);
     const std::string interface = std::to_string(bus) + "-0:1.0";
-    WriteAttributes(directory + "/" + interface, InterfaceAttributes({9, 0, 0, "hub", {}}, 0));
-    BindDriver(directory + "/" + interface, std::string(kDrivers) + "/hub");
+    WriteAttributes(directory + "/" + interface, AttributesOf(FakeInterface{9}, 0));
+    BindDriver(directory + "/" + interface, "hub");
     Link(interface, directory + "/" + interface);
 }
 
-int32_t UsbTree::AddDevice(const std::string& entry, const FakeDevice& device) {
-    const std::string directory = DirectoryOf(HubOf(entry)) + "/" + entry;
-    WriteAttributes(directory, DeviceAttributes(device, next_number_++));
-    BindDriver(directory, std::string(kDrivers) + "/usb");
+int32_t UsbTree::AddDevice(const std::string& entry, const FakeDevice& device, int32_t number) {
+    const std::string directory = DirectoryFor(entry);
+    WriteAttributes(directory, AttributesOf(device, number != 0 ? number : next_number_++));
+    WriteFile(directory + "/busnum", Number(std::stoi(entry)));
+    BindDriver(directory, "usb");
     Link(entry, directory);
     for (size_t i = 0; i < device.interfaces.size(); ++i) {
         AddInterface(entry, static_cast<int32_t>(i), device.interfaces[i]);
@@ -204,11 +232,9 @@ int32_t UsbTree::AddDevice(const std::string& entry, const FakeDevice& device) {
 void UsbTree::AddInterface(const std::string& device, int32_t number,
                            const FakeInterface& interface) {
     const std::string entry = device + ":1." + std::to_string(number);
-    const std::string directory = DirectoryOf(device) + "/" + entry;
-    WriteAttributes(directory, InterfaceAttributes(interface, number));
-    if (!interface.driver.empty()) {
-        BindDriver(directory, std::string(kDrivers) + "/" + interface.driver);
-    }
+    const std::string directory = fs::canonical(Path(device)).string() + "/" + entry;
+    WriteAttributes(directory, AttributesOf(interface, number));
+    if (!interface.driver.empty()) BindDriver(directory, interface.driver);
     MakeDir(directory + "/power");
     for (const std::string& function : interface.functions) MakeDir(directory + "/" + function);
     Link(entry, directory);
@@ -220,10 +246,10 @@ void UsbTree::Remove(const std::string& entry) {
         return other.size() == entry.size() || other[entry.size()] == '.' ||
                other[entry.size()] == ':';
     };
-    const std::string directory = DirectoryOf(entry);
+    const std::string directory = fs::canonical(Path(entry));
     // The links first, as the kernel does it.
     std::vector<fs::path> links;
-    for (const auto& link : fs::directory_iterator(kUsbDevicesDir)) {
+    for (const auto& link : fs::directory_iterator(sysfs_ + kDevices)) {
         if (is_gone(link.path().filename())) links.push_back(link.path());
     }
     for (const fs::path& link : links) RemoveFile(link);
@@ -252,7 +278,7 @@ UsbTree UsbTree::Office(int32_t devices) {
 
 int32_t UsbTree::IdOf(const std::string& entry) const {
     const int32_t bus = std::stoi(entry);
-    return bus * 1000 + std::stoi(ReadFile(UsbPath(entry, "devnum")));
+    return bus * 1000 + std::stoi(ReadFile(Path(entry, "devnum")));
 }
 
 }  // namespace android::vus

@@ -22,6 +22,7 @@
 #include "random_world.h"
 #include "reference.h"
 #include "tests/support/cases.h"
+#include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 
 namespace android::vus {
@@ -40,44 +41,27 @@ constexpr int kPolicies = CasesOf(10000);
 constexpr int kDevicesAPolicy = 10;
 constexpr int kTrees = 40;
 
-std::string TreePath(int tree) {
-    return "/sys/trees/" + std::to_string(tree);
+FakeInterface ToFake(const Interface& interface) {
+    FakeInterface fake = {interface.usb_class};
+    if (!interface.net.empty()) fake.functions.push_back("net/" + interface.net);
+    if (!interface.tty.empty()) fake.functions.push_back("tty/" + interface.tty);
+    const std::string hid = "0003:046D:C31C.0001/";
+    if (interface.hid == reference::Hid::kInput) fake.functions.push_back(hid + "input/input7");
+    if (interface.hid == reference::Hid::kVendor) fake.functions.push_back(hid + "hidraw/hidraw0");
+    return fake;
 }
 
-std::string AuthorizedPath(int tree, const Interface& interface) {
-    return TreePath(tree) + "/" + interface.name + "/authorized";
-}
-
-// Every attribute that is read, so that none is reported missing.
-void WriteDevice(const std::string& tree, const Attached& device) {
-    const std::string path = tree + "/" + device.name + "/";
-    for (const char* attribute : {"bDeviceClass",    "bDeviceProtocol", "bDeviceSubClass",
-                                  "bMaxPacketSize0", "bMaxPower",       "bNumConfigurations",
-                                  "bNumInterfaces",  "bcdDevice",       "bmAttributes",
-                                  "configuration",   "idProduct",       "idVendor",
-                                  "maxchild",        "manufacturer",    "product",
-                                  "serial",          "version",         "speed",
-                                  "rx_lanes",        "tx_lanes"}) {
-        WriteFile(path + attribute, "1\n");
+// Each tree in a sysfs of its own.
+UsbTree MakeTree(int number, const std::vector<Attached>& devices) {
+    UsbTree tree("/sys/trees/" + std::to_string(number));
+    for (const Attached& device : devices) {
+        tree.AddDevice(device.name, {}, device.id % 1000);
+        for (const Interface& interface : device.interfaces) {
+            const int place = std::stoi(interface.name.substr(interface.name.rfind('.') + 1));
+            tree.AddInterface(device.name, place, ToFake(interface));
+        }
     }
-    WriteFile(path + "devnum", std::to_string(device.id % 1000) + "\n");
-}
-
-void WriteInterface(const std::string& tree, const Interface& interface) {
-    const std::string path = tree + "/" + interface.name + "/";
-    for (const char* attribute : {"bAlternateSetting", "bInterfaceNumber", "bInterfaceProtocol",
-                                  "bInterfaceSubClass", "bNumEndpoints"}) {
-        WriteFile(path + attribute, "0\n");
-    }
-    char code[8];
-    snprintf(code, sizeof(code), "%02x\n", static_cast<unsigned>(interface.usb_class));
-    WriteFile(path + "bInterfaceClass", code);
-    WriteFile(path + "authorized", "1\n");
-    if (!interface.net.empty()) MakeDir(path + "net/" + interface.net);
-    if (!interface.tty.empty()) MakeDir(path + "tty/" + interface.tty);
-    const std::string hid = path + "0003:046D:C31C.0001/";
-    if (interface.hid == reference::Hid::kInput) MakeDir(hid + "input/input7");
-    if (interface.hid == reference::Hid::kVendor) MakeDir(hid + "hidraw/hidraw0");
+    return tree;
 }
 
 DeviceInfo ToDeviceInfo(const Device& device, int32_t input_type) {
@@ -126,26 +110,20 @@ class DecisionModelTest : public ::testing::Test {
         MakeDir(kConfigDir);
         for (int i = 0; i < kTrees; ++i) {
             // The first is of no device at all.
-            trees_.push_back(i == 0 ? std::vector<Attached>() : random_.NextTree());
-            MakeDir(TreePath(i));
-            for (const Attached& device : trees_.back()) WriteTree(TreePath(i), device);
+            attached_.push_back(i == 0 ? std::vector<Attached>() : random_.NextTree());
+            trees_.push_back(MakeTree(i, attached_.back()));
         }
         MakeDir("/sys/bus/usb");
         Util::configMode = "default";
         Util::statusMessage = "SUCCESS";
     }
 
-    static void WriteTree(const std::string& tree, const Attached& device) {
-        WriteDevice(tree, device);
-        for (const Interface& interface : device.interfaces) WriteInterface(tree, interface);
-    }
-
     // Puts another tree where the daemon looks.
     void SwitchTree() {
         tree_ = random_.Below(kTrees);
-        model_.attached = trees_[tree_];
+        model_.attached = attached_[tree_];
         unlink(kUsbDevicesDir);
-        ASSERT_EQ(symlink(TreePath(tree_).c_str(), kUsbDevicesDir), 0) << strerror(errno);
+        ASSERT_EQ(symlink(trees_[tree_].Path("").c_str(), kUsbDevicesDir), 0) << strerror(errno);
     }
 
     void SwitchAutomation() {
@@ -164,7 +142,7 @@ class DecisionModelTest : public ::testing::Test {
     }
 
     void Judge() {
-        const Device device = random_.NextDevice(trees_[tree_]);
+        const Device device = random_.NextDevice(attached_[tree_]);
         SCOPED_TRACE(ToText(device));
         const int32_t input_type = random_.Sometimes(90) ? 1 : random_.Sometimes(50) ? 2 : -1;
         const Decision decision = model_.Judge(device);
@@ -202,9 +180,9 @@ class DecisionModelTest : public ::testing::Test {
     // Looks at every interface of the tree, and switches on again what was switched off.
     void ExpectSwitchedOff(const std::set<std::string>& names) {
         std::set<std::string> off;
-        for (const Attached& device : trees_[tree_]) {
+        for (const Attached& device : attached_[tree_]) {
             for (const Interface& interface : device.interfaces) {
-                const std::string path = AuthorizedPath(tree_, interface);
+                const std::string path = trees_[tree_].Path(interface.name, "authorized");
                 if (ReadFile(path) == "1\n") continue;
                 EXPECT_EQ(ReadFile(path), "0\n") << path;
                 off.insert(interface.name);
@@ -238,7 +216,8 @@ class DecisionModelTest : public ::testing::Test {
     reference::RandomWorld random_;
     Model model_;
     const sp<VUsbService> service_;
-    std::vector<std::vector<Attached>> trees_;
+    std::vector<std::vector<Attached>> attached_;  // in each tree
+    std::vector<UsbTree> trees_;
     int tree_ = 0;
     std::string xml_;
     std::map<std::pair<Settled, bool>, int> settled_;

@@ -34,14 +34,9 @@ class DecisionTest : public ServiceTest {
         service_->updateDeviceList(info, 0);
     }
 
-    // The attribute of an attached device's interface; "1" while it is allowed.
-    std::string Authorized(const std::string& interface) {
-        return ReadFile("/sys/bus/usb/devices/" + interface + "/authorized");
-    }
-
     // Attaches 1-2 as device 1002 with interfaces of the given classes and describes it.
     DeviceInfo Attach(const std::vector<int32_t>& classes) {
-        AttachUsbDevice("1-2", 1, 2, classes);
+        AttachUsbDevice("1-2", 2, classes);
         return UsbDeviceInfo(1002, classes, "disk");
     }
 };
@@ -80,9 +75,9 @@ TEST_F(DecisionTest, DefaultModeDoesNotConsultTheRules) {
 
 TEST_F(DecisionTest, APlainUsbKeyboardIsLeftToTheInputSubsystem) {
     LoadPolicy("<usbconfig mode='whitelist'/>");
-    AttachUsbDevice("1-2", 1, 2, {3, 3});
-    MakeDir("/sys/bus/usb/devices/1-2:1.0/0003:046D:C31C.0001/input");
-    MakeDir("/sys/bus/usb/devices/1-2:1.1/0003:046D:C31C.0002/input");
+    AttachUsbDevice("1-2", 2, {3, 3});
+    MakeDir(UsbPath("1-2:1.0", "0003:046D:C31C.0001/input"));
+    MakeDir(UsbPath("1-2:1.1", "0003:046D:C31C.0002/input"));
     const sp<RecordingCallback> client = RegisterClient();
     ExpectAnswer(UsbDeviceInfo(1002, {3, 3}), false);
     EXPECT_EQ(logs_.Lines().back(), "I The HID device is controlled by Input Subsystem  ");
@@ -92,8 +87,8 @@ TEST_F(DecisionTest, APlainUsbKeyboardIsLeftToTheInputSubsystem) {
 }
 
 TEST_F(DecisionTest, APlainUsbKeyboardIsAnsweredFalseInDefaultModeToo) {
-    AttachUsbDevice("1-2", 1, 2, {3});
-    MakeDir("/sys/bus/usb/devices/1-2:1.0/0003:046D:C31C.0001/input");
+    AttachUsbDevice("1-2", 2, {3});
+    MakeDir(UsbPath("1-2:1.0", "0003:046D:C31C.0001/input"));
     ExpectAnswer(UsbDeviceInfo(1002, {3}), false);
     EXPECT_THAT(ListedIds(), IsEmpty());
     EXPECT_EQ(Authorized("1-2:1.0"), "1");
@@ -105,15 +100,15 @@ TEST_F(DecisionTest, ADeviceWithoutInterfacesIsScreenedLikeAHidDevice) {
 }
 
 TEST_F(DecisionTest, AVendorHidDeviceIsJudgedAsAUsbDevice) {
-    AttachUsbDevice("1-2", 1, 2, {3});
-    MakeDir("/sys/bus/usb/devices/1-2:1.0/0003:046D:C31C.0001/hidraw");
+    AttachUsbDevice("1-2", 2, {3});
+    MakeDir(UsbPath("1-2:1.0", "0003:046D:C31C.0001/hidraw"));
     LoadPolicy("<usbconfig mode='whitelist'/>");
     Expect(UsbDeviceInfo(1002, {3}), false, kNotWhitelisted);
     EXPECT_EQ(Authorized("1-2:1.0"), "0");
 }
 
 TEST_F(DecisionTest, OneOtherInterfaceMakesItAUsbDevice) {
-    AttachUsbDevice("1-2", 1, 2, {3, 8, 1});
+    AttachUsbDevice("1-2", 2, {3, 8, 1});
     LoadPolicy("<usbconfig mode='whitelist'/>");
     Expect(UsbDeviceInfo(1002, {3, 8, 1}), false, kNotWhitelisted);
     EXPECT_THAT(Messages(), Contains("class is 8not HID"));
@@ -171,8 +166,8 @@ TEST_F(DecisionTest, ADeviceOfRestrictedClassesOnlyHasNoClassMatch) {
 }
 
 TEST_F(DecisionTest, AVendorHidDeviceWithoutInterfacesIsJudgedByItsSources) {
-    AttachUsbDevice("1-2", 1, 2, {3});
-    MakeDir("/sys/bus/usb/devices/1-2:1.0/0003:046D:C31C.0001");
+    AttachUsbDevice("1-2", 2, {3});
+    MakeDir(UsbPath("1-2:1.0", "0003:046D:C31C.0001"));
     LoadPolicy("<usbconfig mode='whitelist'><class>AINPUT_SOURCE_KEYBOARD</class></usbconfig>");
     DeviceInfo device = UsbDeviceInfo(1002, {});
     device.deviceClass = 0x101;
@@ -216,7 +211,7 @@ TEST_F(DecisionTest, AnInputDeviceWithoutSourcesGoesToTheVendorRules) {
 }
 
 TEST_F(DecisionTest, ARefusedInputDeviceIsOnlyReported) {
-    AttachUsbDevice("1-2", 1, 2, {3});
+    AttachUsbDevice("1-2", 2, {3});
     LoadPolicy("<usbconfig mode='whitelist'/>");
     UsbDevice::create_usb_device_map();
     Expect(InputDevice(1002, 0x101), false, kNotWhitelisted);
@@ -398,7 +393,7 @@ TEST_F(DecisionTest, TheMapIsAsFreshAsTheDecision) {
 TEST_F(DecisionTest, AFailedEnforcementIsNotTold) {
     LoadPolicy("<usbconfig mode='whitelist'/>");
     const DeviceInfo disk = Attach({8});
-    RemoveFile("/sys/bus/usb/devices/1-2:1.0/authorized");
+    RemoveFile(UsbPath("1-2:1.0", "authorized"));
     Expect(disk, false, kNotWhitelisted);
 }
 

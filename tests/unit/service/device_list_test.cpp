@@ -334,7 +334,7 @@ TEST_F(DeviceListTest, AResetSwitchesTheControllers) {
 TEST_F(DeviceListTest, AResetThatFailsAnswersOkAndLeavesTheNextOneFree) {
     // A DisplayLink adapter whose controller is in host mode, and a supply that is no number.
     MapInterface(2001, kCategoryNone, "empty", "2-1:1.0", 6121);
-    WriteFile("/sys/bus/usb/devices/usb2/devspec", "/soc/ssusb@a600000/dwc3@a600000\n");
+    WriteFile(UsbPath("usb2", "devspec"), "/soc/ssusb@a600000/dwc3@a600000\n");
     WriteFile("/sys/devices/platform/soc/a600000.ssusb/mode", "host\n");
     WriteFile(kUsbOnlineFile, "charging\n");
     EXPECT_TRUE(service_->resetUsbDevices(1).isOk());

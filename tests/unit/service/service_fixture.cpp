@@ -55,6 +55,7 @@ void ServiceTest::SetUp() {
     EmptyWorld();
     MakeDir(kConfigDir);
     MakeDir(kUsbDevicesDir);
+    tree_.reset();
     Util::configMode = "default";
     Util::statusMessage = kStatusSuccess;
     Util::xml_parse_status = false;
@@ -106,18 +107,17 @@ void ServiceTest::LoadPolicy(const std::string& xml) {
     Util::createMapFromConfig(kPolicyFile);
 }
 
-void ServiceTest::AttachUsbDevice(const std::string& name, int32_t bus, int32_t device,
+void ServiceTest::AttachUsbDevice(const std::string& entry, int32_t number,
                                   const std::vector<int32_t>& classes) {
-    const std::string entry = std::string(kUsbDevicesDir) + "/" + name;
-    WriteFile(entry + "/busnum", std::to_string(bus) + "\n");
-    WriteFile(entry + "/devnum", std::to_string(device) + "\n");
-    for (size_t i = 0; i < classes.size(); ++i) {
-        const std::string interface = entry + ":1." + std::to_string(i);
-        char code[8];
-        snprintf(code, sizeof(code), "%02x\n", static_cast<unsigned>(classes[i]));
-        WriteFile(interface + "/bInterfaceClass", code);
-        WriteFile(interface + "/authorized", "1");
-    }
+    if (!tree_) tree_.emplace();
+    if (tree_->Has(entry)) tree_->Remove(entry);
+    FakeDevice device = {};
+    for (const int32_t code : classes) device.interfaces.push_back({code});
+    tree_->AddDevice(entry, device, number);
+}
+
+std::string ServiceTest::Authorized(const std::string& interface) {
+    return ReadFile(UsbPath(interface, "authorized")).substr(0, 1);
 }
 
 std::vector<DeviceInfo> ServiceTest::List() {

@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,6 +24,7 @@
 #include "android/vus/util.h"
 #include "android/vus/vu_service.h"
 #include "tests/support/fake_binder.h"
+#include "tests/support/usb_tree.h"
 #include "tests/support/waiting.h"
 #include "tests/support/world.h"
 
@@ -78,9 +80,11 @@ class ServiceTest : public ::testing::Test {
 
     void LoadPolicy(const std::string& xml);
 
-    // An attached device of the USB tree with one interface a class, all of them authorized.
-    void AttachUsbDevice(const std::string& name, int32_t bus, int32_t device,
+    // Attaches a device with one interface a class, in the place of what is at that port.
+    void AttachUsbDevice(const std::string& entry, int32_t number,
                          const std::vector<int32_t>& classes);
+    // Whether an interface of it is switched on, as the kernel says it: "1" or "0".
+    static std::string Authorized(const std::string& interface);
 
     std::vector<DeviceInfo> List();
     std::vector<int32_t> ListedIds();
@@ -111,6 +115,7 @@ class ServiceTest : public ::testing::Test {
     }
 
     LogCapture logs_;
+    std::optional<UsbTree> tree_;  // if a device was attached
     sp<FakeServiceManager> manager_;
     sp<VUsbService> service_;
 

@@ -26,12 +26,12 @@ class StuckClientTest : public ServiceTest {
     void SetUp() override {
         ServiceTest::SetUp();
         LoadPolicy("<usbconfig mode='whitelist'/>");
-        for (int i = 1; i <= kDevices; ++i) AttachUsbDevice(Entry(i), 1, i, {8});
+        for (int i = 1; i <= kDevices; ++i) AttachUsbDevice(Entry(i), i, {8});
     }
 
     static std::string Entry(int device) { return "1-" + std::to_string(device); }
     static std::string Authorized(int device) {
-        return ReadFile(std::string(kUsbDevicesDir) + "/" + Entry(device) + ":1.0/authorized");
+        return ServiceTest::Authorized(Entry(device) + ":1.0");
     }
 
     void PlugAndUnplug(int device) {

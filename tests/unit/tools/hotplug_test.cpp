@@ -12,8 +12,10 @@
 
 #include <filesystem>
 #include <future>
+#include <optional>
 #include <thread>
 
+#include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 #include "tests/unit/tools/fake_service.h"
 #include "tests/unit/tools/fake_switches.h"
@@ -27,7 +29,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr char kController[] = "/devices/pci0000:00/0000:00:08.0/usb1/";
+constexpr char kController[] = "/devices/platform/soc/a800000.ssusb/xhci-hcd.1.auto/";
 
 class HotplugTest : public testing::Test {
   protected:
@@ -40,53 +42,31 @@ class HotplugTest : public testing::Test {
     void SetUp() override {
         if (!private_network_) GTEST_SKIP() << "the kernel allows no network namespace";
         EmptyWorld();
-        MakeDir("/sys/bus/usb/devices");
+        tree_.emplace();
         MakeDir("/sys/class");
         fake_->note_lists = false;
     }
 
     void TearDown() override { Stop(); }
 
-    static void Attribute(const std::string& entry, const std::string& name,
-                          const std::string& value) {
-        WriteFile(std::string("/sys") + kController + entry + "/" + name, value);
-    }
-
     // A disk without its interface: what the kernel announces first.
-    static void AddDevice(const std::string& entry, int number) {
-        Attribute(entry, "busnum", "1\n");
-        Attribute(entry, "devnum", std::to_string(number) + "\n");
-        Attribute(entry, "bDeviceClass", "00\n");
-        Attribute(entry, "idVendor", "0951\n");
-        Attribute(entry, "idProduct", "1666\n");
-        Attribute(entry, "uevent", "DEVTYPE=usb_device\n");
-        Link(entry);
+    void AddDevice(const std::string& entry, int number) {
+        tree_->AddDevice(entry, {0x0951, 0x1666, "", ""}, number);
+        Describe(entry, "usb_device");
     }
 
-    static void AddInterface(const std::string& entry, int number, const std::string& code) {
-        const std::string interface = entry + ":1." + std::to_string(number);
-        Attribute(entry + "/" + interface, "bInterfaceNumber", "0" + std::to_string(number));
-        Attribute(entry + "/" + interface, "bInterfaceClass", code);
-        Attribute(entry + "/" + interface, "uevent", "DEVTYPE=usb_interface\n");
-        Link(entry + "/" + interface);
+    void AddInterface(const std::string& entry, int number, int32_t code) {
+        tree_->AddInterface(entry, number, {code});
+        Describe(entry + ":1." + std::to_string(number), "usb_interface");
     }
 
-    static void Bind(const std::string& path, const std::string& driver) {
-        std::filesystem::create_symlink("/sys/bus/usb/drivers/" + driver,
-                                        std::string("/sys") + kController + path + "/driver");
+    // What libudev looks for.
+    static void Describe(const std::string& entry, const std::string& type) {
+        WriteFile(UsbPath(entry, "uevent"), "DEVTYPE=" + type + "\n");
+        std::filesystem::create_directory_symlink("/sys/bus/usb", UsbPath(entry, "subsystem"));
     }
 
-    static void Link(const std::string& path) {
-        const std::string device = std::string("/sys") + kController + path;
-        const std::string name = std::filesystem::path(path).filename();
-        std::filesystem::create_symlink(device, "/sys/bus/usb/devices/" + name);
-        std::filesystem::create_directory_symlink("/sys/bus/usb", device + "/subsystem");
-    }
-
-    static void RemoveDevice(const std::string& entry) {
-        RemoveTree(std::string("/sys") + kController + entry);
-        RemoveFile("/sys/bus/usb/devices/" + entry);
-    }
+    void RemoveDevice(const std::string& entry) { tree_->Remove(entry); }
 
     static void Usb(const std::string& action, const std::string& path) {
         SendEvent(action, kController + path, "usb");
@@ -134,6 +114,7 @@ class HotplugTest : public testing::Test {
     }
 
     static bool private_network_;
+    std::optional<UsbTree> tree_;
     sp<FakeService> fake_ = new FakeService;
     FakeSwitches switches_;
     std::mutex mutex_;
@@ -157,11 +138,11 @@ std::chrono::nanoseconds UsedBy(std::thread* thread) {
 
 TEST_F(HotplugTest, WhatIsPresentIsJudgedOnce) {
     AddDevice("1-1", 2);
-    AddInterface("1-1", 0, "08");
+    AddInterface("1-1", 0, 8);
     AddDevice("1-2", 3);
-    AddInterface("1-2", 0, "09");  // a hub
-    Bind("1-2/1-2:1.0", "hub");
-    AddDevice("1-2/1-2.4", 4);  // and a device behind it
+    AddInterface("1-2", 0, 9);  // a hub
+    tree_->Bind("1-2:1.0", "hub");
+    AddDevice("1-2.4", 4);  // and a device behind it
     Hotplug hotplug([this] { return Find(); }, &switches_, {});
     std::string why_not;
     EXPECT_TRUE(hotplug.run_once(&why_not)) << why_not;
@@ -188,7 +169,7 @@ TEST_F(HotplugTest, DeviceIsJudgedWhenTheKernelHasBoundIt) {
     Start();
     AddDevice("1-1", 2);
     Usb("add", "1-1");
-    AddInterface("1-1", 0, "08");
+    AddInterface("1-1", 0, 8);
     Usb("add", "1-1/1-1:1.0");
     Usb("bind", "1-1/1-1:1.0");
     EXPECT_THAT(fake_->Take(), IsEmpty());
@@ -205,7 +186,7 @@ TEST_F(HotplugTest, InterfacesOfAnotherConfigurationAreJudged) {
     Usb("add", "1-1");
     Usb("bind", "1-1");
     EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
-    AddInterface("1-1", 0, "08");
+    AddInterface("1-1", 0, 8);
     Usb("add", "1-1/1-1:1.0");
     EXPECT_THAT(fake_->TakeAtLeast(2), ElementsAre("update 1002 0", "judge 1002"));
 }
@@ -256,7 +237,7 @@ TEST_F(HotplugTest, LostEventsAreMadeUpFor) {
                go_on.get_future().wait();
            }});
     AddDevice("1-1", 2);
-    AddInterface("1-1", 0, "08");
+    AddInterface("1-1", 0, 8);
     Usb("bind", "1-1");
     EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
     EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
@@ -276,7 +257,7 @@ TEST_F(HotplugTest, RefusedInterfacesThatComeBackAreSwitchedOffAtOnce) {
     fake_->allow = [](const DeviceInfo&) { return false; };
     Start();
     AddDevice("1-1", 2);
-    AddInterface("1-1", 0, "08");
+    AddInterface("1-1", 0, 8);
     Usb("bind", "1-1");
     EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
     Usb("add", "1-1/1-1:2.0");

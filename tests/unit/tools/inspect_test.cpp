@@ -6,9 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "android/vus/paths.h"
+#include "tests/support/usb_tree.h"
 #include "tests/unit/tools/client_fixture.h"
 #include "tests/unit/tools/fake_watcher.h"
 
@@ -34,24 +33,12 @@ class InspectTest : public ClientTest {
 
     // The disk as sysfs shows it: device 1-2 with the id 1005, two interfaces, one of them bound.
     void AttachDisk(const char* authorized) {
-        const std::string device = "/sys/bus/usb/devices/1-2/";
-        for (const auto& [name, value] : {std::pair{"busnum", "1\n"},
-                                          {"devnum", "5\n"},
-                                          {"idVendor", "0951\n"},
-                                          {"idProduct", "1666\n"},
-                                          {"bDeviceClass", "00\n"},
-                                          {"manufacturer", "Maker\n"},
-                                          {"product", "Flash Disk\n"},
-                                          {"serial", "A-77\n"}}) {
-            WriteFile(device + name, value);
+        FakeDevice disk = {0x0951, 0x1666, "Maker", "Flash Disk", {{8}, {0xff}}, 0, "A-77"};
+        disk.interfaces[0].driver = "usb-storage";
+        UsbTree().AddDevice("1-2", disk, 5);
+        for (const char* interface : {"1-2:1.0", "1-2:1.1"}) {
+            WriteFile(UsbPath(interface, "authorized"), authorized);
         }
-        for (const auto& [name, number, code] :
-             {std::tuple{"1-2:1.1/", "01\n", "ff\n"}, {"1-2:1.0/", "00\n", "08\n"}}) {
-            WriteFile(device + name + "bInterfaceNumber", number);
-            WriteFile(device + name + "bInterfaceClass", code);
-            WriteFile(device + name + "authorized", authorized);
-        }
-        std::filesystem::create_symlink("../../drivers/usb-storage", device + "1-2:1.0/driver");
     }
 };
 

@@ -5,8 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <optional>
 
+#include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 
 namespace android::vus::hotplug {
@@ -15,7 +16,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kDevices[] = "/sys/bus/usb/devices/";
 constexpr char kHidDevice[] = "0003:0627:0001.0001";
 const Subject kDock = {"1-2", 1005};
 
@@ -23,35 +23,20 @@ class SysfsSwitchesTest : public testing::Test {
   protected:
     void SetUp() override {
         EmptyWorld();
-        Attribute("1-2/busnum", "1\n");
-        Attribute("1-2/devnum", "5\n");
-        Attribute("1-2/authorized", "1\n");
-        AddInterface("1-2:1.0", "1\n");
-        AddInterface("1-2:1.1", "1\n");
+        tree_.emplace().AddDevice("1-2", {0x17e9, 0x6006, "", "Dock", {{8}, {8}}}, 5);
         WriteFile("/sys/bus/usb/drivers_probe", "");
         WriteFile("/sys/bus/hid/drivers_probe", "");
     }
 
     static void Attribute(const std::string& path, const std::string& value) {
-        WriteFile(kDevices + path, value);
-    }
-    // In its device's directory, and beside it, where the kernel has a link.
-    static void AddInterface(const std::string& name, const std::string& authorized) {
-        const std::string inside = kDock.name + "/" + name;
-        Attribute(inside + "/bInterfaceClass", "08\n");
-        Attribute(inside + "/authorized", authorized);
-        std::filesystem::create_directory_symlink(kDevices + inside, kDevices + name);
-    }
-    static void Bind(const std::string& interface, const std::string& driver) {
-        std::filesystem::create_symlink("/sys/bus/usb/drivers/" + driver,
-                                        kDevices + interface + "/driver");
+        WriteFile(UsbPath(path), value);
     }
     static std::vector<std::string> Authorized() {
-        return {ReadFile(std::string(kDevices) + "1-2/authorized"),
-                ReadFile(std::string(kDevices) + "1-2:1.0/authorized"),
-                ReadFile(std::string(kDevices) + "1-2:1.1/authorized")};
+        return {ReadFile(UsbPath("1-2", "authorized")), ReadFile(UsbPath("1-2:1.0", "authorized")),
+                ReadFile(UsbPath("1-2:1.1", "authorized"))};
     }
 
+    std::optional<UsbTree> tree_;
     std::vector<std::string> complaints_;
     SysfsSwitches switches_{[this](const std::string& line) { complaints_.push_back(line); }};
 };
@@ -77,14 +62,14 @@ TEST_F(SysfsSwitchesTest, DeviceThatHasBecomeAnotherIsLeftAlone) {
 }
 
 TEST_F(SysfsSwitchesTest, HubIsLeftAlone) {
-    Bind("1-2:1.0", "hub");
-    Bind("1-2:1.1", "hub");
+    tree_->Bind("1-2:1.0", "hub");
+    tree_->Bind("1-2:1.1", "hub");
     switches_.close_interfaces(kDock);
     EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
 }
 
 TEST_F(SysfsSwitchesTest, OnlyPartlyAHubIsClosed) {
-    Bind("1-2:1.0", "hub");
+    tree_->Bind("1-2:1.0", "hub");
     switches_.close_interfaces(kDock);
     EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
 }
@@ -104,8 +89,8 @@ TEST_F(SysfsSwitchesTest, DeviceIsSwitchedAsAWhole) {
 }
 
 TEST_F(SysfsSwitchesTest, SwitchThatCannotBeSetIsSaid) {
-    RemoveFile(std::string(kDevices) + "1-2:1.0/authorized");
-    MakeDir(std::string(kDevices) + "1-2:1.0/authorized");
+    RemoveFile(UsbPath("1-2:1.0", "authorized"));
+    MakeDir(UsbPath("1-2:1.0", "authorized"));
     switches_.close_interfaces(kDock);
     EXPECT_THAT(complaints_, ElementsAre("cannot switch 1-2:1.0/authorized: Is a directory"));
     EXPECT_EQ(Authorized()[2], "0\n") << "the next one is closed all the same";

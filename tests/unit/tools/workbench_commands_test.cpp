@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/usb_tree.h"
 #include "tests/unit/tools/client_fixture.h"
 
 namespace android::vus::ctl {
@@ -60,12 +61,7 @@ TEST_F(WorkbenchTest, ExplainsAListAndSumsItUp) {
 }
 
 TEST_F(WorkbenchTest, ExplainReadsATree) {
-    const std::string device = "/data/tree/sys/bus/usb/devices/1-2/";
-    for (const auto& [name, value] :
-         {std::pair{"busnum", "1"}, {"devnum", "5"}, {"idVendor", "046d"}, {"idProduct", "0001"}}) {
-        WriteFile(device + name, value);
-    }
-    WriteFile(device + "1-2:1.0/bInterfaceClass", "ff");
+    UsbTree("/data/tree/sys").AddDevice("1-2", {0x046d, 1, "", "", {{0xff}}});
     EXPECT_EQ(Run({"policy", "explain", "/data/policy.xml", "--tree", "/data/tree"}), kDone);
     EXPECT_EQ(Out(),
               "usb 046d:0001 interfaces 255 \"046d:0001\"\n"

@@ -35,28 +35,13 @@
 
 namespace android::vus {
 
-using Attributes = std::map<std::string, std::string>;
-
-// A device's attributes as the kernel writes them, of a plain device without a function of note.
+// The attributes of a plain device, and of an interface without a function of note.
 inline Attributes device_attributes() {
-    return {
-            {"bDeviceClass", "00\n"},    {"bDeviceProtocol", "00\n"}, {"bDeviceSubClass", "00\n"},
-            {"bMaxPacketSize0", "64\n"}, {"bMaxPower", "100mA\n"},    {"bNumConfigurations", "1\n"},
-            {"bNumInterfaces", " 1\n"},  {"bcdDevice", "0100\n"},     {"bmAttributes", "a0\n"},
-            {"configuration", "\n"},     {"devnum", "2\n"},           {"idProduct", "abcd\n"},
-            {"idVendor", "1234\n"},      {"maxchild", "0\n"},         {"manufacturer", "Maker\n"},
-            {"product", "Product\n"},    {"serial", "0001\n"},        {"version", " 2.00\n"},
-            {"speed", "480\n"},          {"rx_lanes", "1\n"},         {"tx_lanes", "1\n"},
-    };
+    return AttributesOf(FakeDevice{0x1234, 0xabcd, "Maker", "Product", {{0xff}}, 0, "0001"}, 2);
 }
 
 inline Attributes interface_attributes() {
-    return {
-            {"bAlternateSetting", " 0\n"},  {"bInterfaceClass", "ff\n"},
-            {"bInterfaceNumber", "00\n"},   {"bInterfaceProtocol", "00\n"},
-            {"bInterfaceSubClass", "00\n"}, {"bNumEndpoints", "02\n"},
-            {"authorized", "1\n"},
-    };
+    return AttributesOf(FakeInterface{0xff}, 0);
 }
 
 class UsbTest : public ::testing::Test {
@@ -82,8 +67,7 @@ class UsbTest : public ::testing::Test {
     static void add_entry(const std::string& entry, Attributes attributes,
                           const Attributes& changes) {
         for (const auto& [name, value] : changes) attributes[name] = value;
-        MakeDir(UsbPath(entry));
-        for (const auto& [name, value] : attributes) WriteFile(UsbPath(entry, name), value);
+        AddUsbEntry(entry, attributes);
     }
     static void add_bus(const std::string& entry, const Attributes& changes = {}) {
         add_entry(entry, device_attributes(), changes);

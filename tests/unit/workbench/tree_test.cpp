@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+
+#include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 #include "tools/workbench/redact.h"
 
@@ -13,25 +16,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-const std::string kTreeDevices = "/data/desk/sys/bus/usb/devices/";
-
-void AddTreeDevice(const std::string& name, const std::string& number, const std::string& vendor) {
-    const std::string device = kTreeDevices + name + "/";
-    WriteFile(device + "busnum", "1\n");
-    WriteFile(device + "devnum", number + "\n");
-    WriteFile(device + "idVendor", vendor + "\n");
-    WriteFile(device + "idProduct", "0001\n");
-    WriteFile(device + "bDeviceClass", "00\n");
-}
-
-std::string AddTreeInterface(const std::string& device, const std::string& number,
-                             const std::string& code) {
-    const std::string interface = kTreeDevices + device + "/" + device + ":1." + number + "/";
-    WriteFile(interface + "bInterfaceNumber", number + "\n");
-    WriteFile(interface + "bInterfaceClass", code + "\n");
-    return interface;
-}
 
 std::vector<Device> ReadTree(const std::string& dir) {
     std::vector<Device> devices;
@@ -44,15 +28,17 @@ class TreeTest : public testing::Test {
   protected:
     void SetUp() override {
         EmptyWorld();
-        MakeDir(kTreeDevices);
+        tree_.emplace("/data/desk/sys");
     }
+
+    std::optional<UsbTree> tree_;
 };
 
 TEST_F(TreeTest, HasItsDevicesWithTheirInterfacesInOrder) {
-    AddTreeDevice("1-2", "5", "0951");
-    AddTreeInterface("1-2", "0a", "ff");
-    AddTreeInterface("1-2", "00", "08");
-    AddTreeInterface("1-2", "02", "03");
+    tree_->AddDevice("1-2", {0x0951, 1, "", ""}, 5);
+    tree_->AddInterface("1-2", 10, {0xff});
+    tree_->AddInterface("1-2", 0, {8});
+    tree_->AddInterface("1-2", 2, {3});
     for (const char* dir : {"/data/desk", "/data/desk/sys", "/data/desk/sys/"}) {
         const std::vector<Device> devices = ReadTree(dir);
         ASSERT_EQ(devices.size(), 1u);
@@ -64,23 +50,19 @@ TEST_F(TreeTest, HasItsDevicesWithTheirInterfacesInOrder) {
 }
 
 TEST_F(TreeTest, TellsAVendorsHidByWhatIsBelowItsInterface) {
-    AddTreeDevice("1-3", "6", "1050");
-    const std::string interface = AddTreeInterface("1-3", "00", "03");
-    MakeDir(interface + "0003:1050:0407.0001/hidraw");
+    tree_->AddDevice("1-3", VendorHidDongle());
     EXPECT_EQ(ReadTree("/data/desk")[0].vendorHid, true);
-    MakeDir(interface + "0003:1050:0407.0001/input/input3");
+    MakeDir(tree_->Path("1-3:1.0", "0003:1050:0407.0002/input/input3"));
     EXPECT_EQ(ReadTree("/data/desk")[0].vendorHid, false);
 }
 
 TEST_F(TreeTest, LeavesOutHubsAndWhatHasGone) {
-    AddTreeDevice("usb1", "1", "1d6b");
-    AddTreeInterface("usb1", "00", "09");
-    AddTreeDevice("1-4", "7", "17e9");
-    WriteFile(kTreeDevices + "1-4/bDeviceClass", "09\n");
-    MakeDir(kTreeDevices + "1-5");
+    tree_->AddBus(1);
+    tree_->AddDevice("1-4", {0x17e9, 1, "", "", {}, 9});
+    MakeDir(tree_->Path("1-5"));
     EXPECT_THAT(ReadTree("/data/desk"), IsEmpty());
-    AddTreeInterface("1-4", "00", "09");
-    AddTreeInterface("1-4", "01", "ff");
+    tree_->AddInterface("1-4", 0, {9});
+    tree_->AddInterface("1-4", 1, {0xff});
     EXPECT_EQ(ReadTree("/data/desk").size(), 1u);
 }
 
