@@ -34,6 +34,17 @@ def test_judging_a_described_device(device):
     assert [record["deviceId"] for record in device.probe.records()] == [902]
 
 
+def test_a_record_that_claims_more_than_it_holds_is_answered(device):
+    daemon = device.machine.read("/run/vusd.pid")
+    for classes in (1, 30_000_000, 2_147_483_647):
+        assert device.machine.run(f"vus_malformed_call {classes}") == (0, "-22\n-22\n"), classes
+    assert device.machine.run("vusctl judge --id 901 --interfaces 7")[0] == 0
+    assert [record["deviceId"] for record in device.probe.records()] == [901]
+    assert device.machine.read("/run/vusd.pid") == daemon
+    log = device.machine.read("/data/log/vusd.log")
+    assert log.count("a call claims more interface classes than it holds") == 6
+
+
 def test_the_dump_without_devices(device):
     assert device.machine.shell("vusctl dump") == "USB DEVICE INFO "
 
