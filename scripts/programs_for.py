@@ -17,7 +17,8 @@ import re
 import sys
 
 TEST = re.compile(r"^(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+),\s*(\w+)\)", re.M)
-COMPUTED = re.compile(r"ValuesIn\(\w+\(")  # parameters that only the program knows
+# Names of parameters that only the program knows; parameters without names of their own are numbers.
+COMPUTED = re.compile(r"ValuesIn\(\w+\(\)\),")
 GENERATED = re.compile(r"\b(?:INSTANTIATE_\w+|TEST_P|TYPED_TEST\w*)\(|^\s*#\s*define\b.*\bTEST", re.M)
 
 

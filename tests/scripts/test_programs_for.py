@@ -16,11 +16,13 @@ SOURCES = {
                          "TEST_P(LoaderTest, Answers) {}\n"
                          "INSTANTIATE_TEST_SUITE_P(All, LoaderTest, ValuesIn(rows));\n"),
     "files/c_test.cpp": ("TEST_P(TreeTest, Is) {}\n"
-                         "INSTANTIATE_TEST_SUITE_P(All, TreeTest, ValuesIn(Trees()));\n"),
+                         "INSTANTIATE_TEST_SUITE_P(All, TreeTest, ValuesIn(Trees()), NameOf);\n"),
+    "numbers/e_test.cpp": ("TEST_P(SumTest, Adds) {}\n"
+                           "INSTANTIATE_TEST_SUITE_P(All, SumTest, ValuesIn(Sums()));\n"),
     "own/d_test.cpp": "#define CASE(name) TEST_F(OwnTest, Of##name)\nCASE(Thing) {}\n",
     "not_a_program/README.md": "MapTest",
 }
-ALL = ["files_tests", "own_tests", "plain_tests", "table_tests"]
+ALL = ["files_tests", "numbers_tests", "own_tests", "plain_tests", "table_tests"]
 
 
 @pytest.fixture
@@ -45,6 +47,7 @@ def programs(tests, *text):
     ("EmptyFile", "table_tests"),
     ("All/LoaderTest.Answers/0", "table_tests"),
     ("OwnTest", "own_tests"),
+    ("SumTest", "numbers_tests"),
     ("Thing", "own_tests"),
 ])
 def test_program_with_a_matching_test_is_found(tests, text, found):
@@ -61,7 +64,7 @@ def test_without_a_filter_every_program(tests):
     assert programs(tests) == ALL
 
 
-@pytest.mark.parametrize("text, found", [([], ["files_tests", "own_tests", "table_tests"]), (["MapTest"], ["files_tests"])])
+@pytest.mark.parametrize("text, found", [([], ["files_tests", "numbers_tests", "own_tests", "table_tests"]), (["MapTest"], ["files_tests"])])
 def test_program_without_threads_is_not_in_the_tree_of_thread_sanitizer(tests, text, found):
     (tests / "plain" / "CMakeLists.txt").write_text("# ...\nvus_without_threads()\nvus_add_test(plain_tests vus)\n")
     (tests / "own" / "CMakeLists.txt").write_text("# not vus_without_threads()\nvus_add_test(own_tests vus)\n")
