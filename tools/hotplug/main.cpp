@@ -89,5 +89,9 @@ int main(int argc, char** argv) {
         fputs(kUsage, stdout);
         return 0;
     }
+    if (options.version) {
+        fputs(android::vus::hotplug::version_line().c_str(), stdout);
+        return 0;
+    }
     return run(options);
 }

@@ -2,7 +2,15 @@
 
 #include "tools/hotplug/options.h"
 
+#ifndef VUS_VERSION
+#error "the build has to define VUS_VERSION"
+#endif
+
 namespace android::vus::hotplug {
+
+std::string version_line() {
+    return "vus_hotplug " VUS_VERSION "\n";
+}
 
 Options parse_options(const std::vector<std::string>& arguments) {
     Options options;
@@ -13,6 +21,8 @@ Options parse_options(const std::vector<std::string>& arguments) {
             options.fail_closed = true;
         } else if (argument == "--verbose") {
             options.verbose = true;
+        } else if (argument == "--version") {
+            options.version = true;
         } else if (argument == "--help" || argument == "-h") {
             options.help = true;
         } else {

@@ -14,6 +14,7 @@ struct Options {
     bool verbose = false;
     bool fail_closed = false;
     bool help = false;
+    bool version = false;
     std::string error;  // what is wrong with the command line; empty if nothing is
 };
 
@@ -29,10 +30,14 @@ inline constexpr char kUsage[] =
         "  --once         judge the devices that are present, and exit\n"
         "  --fail-closed  switch off what comes while the daemon is away, until it is back\n"
         "  --verbose      print a line a report: entry, kind, vendor:product, classes, answer\n"
+        "  --version      print the version\n"
         "  --help         print this\n"
         "\n"
         "Exit status: 0 done, or asked to end (SIGINT, SIGTERM); 1 the daemon cannot be reached\n"
         "(--once), or the kernel's events cannot be heard; 2 wrong usage.\n";
+
+// "vus_hotplug" and the version, as a line.
+std::string version_line();
 
 // `arguments` without the program's name.
 Options parse_options(const std::vector<std::string>& arguments);

@@ -9,7 +9,8 @@ namespace {
 
 TEST(Options, AreOffByDefault) {
     const Options options = parse_options({});
-    EXPECT_FALSE(options.once || options.verbose || options.help || options.fail_closed);
+    EXPECT_FALSE(options.once || options.verbose || options.help || options.fail_closed ||
+                 options.version);
     EXPECT_EQ(options.error, "");
 }
 
@@ -19,6 +20,7 @@ TEST(Options, AreTakenInAnyOrder) {
     EXPECT_TRUE(parse_options({"--fail-closed"}).fail_closed);
     EXPECT_TRUE(parse_options({"--help"}).help);
     EXPECT_TRUE(parse_options({"-h"}).help);
+    EXPECT_TRUE(parse_options({"--version"}).version);
 }
 
 TEST(Options, UnknownOnesAreErrors) {

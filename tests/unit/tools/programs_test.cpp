@@ -2,8 +2,10 @@
 //
 // The programs themselves, on a machine without binder: what they print and how they end.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/wait.h>
 
 #include <filesystem>
@@ -60,6 +62,15 @@ TEST(Programs, PrintTheirUsage) {
         EXPECT_EQ(wrong.output, "");
         EXPECT_NE(wrong.error, "");
     }
+}
+
+TEST(Programs, PrintOneVersion) {
+    const Outcome first = RunProgram("vusctl --version");
+    EXPECT_THAT(first.output, testing::MatchesRegex("vusctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(first.status, 0);
+    const Outcome second = RunProgram("vus_hotplug --version");
+    EXPECT_EQ(second.output, "vus_hotplug" + first.output.substr(strlen("vusctl")));
+    EXPECT_EQ(second.status, 0);
 }
 
 TEST(Programs, CheckPoliciesWithoutBinder) {
