@@ -62,6 +62,11 @@ constexpr char kKeepNotes[] =
         "The policy on trial becomes the policy on disk. It is in force already: nothing\n"
         "is reset.\n";
 
+constexpr char kRepairNotes[] =
+        "For the time before the daemon starts: a policy that is torn then would allow\n"
+        "everything. What loads is never touched, and what did not load is kept beside\n"
+        "the policy. Exit status 1: there is no backup that loads, either.\n";
+
 constexpr char kImportNotes[] =
         "FILE has rules in the language of USBGuard: allow, block or reject, an id in\n"
         "hexadecimal, and conditions. What a policy can say goes to the output as a\n"
@@ -201,6 +206,9 @@ std::vector<Command> policy_rows() {
              "put a policy in force for a time", kTryNotes, try_policy_file},
             {"policy", "keep", "", 0, 0, none(), "no argument", "keep the policy that is on trial",
              kKeepNotes, keep_tried_policy},
+            {"policy", "repair", "", 0, 0, none(), "no argument",
+             "put the last good policy back if the file does not load", kRepairNotes,
+             repair_policy_file},
     };
 }
 

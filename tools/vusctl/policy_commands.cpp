@@ -11,6 +11,7 @@
 #include "tools/common/text.h"
 #include "tools/vusctl/in_force.h"
 #include "tools/vusctl/inspect_commands.h"
+#include "tools/vusctl/policy_repair.h"
 #include "tools/vusctl/policy_tool.h"
 #include "tools/vusctl/policy_trial.h"
 #include "tools/vusctl/preview.h"
@@ -101,6 +102,10 @@ int try_policy_file(Context& context, const Call& call) {
 
 int keep_tried_policy(Context& context, const Call& /*call*/) {
     return keep_policy(context.out, context.err);
+}
+
+int repair_policy_file(Context& context, const Call& /*call*/) {
+    return repair_policy(context.out, context.err);
 }
 
 }  // namespace android::vus::ctl

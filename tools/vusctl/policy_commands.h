@@ -13,5 +13,6 @@ int show_policy(Context& context, const Call& call);
 int set_policy_file(Context& context, const Call& call);
 int try_policy_file(Context& context, const Call& call);
 int keep_tried_policy(Context& context, const Call& call);
+int repair_policy_file(Context& context, const Call& call);
 
 }  // namespace android::vus::ctl
