@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "tools/vusctl/command.h"
-#include "tools/vusctl/help.h"
 
 namespace android::vus::ctl {
 
@@ -203,17 +202,6 @@ std::string fish_script() {
     return script.str();
 }
 
-// A line of man(7) begins no request, and its hyphens stay hyphens.
-std::string man_text(const std::string& text) {
-    std::string clean;
-    for (const char c : text) {
-        if (c == '-' || c == '\\') clean += '\\';
-        clean += c == '\\' ? std::string("e") : std::string(1, c);
-    }
-    if (!clean.empty() && (clean[0] == '.' || clean[0] == '\'')) clean = "\\&" + clean;
-    return clean;
-}
-
 }  // namespace
 
 std::optional<std::string> completion_for(const std::string& shell) {
@@ -221,28 +209,6 @@ std::optional<std::string> completion_for(const std::string& shell) {
     if (shell == "zsh") return zsh_script();
     if (shell == "fish") return fish_script();
     return std::nullopt;
-}
-
-std::string manual_synopsis() {
-    std::ostringstream page;
-    page << ".SH SYNOPSIS\n.nf\n";
-    for (const Command& command : commands()) {
-        std::istringstream lines(synopsis(command));
-        for (std::string line; std::getline(lines, line);) page << man_text(line) << "\n";
-    }
-    page << ".fi\n.SH COMMANDS\n";
-    for (const Command& command : commands()) {
-        page << ".TP\n.B " << man_text(command.path()) << "\n" << man_text(command.summary) << "\n";
-        std::istringstream notes(command.notes);
-        if (*command.notes != '\0') page << ".IP\n";
-        for (std::string line; std::getline(notes, line);) page << man_text(line) << "\n";
-        for (const Option& option : command.options) {
-            page << ".IP \"" << man_text(option.name)
-                 << (option.value == nullptr ? "" : std::string(" ") + option.value) << "\" 14\n"
-                 << man_text(option.help) << "\n";
-        }
-    }
-    return page.str();
 }
 
 }  // namespace android::vus::ctl

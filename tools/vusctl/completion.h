@@ -12,7 +12,4 @@ namespace android::vus::ctl {
 // The script for "bash", "zsh" or "fish"; nothing for another shell.
 std::optional<std::string> completion_for(const std::string& shell);
 
-// The synopsis and the commands of the manual page, in man(7)'s language.
-std::string manual_synopsis();
-
 }  // namespace android::vus::ctl

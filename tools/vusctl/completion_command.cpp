@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "tools/vusctl/completion.h"
+#include "tools/vusctl/manual.h"
 #include "tools/vusctl/workbench_commands.h"
 
 namespace android::vus::ctl {

@@ -12,12 +12,7 @@ namespace android::vus::ctl {
 
 namespace {
 
-constexpr char kIntroduction[] =
-        "usage: vusctl COMMAND [ARGUMENT...]\n"
-        "\n"
-        "Asks the vus daemon, changes its policy, and tells without the daemon what a\n"
-        "policy does.\n"
-        "\n";
+constexpr char kUsageLine[] = "usage: vusctl COMMAND [ARGUMENT...]\n";
 
 constexpr char kNotes[] =
         "\n"
@@ -51,7 +46,7 @@ std::string synopsis(const Command& command) {
 }
 
 void print_help(std::ostream& out) {
-    out << kIntroduction;
+    out << kUsageLine << "\n" << kDescription << "\n";
     for (const Command& command : commands()) {
         out << base::StringPrintf("  %-16s %s\n", command.path().c_str(), command.summary);
     }

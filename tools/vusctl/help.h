@@ -11,6 +11,11 @@
 
 namespace android::vus::ctl {
 
+// What vusctl does, in a sentence.
+inline constexpr char kDescription[] =
+        "Asks the vus daemon, changes its policy, and tells without the daemon what a\n"
+        "policy does.\n";
+
 // "vusctl policy check FILE [--json]", over several lines where one is too short.
 std::string synopsis(const Command& command);
 

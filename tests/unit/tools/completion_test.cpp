@@ -9,14 +9,26 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <fstream>
+#include <sstream>
+
 #include "tests/support/world.h"
 #include "tests/unit/tools/client_fixture.h"
+#include "tools/vusctl/manual.h"
 
 namespace android::vus::ctl {
 namespace {
 
 using testing::HasSubstr;
 using testing::StartsWith;
+
+// Read before main, because the test program then leaves the tree for its private root.
+std::string ReadManualPage() {
+    std::ostringstream text;
+    text << std::ifstream(VUS_SOURCE_DIR "/docs/man/vusctl.1").rdbuf();
+    return text.str();
+}
+const std::string kManualPage = ReadManualPage();
 
 // What bash offers for the last of the words.
 std::string Completed(const std::string& words, int last) {
@@ -55,10 +67,31 @@ TEST(Completion, EveryScriptKnowsTheWholeTable) {
 
 TEST(Completion, ManualsSynopsisKnowsTheWholeTable) {
     const std::string page = manual_synopsis();
-    EXPECT_THAT(page, StartsWith(".SH SYNOPSIS\n.nf\nvusctl list [\\-\\-json]\n"));
+    EXPECT_THAT(page, StartsWith(".Sh SYNOPSIS\n.Nm\n.Cm list\n.Op Fl -json\n.Nm\n.Cm why\n"
+                                 ".Ar ID\n.Op Fl -usb\n"));
+    EXPECT_THAT(page, HasSubstr("\n.Op Ar DIR\n"));
+    EXPECT_THAT(page, HasSubstr("\n.Op Cm test\n"));
     for (const Command& command : commands()) {
-        EXPECT_THAT(page, HasSubstr("\n.B " + command.path() + "\n"));
+        EXPECT_THAT(page, HasSubstr("\n.It Cm " + command.path()));
+        for (const Option& option : command.options) {
+            EXPECT_THAT(page, HasSubstr(std::string("\n.It Fl ") + (option.name + 1)));
+        }
     }
+}
+
+// mandoc's lint complains of neither.
+TEST(Completion, ManualsSentencesBeginLinesAndNoLineIsLong) {
+    std::istringstream lines(manual_synopsis());
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80u) << line;
+        EXPECT_THAT(line, testing::Not(testing::ContainsRegex("[a-z]\\. [A-Z]")));
+        EXPECT_NE(line, "");
+    }
+}
+
+TEST(Completion, ManualPageIsMadeOfTheTable) {
+    EXPECT_THAT(kManualPage, HasSubstr(manual_synopsis()))
+            << "docs/man/vusctl.1 is older than the table: scripts/update_manual.py";
 }
 
 class CompletionCommandTest : public ClientTest {};
