@@ -9,8 +9,8 @@
 
 namespace {
 
-using android::vus::platform::kPropertyDir;
 using android::vus::platform::PropertyStore;
+using android::vus::platform::SystemProperties;
 
 constexpr char kUsage[] =
         "usage: getprop [NAME [DEFAULT]]\n"
@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
         fputs(kUsage, stderr);
         return 2;
     }
-    PropertyStore store(kPropertyDir);
+    PropertyStore store = SystemProperties();
     if (argc == 1) {
         PrintAll(store);
     } else {

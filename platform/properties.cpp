@@ -17,12 +17,11 @@
 
 namespace {
 
-using android::vus::platform::kPropertyDir;
-using android::vus::platform::PropertyStore;
+using android::vus::platform::SystemProperties;
 
 // A property that is unset and one that is set to nothing read alike.
 std::string ReadProperty(const char* key) {
-    return PropertyStore(kPropertyDir).Get(key).value_or("");
+    return SystemProperties().Get(key).value_or("");
 }
 
 // strtoimax takes decimal, octal (0) and hexadecimal (0x), and stops at what is no digit.
@@ -55,7 +54,7 @@ int property_get(const char* key, char* value, const char* default_value) {
 }
 
 int property_set(const char* key, const char* value) {
-    return PropertyStore(kPropertyDir).Set(key, value ? value : "").empty() ? 0 : -1;
+    return SystemProperties().Set(key, value ? value : "").empty() ? 0 : -1;
 }
 
 int8_t property_get_bool(const char* key, int8_t default_value) {

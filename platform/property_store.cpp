@@ -88,6 +88,10 @@ std::string Failed(const char* what, const std::string& path) {
     return StringPrintf("cannot %s %s: %s", what, path.c_str(), strerror(errno));
 }
 
+std::string AlreadySet(const std::string& name) {
+    return name + " is read-only and already set";
+}
+
 // link() fails if the name is taken: of two that set a read-only property at the same
 // time, one succeeds.
 std::string MoveIntoPlace(const TemporaryFile& file, const std::string& name,
@@ -95,7 +99,7 @@ std::string MoveIntoPlace(const TemporaryFile& file, const std::string& name,
     bool moved = IsReadOnly(name) ? link(file.path(), path.c_str()) == 0
                                   : rename(file.path(), path.c_str()) == 0;
     if (moved) return {};
-    if (IsReadOnly(name) && errno == EEXIST) return name + " is read-only and already set";
+    if (IsReadOnly(name) && errno == EEXIST) return AlreadySet(name);
     return Failed("write", path);
 }
 
@@ -103,7 +107,15 @@ std::string MoveIntoPlace(const TemporaryFile& file, const std::string& name,
 
 std::optional<std::string> PropertyStore::Get(const std::string& name) const {
     std::string value;
-    if (!IsLegalName(name) || !base::ReadFileToString(directory_ + "/" + name, &value)) return {};
+    if (!IsLegalName(name)) return {};
+    if (base::ReadFileToString(directory_ + "/" + name, &value)) return value;
+    return GetDefault(name);
+}
+
+std::optional<std::string> PropertyStore::GetDefault(const std::string& name) const {
+    std::string value;
+    if (defaults_.empty() || !base::ReadFileToString(defaults_ + "/" + name, &value)) return {};
+    if (!value.empty() && value.back() == '\n') value.pop_back();
     return value;
 }
 
@@ -113,6 +125,7 @@ std::string PropertyStore::Set(const std::string& name, const std::string& value
         return StringPrintf("a value of %s has at most %d bytes, none of them zero", name.c_str(),
                             PROP_VALUE_MAX - 1);
     }
+    if (IsReadOnly(name) && GetDefault(name)) return AlreadySet(name);
     if (mkdir(directory_.c_str(), 0755) != 0 && errno != EEXIST) {
         return Failed("create", directory_);
     }
@@ -123,10 +136,11 @@ std::string PropertyStore::Set(const std::string& name, const std::string& value
 
 std::map<std::string, std::string> PropertyStore::List() const {
     std::map<std::string, std::string> properties;
-    std::unique_ptr<DIR, DirCloser> dir(opendir(directory_.c_str()));
-    if (!dir) return properties;
-    while (const dirent* entry = readdir(dir.get())) {
-        if (auto value = Get(entry->d_name)) properties[entry->d_name] = *value;
+    for (const std::string& path : {directory_, defaults_}) {
+        std::unique_ptr<DIR, DirCloser> dir(opendir(path.c_str()));
+        while (const dirent* entry = dir ? readdir(dir.get()) : nullptr) {
+            if (auto value = Get(entry->d_name)) properties[entry->d_name] = *value;
+        }
     }
     return properties;
 }

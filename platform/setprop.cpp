@@ -11,8 +11,7 @@
 
 namespace {
 
-using android::vus::platform::kPropertyDir;
-using android::vus::platform::PropertyStore;
+using android::vus::platform::SystemProperties;
 
 constexpr char kUsage[] =
         "usage: setprop NAME VALUE\n"
@@ -32,7 +31,7 @@ int main(int argc, char** argv) {
         fputs(kUsage, stderr);
         return 2;
     }
-    std::string error = PropertyStore(kPropertyDir).Set(argv[1], argv[2]);
+    std::string error = SystemProperties().Set(argv[1], argv[2]);
     if (error.empty()) return 0;
     fprintf(stderr, "setprop: %s\n", error.c_str());
     return 1;

@@ -105,6 +105,8 @@ void EnterPrivateRoot() {
     for (const char* path : {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/etc", "/proc"}) {
         BindFromHost(root, path);
     }
+    // The machine's own settings are none of a test's.
+    if (fs::exists("/etc/vus")) MountTmpfs(std::string(root) + "/etc/vus");
     fs::create_directories(std::string(root) + "/dev");
     for (const char* path : {"/dev/null", "/dev/zero", "/dev/urandom", "/dev/full"}) {
         BindFromHost(root, path);

@@ -202,5 +202,52 @@ TEST_F(PropertyStoreTest, OneOfManyWritersSetsAReadOnlyName) {
     }
 }
 
+class PropertyDefaultsTest : public PropertyStoreTest {
+  protected:
+    void SetDefault(const std::string& name, const std::string& value) const {
+        mkdir(defaults_.c_str(), 0755);
+        ASSERT_TRUE(base::WriteStringToFile(value, defaults_ + "/" + name));
+    }
+
+    std::string defaults_ = std::string(parent_.path) + "/defaults";
+    PropertyStore with_defaults_{directory_, defaults_};
+};
+
+TEST_F(PropertyDefaultsTest, IsReadWhereNothingIsSet) {
+    EXPECT_FALSE(with_defaults_.Get("a").has_value());
+    SetDefault("a", "one\n");
+    SetDefault("b", "two\n\n");
+    SetDefault("c", "");
+    EXPECT_EQ("one", with_defaults_.Get("a"));
+    EXPECT_EQ("two\n", with_defaults_.Get("b"));
+    EXPECT_EQ("", with_defaults_.Get("c"));
+    EXPECT_FALSE(store_.Get("a").has_value());
+}
+
+TEST_F(PropertyDefaultsTest, GivesWayToWhatIsSet) {
+    SetDefault("a", "one\n");
+    EXPECT_EQ("", with_defaults_.Set("a", ""));
+    EXPECT_EQ("", with_defaults_.Get("a"));
+    std::string text;
+    ASSERT_TRUE(base::ReadFileToString(defaults_ + "/a", &text));
+    EXPECT_EQ("one\n", text) << "it is only read";
+}
+
+TEST_F(PropertyDefaultsTest, ReadOnlyOneCannotBeSet) {
+    SetDefault("ro.build.type", "user\n");
+    EXPECT_EQ("ro.build.type is read-only and already set",
+              with_defaults_.Set("ro.build.type", "userdebug"));
+    EXPECT_EQ("user", with_defaults_.Get("ro.build.type"));
+}
+
+TEST_F(PropertyDefaultsTest, AreListed) {
+    SetDefault("a", "one\n");
+    SetDefault("b", "two\n");
+    ASSERT_EQ("", with_defaults_.Set("b", "set"));
+    ASSERT_EQ("", with_defaults_.Set("c", "three"));
+    const std::map<std::string, std::string> all = {{"a", "one"}, {"b", "set"}, {"c", "three"}};
+    EXPECT_EQ(all, with_defaults_.List());
+}
+
 }  // namespace
 }  // namespace android::vus::platform

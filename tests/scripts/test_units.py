@@ -1,0 +1,218 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The services of a Linux host: systemd takes the units, and they may do little."""
+
+import os
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+TEMPLATES = sorted((ROOT / "packaging" / "systemd").glob("*.service.in"))
+DAEMONS = ["vus-servicemanager.service", "vusd.service", "vus-hotplug.service"]
+PLACES = {"VUS_BIN_DIR": "/usr/bin", "VUS_SBIN_DIR": "/usr/sbin",
+          "VUS_PRIVATE_DIR": "/usr/libexec/vus"}
+# The best-known daemon of this kind has 2.9.
+MOST_EXPOSURE = 2.0
+
+
+def unit_text(template):
+    return re.sub(r"@(\w+)@", lambda name: PLACES[name.group(1)], template.read_text())
+
+
+@pytest.fixture(scope="module")
+def root(tmp_path_factory):
+    """A root directory with the units, and something to run at each place that they name."""
+    top = tmp_path_factory.mktemp("root")
+    units = top / "etc" / "systemd" / "system"
+    units.mkdir(parents=True)
+    for template in TEMPLATES:
+        text = unit_text(template)
+        (units / template.stem).write_text(text)
+        for program in re.findall(r"^Exec\w+=(\S+)", text, flags=re.M):
+            path = top / program.lstrip("/")
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text("#!/bin/sh\n")
+            path.chmod(0o755)
+    return top
+
+
+def analyze(root, *arguments):
+    return subprocess.run(["systemd-analyze", f"--root={root}", *arguments], check=False,
+                          capture_output=True, text=True, timeout=60,
+                          env={**os.environ, "SYSTEMD_LOG_LEVEL": "info"})
+
+
+def about_ours(messages):
+    """The lines that are not of what this root lacks: targets, sockets and pages of systemd's own."""
+    return [line for line in messages.splitlines()
+            if "vus" in line and "Unit " not in line.split(": ", 1)[-1]]
+
+
+def lines(unit):
+    return unit_text(ROOT / "packaging" / "systemd" / f"{unit}.in").splitlines()
+
+
+@pytest.mark.parametrize("unit", [template.stem for template in TEMPLATES])
+def test_systemd_understands_it(root, unit):
+    result = analyze(root, "verify", "--man=no", "--recursive-errors=no", unit)
+    assert about_ours(result.stderr) == []
+
+
+def test_systemd_would_complain(root):
+    wrong = root / "etc" / "systemd" / "system" / "vus-wrong.service"
+    wrong.write_text("[Service]\nExecStart=/usr/libexec/vus/vusd\nNoSuchSetting=yes\n")
+    result = analyze(root, "verify", "--man=no", "--recursive-errors=no", wrong.name)
+    wrong.unlink()
+    assert any("NoSuchSetting" in line for line in about_ours(result.stderr))
+
+
+@pytest.mark.parametrize("unit", DAEMONS)
+def test_exposure(root, unit):
+    result = analyze(root, "security", "--offline=yes", "--no-pager", unit)
+    exposure = re.search(r"Overall exposure level for \S+: ([0-9.]+)", result.stdout)
+    assert exposure, result.stdout + result.stderr
+    assert float(exposure.group(1)) <= MOST_EXPOSURE
+
+
+@pytest.mark.parametrize("template", TEMPLATES, ids=lambda path: path.stem)
+def test_a_word_of_the_boot_keeps_every_one_away(template):
+    assert "ConditionKernelCommandLine=!vus.off" in lines(template.stem)
+
+
+def test_the_daemons_steps_are_in_order():
+    steps = [line.split("=", 1) for line in lines("vusd.service") if line.startswith("Exec")]
+    assert steps == [["ExecStartPre", "/usr/bin/vusctl policy repair"],
+                     ["ExecStartPre", "/usr/libexec/vus/vusd run-startup-tasks"],
+                     ["ExecStart", "/usr/libexec/vus/vusd"]]
+
+
+def test_the_gate_is_closed_while_the_daemon_is_away():
+    text = lines("vus-hotplug.service")
+    assert "ExecStart=/usr/sbin/vus_hotplug --fail-closed" in text
+    assert not any(line.startswith(("Requires=", "BindsTo=")) and "vusd" in line for line in text)
+
+
+@pytest.mark.parametrize("unit", DAEMONS)
+def test_each_comes_back_and_is_there_before_anything_else(unit):
+    text = lines(unit)
+    assert "Restart=always" in text and "StartLimitIntervalSec=0" in text
+    assert "Before=sysinit.target shutdown.target" in text and "DefaultDependencies=no" in text
+
+
+def test_every_unit_is_installed():
+    installed = re.search(r"foreach\(unit IN ITEMS ([^)]+)\)",
+                          (ROOT / "cmake" / "VusInstall.cmake").read_text()).group(1).split()
+    assert sorted(f"{name}.service" for name in installed) == [each.stem for each in TEMPLATES]
+
+
+def test_nothing_with_anothers_name_is_on_a_path():
+    """Programs of ours that are called as Android's go to no public directory."""
+    text = (ROOT / "cmake" / "VusInstall.cmake").read_text()
+    placed = dict(re.findall(r'install_program\((\w+) "([^"]+)"\)', text))
+    assert placed == {"vusctl": "${CMAKE_INSTALL_BINDIR}", "vus_hotplug": "${CMAKE_INSTALL_SBINDIR}",
+                      "vusd": "${private_dir}", "servicemanager": "${private_dir}"}
+    others = [path for path in [ROOT / "CMakeLists.txt", *ROOT.glob("[a-z]*/**/CMakeLists.txt")]
+              if "build" not in path.relative_to(ROOT).parts and "install(" in path.read_text()]
+    assert others == []
+
+
+class Sysfs:
+    """A tree of plain files, in which what is written can be read."""
+
+    def __init__(self, top):
+        self.top = top
+        for name in ("bus/usb/devices", "bus/hid/devices", "class/input"):
+            (top / name).mkdir(parents=True)
+        for bus in ("usb", "hid"):
+            (top / "bus" / bus / "drivers_probe").write_text("")
+
+    def usb(self, name, authorized, driver=True):
+        folder = self.top / "bus" / "usb" / "devices" / name
+        folder.mkdir()
+        (folder / "authorized").write_text(f"{authorized}\n")
+        if driver:
+            (folder / "driver").mkdir()
+        return folder / "authorized"
+
+    def input(self, name, inhibited):
+        folder = self.top / "class" / "input" / name
+        folder.mkdir()
+        (folder / "inhibited").write_text(f"{inhibited}\n")
+        return folder / "inhibited"
+
+    def hid(self, name, driver=True):
+        folder = self.top / "bus" / "hid" / "devices" / name
+        folder.mkdir()
+        if driver:
+            (folder / "driver").mkdir()
+
+    def probed(self, bus):
+        """The last name: a plain file keeps no more of what is written to it."""
+        return (self.top / "bus" / bus / "drivers_probe").read_text()
+
+
+@pytest.fixture
+def sysfs(tmp_path):
+    return Sysfs(tmp_path)
+
+
+def open_door(sysfs):
+    return subprocess.run([ROOT / "packaging" / "open-door", sysfs.top], check=False,
+                          capture_output=True, text=True, timeout=60)
+
+
+def test_door_opens_what_is_closed(sysfs):
+    device = sysfs.usb("1-2", 0)
+    interface = sysfs.usb("1-2:1.0", 0, driver=False)
+    key = sysfs.input("input5", 1)
+    sysfs.hid("0003:046D:C31C.0001", driver=False)
+    result = open_door(sysfs)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+    assert [path.read_text() for path in (device, interface, key)] == ["1\n", "1\n", "0\n"]
+    assert sysfs.probed("usb") == "1-2:1.0\n"
+    assert sysfs.probed("hid") == "0003:046D:C31C.0001\n"
+
+
+def test_door_leaves_alone_what_is_open(sysfs):
+    files = [sysfs.usb("1-2", 1), sysfs.usb("1-2:1.0", 1), sysfs.input("input5", 0)]
+    sysfs.hid("0003:046D:C31C.0001")
+    before = [path.stat().st_mtime_ns for path in files]
+    assert open_door(sysfs).returncode == 0
+    assert [path.stat().st_mtime_ns for path in files] == before
+    assert sysfs.probed("usb") == sysfs.probed("hid") == ""
+
+
+def test_door_opens_the_rest_when_one_cannot_be_opened(sysfs):
+    """A device that goes meanwhile; a directory takes no value from root, either."""
+    gone = sysfs.usb("1-1:1.0", 0)
+    gone.unlink()
+    gone.mkdir()
+    stays = sysfs.usb("1-2:1.0", 0)
+    result = open_door(sysfs)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert stays.read_text() == "1\n"
+
+
+def test_door_of_a_machine_without_usb(tmp_path):
+    result = subprocess.run([ROOT / "packaging" / "open-door", tmp_path], check=False,
+                            capture_output=True, text=True, timeout=60)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+
+
+def test_users_and_paths_of_the_units_are_made():
+    users = (ROOT / "packaging" / "sysusers.conf").read_text()
+    paths = (ROOT / "packaging" / "tmpfiles.conf").read_text()
+    text = "\n".join(unit_text(template) for template in TEMPLATES)
+    for kind, name in re.findall(r"^(User|Group)=(\S+)$", text, flags=re.M):
+        assert re.search(rf"^{kind[0].lower()} {name} ", users, flags=re.M)
+    for writable in re.findall(r"^ReadWritePaths=(.*)$", text, flags=re.M):
+        for path in writable.split():
+            assert re.search(rf"^d {path} ", paths, flags=re.M)
+    directory = re.search(r'kConfigDir\[\] = "([^"]+)"',
+                          (ROOT / "android" / "vus" / "paths.h").read_text()).group(1)
+    assert f"L {directory} " in paths
+    properties = re.search(r'kPropertyDir\[\] = "([^"]+)"',
+                           (ROOT / "platform" / "property_store.h").read_text()).group(1)
+    assert f"d {properties} " in paths
