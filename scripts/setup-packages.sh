@@ -3,8 +3,9 @@
 #
 # Installs the Debian packages that building and testing on this machine need.
 #
-#   scripts/setup-packages.sh [--list]
+#   scripts/setup-packages.sh [--list | --packaging]
 #
+# With --packaging those that ./package needs, too.
 # Needs root, or sudo without a password; otherwise says what an administrator has to
 # run. Does nothing, quickly, when everything is there.
 
@@ -19,11 +20,14 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3 python3-pytest
     gcovr clang-format blueprint-tools checkpolicy m4 llvm util-linux
     clang-tidy shellcheck python3-pyflakes python3-z3 libxml2-utils mandoc systemd
+    reuse
     # to fetch and unpack libbinder's source and the device's packages
     dpkg-dev cpio xz-utils
     # to make and run the virtual device
     qemu-system-arm device-tree-compiler kmod make gcc-12-aarch64-linux-gnu
 )
+
+packaging=(debhelper fakeroot lintian)
 
 missing_packages() {
     local installed
@@ -52,6 +56,7 @@ main() {
         printf '%s\n' "${packages[@]}"
         return
     fi
+    [ "${1:-}" != --packaging ] || packages+=("${packaging[@]}")
     command -v apt-get >/dev/null || die "this needs Debian 12: there is no apt-get on this machine."
     local missing
     missing=$(missing_packages)

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0
+// SPDX-License-Identifier: GPL-2.0-only
 /*
  * The board of the virtual device: what the product's SoC shows in sysfs and QEMU does not have.
  *
