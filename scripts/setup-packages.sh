@@ -27,7 +27,7 @@ packages=(
     qemu-system-arm device-tree-compiler kmod make gcc-12-aarch64-linux-gnu
 )
 
-packaging=(debhelper fakeroot lintian)
+packaging=(debhelper fakeroot lintian mmdebstrap)
 
 missing_packages() {
     local installed

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""./test and ./run: what they answer at once, and what they refuse with one sentence."""
+"""./test, ./run and ./package: what they answer at once, and what they refuse with one sentence."""
 
 import fcntl
 import os
@@ -20,7 +20,7 @@ def checkout(tmp_path):
 
 def copy_to(directory):
     (directory / "scripts").mkdir(parents=True)
-    for name in ("test", "run", "scripts/lib.sh"):
+    for name in ("test", "run", "package", "scripts/lib.sh"):
         shutil.copy(ROOT / name, directory / name)
     return directory
 
@@ -30,7 +30,7 @@ def call(program, *arguments, prefix=()):
                           check=False, timeout=60)
 
 
-@pytest.mark.parametrize("program", ["test", "run"])
+@pytest.mark.parametrize("program", ["test", "run", "package"])
 @pytest.mark.parametrize("word", ["--help", "-h"])
 def test_help_needs_no_set_up(checkout, program, word):
     result = call(checkout / program, word)
@@ -39,7 +39,7 @@ def test_help_needs_no_set_up(checkout, program, word):
     assert not (checkout / "build").exists()
 
 
-@pytest.mark.parametrize("program", ["test", "run"])
+@pytest.mark.parametrize("program", ["test", "run", "package"])
 def test_wrong_word_is_told_before_any_set_up(checkout, program):
     result = call(checkout / program, "no_such_word")
     assert (result.returncode, result.stdout) == (2, "")
@@ -47,7 +47,7 @@ def test_wrong_word_is_told_before_any_set_up(checkout, program):
     assert not (checkout / "build").exists()
 
 
-@pytest.mark.parametrize("program", ["test", "run"])
+@pytest.mark.parametrize("program", ["test", "run", "package"])
 def test_path_with_a_blank(tmp_path, program):
     result = call(copy_to(tmp_path / "a checkout") / program)
     assert (result.returncode, result.stdout) == (1, "")
@@ -55,7 +55,7 @@ def test_path_with_a_blank(tmp_path, program):
     assert result.stderr.count("\n") == 1
 
 
-@pytest.mark.parametrize("program", ["test", "run"])
+@pytest.mark.parametrize("program", ["test", "run", "package"])
 def test_read_only_checkout(checkout, program):
     mount = f"mount --bind {checkout} {checkout} && mount -o remount,bind,ro {checkout} && exec \"$0\""
     result = call(checkout / program, prefix=["unshare", "--mount", "--map-root-user", "sh", "-c", mount])

@@ -13,6 +13,7 @@ VERSION = re.search(r"^project\(vus VERSION ([0-9]+\.[0-9]+\.[0-9]+) ",
 
 @pytest.mark.parametrize("path, pattern", [
     ("CHANGELOG.md", r"^## ([^ \n]+)"),
+    ("debian/changelog", r"^vus \(([^)]+)\)"),
     ("Android.bp", r'-DVUS_VERSION=\\"([^"\\]+)\\"'),
 ])
 def test_repeated(path, pattern):
