@@ -41,18 +41,25 @@ std::string usb_name(const std::string& entry) {
                            : product;
 }
 
-DeviceInfo usb_info(const Subject& device, const std::vector<UsbInterface>& interfaces) {
+DeviceInfo usb_identity(const Subject& device) {
     DeviceInfo info;
     info.deviceName = usb_name(device.name);
     info.deviceId = device.number;
     info.deviceClass = hexadecimal(device.name, "bDeviceClass");
-    info.interfaceClassList.reserve(interfaces.size());
-    for (const UsbInterface& interface : interfaces) {
-        info.interfaceClassList.push_back(reported_class(interface));
-    }
     info.vendorId = hexadecimal(device.name, "idVendor");
     info.productId = hexadecimal(device.name, "idProduct");
     info.deviceType = kUsbType;
+    return info;
+}
+
+DeviceInfo usb_info(DeviceInfo info, const std::vector<UsbInterface>& interfaces,
+                    const std::set<std::string>& vendor_hid) {
+    info.interfaceClassList.reserve(interfaces.size());
+    for (const UsbInterface& interface : interfaces) {
+        const bool is_vendors = interface.driver.empty() && vendor_hid.count(interface.name) != 0;
+        info.interfaceClassList.push_back(is_vendors ? kVendorSpecificClass
+                                                     : reported_class(interface));
+    }
     return info;
 }
 
@@ -86,9 +93,21 @@ void see_behind(const std::string& input, Sighting* seen) {
 
 }  // namespace
 
+std::optional<DeviceInfo> read_usb_identity(const Subject& device) {
+    if (device.number == 0 || usb_number(device.name) != device.number) return std::nullopt;
+    DeviceInfo info = usb_identity(device);
+    if (usb_number(device.name) != device.number) return std::nullopt;
+    return info;
+}
+
 Sighting read_usb_device(const Subject& device) {
     wait_until_configured(device.name);
-    if (device.number == 0 || usb_number(device.name) != device.number) return {};
+    const std::optional<DeviceInfo> identity = read_usb_identity(device);
+    return identity ? look_at_usb_device(device, *identity, {}) : Sighting();
+}
+
+Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
+                            const std::set<std::string>& vendor_hid) {
     const std::vector<UsbInterface> interfaces = read_interfaces(device.name);
     Sighting seen;
     seen.layout = layout_of(interfaces);
@@ -96,9 +115,9 @@ Sighting read_usb_device(const Subject& device) {
     seen.bare = std::all_of(interfaces.begin(), interfaces.end(),
                             [](const UsbInterface& interface) { return interface.driver.empty(); });
     seen.settled = is_settled(interfaces);
-    if (!is_hub(interfaces)) seen.info = usb_info(device, interfaces);
-    // Read once more: what was read may be of two devices.
-    if (usb_number(device.name) != device.number) return {};
+    if (!is_hub(interfaces)) seen.info = usb_info(identity, interfaces, vendor_hid);
+    // What was read may be of two devices.
+    if (device.number == 0 || usb_number(device.name) != device.number) return {};
     return seen;
 }
 

@@ -7,6 +7,8 @@
 
 #pragma once
 
+#include <optional>
+#include <set>
 #include <string>
 
 #include "tools/hotplug/subject.h"
@@ -17,6 +19,16 @@ namespace android::vus::hotplug {
 // device is there by now, or if it is a hub: refusing that would take away every device behind it,
 // and hubs are no device that a policy names.
 Sighting read_usb_device(const Subject& device);
+
+// The same of a device that is configured already, and of which `identity` is known: waits for
+// nothing, whatever the device's drivers do. `vendor_hid`: interfaces that are known to be their
+// vendor's own HID, which shows only as long as they have a driver.
+Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
+                            const std::set<std::string>& vendor_hid);
+
+// What the USB device says of itself, without its interfaces. Nothing if it has gone, or another
+// one is there.
+std::optional<DeviceInfo> read_usb_identity(const Subject& device);
 
 // The input device `input` ("input3") by its event node `event` ("event2"). Without info if it has
 // gone, or is no source of input in the platform's terms, such as a lid switch.

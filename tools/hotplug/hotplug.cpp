@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <binder/IInterface.h>
 
 #include "tools/hotplug/device_reader.h"
+#include "tools/hotplug/gated_actions.h"
 #include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
@@ -24,6 +26,8 @@ using std::chrono::milliseconds;
 
 // HID devices before input devices: a record of the latter goes with the former.
 constexpr const char* kSubsystems[] = {"usb", "hid", "input"};
+// Only heard of, by who holds back what a driver may have come for.
+constexpr char kDrivers[] = "drivers";
 
 // How often the service manager is asked while the daemon is away, and never otherwise.
 constexpr milliseconds kServiceRetry(100);
@@ -74,19 +78,31 @@ Tracker::Actions actions_of(Reporter* reporter) {
 
 }  // namespace
 
-Hotplug::Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner)
+Hotplug::Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner,
+                 Gate* gate)
       : find_(std::move(find)),
         udev_(udev_new(), udev_unref),
         monitor_(nullptr, udev_monitor_unref),
-        reporter_(switches, std::move(manner)),
-        tracker_(actions_of(&reporter_)),
+        gate_(gate),
+        wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        reporter_(switches, waking(std::move(manner))),
+        tracker_(gate == nullptr ? actions_of(&reporter_)
+                                 : gated_actions(gate, &reporter_,
+                                                 [this] { report_present(Ask::kIfChanged); })),
         death_notice_(new DeathNotice) {}
+
+// The reporter is to be made with what it returns.
+Reporter::Manner Hotplug::waking(Reporter::Manner manner) const {
+    manner.wake = [this] { eventfd_write(wake_.get(), 1); };
+    return manner;
+}
 
 Hotplug::~Hotplug() {
     if (service_ != nullptr) service_->unlinkToDeath(death_notice_);
 }
 
 bool Hotplug::run_once(std::string* why_not) {
+    if (gate_ != nullptr) gate_->shut();
     if (!connect(why_not)) return false;
     reporter_.drain();
     return true;
@@ -95,15 +111,20 @@ bool Hotplug::run_once(std::string* why_not) {
 bool Hotplug::run(int stop_fd) {
     // Before the first look around, so that nothing that appears meanwhile is missed.
     if (!listen()) return false;
+    if (gate_ != nullptr) gate_->shut();
     std::string why_not;
-    connect(&why_not);
+    // Hubs are let in without anybody's word.
+    if (!connect(&why_not) && gate_ != nullptr) report_present(Ask::kAlways);
     while (true) {
         pollfd sources[] = {{udev_monitor_get_fd(monitor_.get()), POLLIN, 0},
                             {death_notice_->fd(), POLLIN, 0},
-                            {stop_fd, POLLIN, 0}};
+                            {stop_fd, POLLIN, 0},
+                            {wake_.get(), POLLIN, 0}};
         poll(sources, std::size(sources), timeout_ms());
         if (sources[2].revents != 0) return true;
         if (sources[0].revents != 0) handle_events();
+        eventfd_t wakes = 0;
+        if (sources[3].revents != 0) eventfd_read(wake_.get(), &wakes);
         tracker_.judge_overdue(Tracker::Clock::now());
         reporter_.lose_patience(Reporter::Clock::now());
         follow_service();
@@ -116,6 +137,9 @@ bool Hotplug::listen() {
     udev_monitor* const monitor = monitor_.get();
     for (const char* subsystem : kSubsystems) {
         udev_monitor_filter_add_match_subsystem_devtype(monitor, subsystem, nullptr);
+    }
+    if (gate_ != nullptr) {
+        udev_monitor_filter_add_match_subsystem_devtype(monitor, kDrivers, nullptr);
     }
     udev_monitor_set_receive_buffer_size(monitor, kMonitorBufferBytes);
     return udev_monitor_enable_receiving(monitor) >= 0;
@@ -140,6 +164,12 @@ bool Hotplug::connect(std::string* why_not) {
 void Hotplug::report_present(Ask when) {
     Present present;
     for (const char* subsystem : kSubsystems) report_present_of(subsystem, when, &present);
+    if (gate_ != nullptr) {
+        for (const std::string& behind : gate_->keep_only(present.keys)) {
+            reporter_.hid_removed(behind);
+        }
+        present.keys.merge(gate_->held_keys());
+    }
     reporter_.keep_only(present);
 }
 
@@ -157,7 +187,8 @@ void Hotplug::report_present_of(const char* subsystem, Ask when, Present* presen
         if (key.empty()) continue;
         present->keys.insert(key);
         const bool has_driver = access((path + "/driver").c_str(), F_OK) == 0;
-        if (is_hid_name(key) && !has_driver) present->closed_hid.insert(key);
+        // Where there is a gate, it knows why.
+        if (gate_ == nullptr && is_hid_name(key) && !has_driver) present->closed_hid.insert(key);
     }
 }
 

@@ -8,6 +8,8 @@
 // the kernel had more events than it could deliver, everything present is compared with what is
 // known.
 //
+// With a gate, devices are held back until they are judged; see gate.h.
+//
 // One thread runs the loop; it sleeps until the kernel, the daemon's death or a deadline wakes it.
 // Devices are read, reported and switched by the Reporter's threads, so that no device holds up
 // the loop.
@@ -18,11 +20,13 @@
 #include <memory>
 #include <string>
 
+#include <android-base/unique_fd.h>
 #include <binder/IBinder.h>
 #include <libudev.h>
 
 #include "tools/common/death_notice.h"
 #include "tools/common/service_finder.h"
+#include "tools/hotplug/gate.h"
 #include "tools/hotplug/reporter.h"
 #include "tools/hotplug/switches.h"
 #include "tools/hotplug/tracker.h"
@@ -32,8 +36,9 @@ namespace android::vus::hotplug {
 class Hotplug {
   public:
     // `find` answers the daemon's service, or at once why there is none. `switches` outlives this
-    // object.
-    Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner);
+    // object. So does `gate`, if there is one, which the switches are then to be.
+    Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner,
+            Gate* gate = nullptr);
     ~Hotplug();
 
     // Reports what is present and returns when all of it is judged. False without a daemon;
@@ -47,6 +52,7 @@ class Hotplug {
     using Udev = std::unique_ptr<udev, udev* (*)(udev*)>;
     using Monitor = std::unique_ptr<udev_monitor, udev_monitor* (*)(udev_monitor*)>;
 
+    Reporter::Manner waking(Reporter::Manner manner) const;
     bool listen();
     bool connect(std::string* why_not);
     void report_present(Ask when);
@@ -58,6 +64,8 @@ class Hotplug {
     const std::function<FoundService()> find_;
     Udev udev_;
     Monitor monitor_;
+    Gate* const gate_;
+    const base::unique_fd wake_;  // the loop; the reporter's threads use it
     Reporter reporter_;
     Tracker tracker_;
     sp<IBinder> service_;  // null while the daemon is away

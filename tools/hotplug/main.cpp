@@ -15,17 +15,25 @@
 #endif
 #include "tools/common/interrupts.h"
 #include "tools/common/service_finder.h"
+#include "tools/hotplug/gate.h"
 #include "tools/hotplug/hotplug.h"
 #include "tools/hotplug/options.h"
+#include "tools/hotplug/preview.h"
+#include "tools/hotplug/sysfs_gate.h"
 #include "tools/hotplug/sysfs_switches.h"
 
 namespace {
 
 using android::base::unique_fd;
+using android::vus::hotplug::Gate;
 using android::vus::hotplug::Hotplug;
 using android::vus::hotplug::kUsage;
 using android::vus::hotplug::Options;
+using android::vus::hotplug::PolicyPreview;
 using android::vus::hotplug::Reporter;
+using android::vus::hotplug::Subject;
+using android::vus::hotplug::Switches;
+using android::vus::hotplug::SysfsGate;
 using android::vus::hotplug::SysfsSwitches;
 
 void print_line(const std::string& line) {
@@ -48,17 +56,38 @@ int run_once(Hotplug* hotplug) {
     return hotplug->run_once(&why_not) ? 0 : fail(why_not);
 }
 
+// What comes while nobody answers is held: that is what a gate is for.
+void follow_gate(Gate* gate, Reporter::Manner* manner) {
+    manner->fail_closed = true;
+    manner->answered = [gate](const Subject& device, bool allowed) {
+        gate->answered(device, allowed);
+    };
+}
+
+int open_the_door() {
+    SysfsSwitches switches(say);
+    SysfsGate kernel;
+    PolicyPreview preview;
+    Gate(&kernel, &switches, &preview, say).open_everything();
+    return 0;
+}
+
 int run(const Options& options) {
     std::string why_not;
     if (!android::vus::has_binder(&why_not)) return fail(why_not);
     const unique_fd end = options.once ? unique_fd() : android::vus::open_interrupts();
     android::ProcessState::self()->startThreadPool();
     SysfsSwitches switches(say);
+    SysfsGate kernel;
+    PolicyPreview preview;
+    Gate gate(&kernel, &switches, &preview, say);
     Reporter::Manner manner;
     manner.fail_closed = options.fail_closed;
     if (options.verbose) manner.report = print_line;
     manner.notice = say;
-    Hotplug hotplug(android::vus::find_service, &switches, manner);
+    if (options.gate) follow_gate(&gate, &manner);
+    Switches* const used = options.gate ? static_cast<Switches*>(&gate) : &switches;
+    Hotplug hotplug(android::vus::find_service, used, manner, options.gate ? &gate : nullptr);
     if (options.once) return run_once(&hotplug);
     if (!hotplug.run(end.get())) {
         return fail(std::string("the kernel's events cannot be heard: ") + strerror(errno));
@@ -93,5 +122,5 @@ int main(int argc, char** argv) {
         fputs(android::vus::hotplug::version_line().c_str(), stdout);
         return 0;
     }
-    return run(options);
+    return options.open ? open_the_door() : run(options);
 }

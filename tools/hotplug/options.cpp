@@ -19,6 +19,12 @@ Options parse_options(const std::vector<std::string>& arguments) {
             options.once = true;
         } else if (argument == "--fail-closed") {
             options.fail_closed = true;
+        } else if (argument == "--gate" || argument == "--gate=keep") {
+            options.gate = true;
+        } else if (argument == "--gate=off") {
+            options.gate = false;
+        } else if (argument == "--open") {
+            options.open = true;
         } else if (argument == "--verbose") {
             options.verbose = true;
         } else if (argument == "--version") {
@@ -30,6 +36,7 @@ Options parse_options(const std::vector<std::string>& arguments) {
             return options;
         }
     }
+    if (options.open && arguments.size() > 1) options.error = "--open goes with nothing else";
     return options;
 }
 

@@ -13,13 +13,16 @@ struct Options {
     bool once = false;
     bool verbose = false;
     bool fail_closed = false;
+    bool gate = false;
+    bool open = false;
     bool help = false;
     bool version = false;
     std::string error;  // what is wrong with the command line; empty if nothing is
 };
 
 inline constexpr char kUsage[] =
-        "usage: vus_hotplug [--once] [--fail-closed] [--verbose]\n"
+        "usage: vus_hotplug [--gate] [--once] [--fail-closed] [--verbose]\n"
+        "       vus_hotplug --open\n"
         "\n"
         "Reports USB and input devices to the vus daemon as the kernel finds and loses them,\n"
         "and those that are present already, at the start and whenever the daemon comes back.\n"
@@ -27,6 +30,10 @@ inline constexpr char kUsage[] =
         "A refused device is switched off and stays off, an input device included. So is one\n"
         "for which no answer comes within 2 s, until one does.\n"
         "\n"
+        "  --gate         hold back each new device until its verdict, so that a refused one "
+        "never\n"
+        "                 has a driver; the door stays shut when vus_hotplug ends\n"
+        "  --open         open that door, and let in everything that is held\n"
         "  --once         judge the devices that are present, and exit\n"
         "  --fail-closed  switch off what comes while the daemon is away, until it is back\n"
         "  --verbose      print a line a report: entry, kind, vendor:product, classes, answer\n"

@@ -25,8 +25,10 @@ auto fields(const DeviceInfo& info) {
                     info.vendorId, info.productId, info.deviceName);
 }
 
-bool is_same(const std::optional<DeviceInfo>& one, const std::optional<DeviceInfo>& other) {
-    return one && other && fields(*one) == fields(*other);
+// Nor held where it was not: what it became is another thing to tell.
+bool is_same(const Sighting& one, const Sighting& other) {
+    return one.info && other.info && fields(*one.info) == fields(*other.info) &&
+           one.held == other.held;
 }
 
 // Or has no interfaces, which the daemon judges as little.
@@ -100,6 +102,17 @@ void Reporter::judge(const Subject& device, Read read, Ask when) {
     });
 }
 
+void Reporter::judge_here(const Subject& device, const Read& read, Ask when) {
+    const SharedSession present = session();
+    // Nobody's silence takes back a "yes" that is only asked about if the device has changed.
+    const bool waits = present != nullptr &&
+                       (when == Ask::kAlways || record_of(device).verdict != Verdict::kAllowed);
+    if (waits) patience_.begin(device, Clock::now());
+    if (waits && manner_.wake) manner_.wake();
+    ask(present, device, read, when);
+    if (waits) patience_.end(device);
+}
+
 void Reporter::removed(const Subject& device) {
     lanes_.add(device.key(), [this, present = session(), device] { let_go(present, device); });
 }
@@ -114,6 +127,13 @@ void Reporter::hid_removed(const std::string& hid_device) {
             forget(present, device);
         });
     }
+}
+
+void Reporter::came_silenced(const Subject& input) {
+    const MutexLock lock(mutex_);
+    Record& record = records_[input.key()];
+    record.subject = input;
+    record.wanted = record.done = std::max(record.wanted, Hold::kSilence);
 }
 
 void Reporter::keep_only(const Present& present) {
@@ -192,7 +212,7 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     const Record known = record_of(device);
     if (seen.info && seen.bare) recall(session, known, &seen);
     if (needs_no_answer(session, known, seen, when)) return;
-    if (session != nullptr && known.told == session && !is_same(known.seen.info, seen.info)) {
+    if (session != nullptr && known.told == session && !is_same(known.seen, seen)) {
         tell_removed(session, known);
     }
     if (!seen.info) {
@@ -240,7 +260,7 @@ bool Reporter::needs_no_answer(const SharedSession& session, const Record& known
         !known.seen.layout.empty()) {
         return true;
     }
-    if (session == nullptr || known.told != session || !is_same(known.seen.info, seen.info)) {
+    if (session == nullptr || known.told != session || !is_same(known.seen, seen)) {
         return false;
     }
     // The kernel never uses an input device's number again: it was found, and is announced now.
@@ -258,7 +278,9 @@ void Reporter::ask_service(const SharedSession& session, const Subject& device,
     const binder::Status status = session->service().isDeviceAllowed(*seen.info, &answer);
     print(device, *seen.info, !status.isOk() ? "unanswered" : answer ? "allowed" : "not-allowed");
     if (status.isOk()) {
-        follow(device, verdict_of(session.get(), *seen.info, answer));
+        const Verdict verdict = verdict_of(session.get(), *seen.info, answer);
+        if (manner_.answered && verdict != Verdict::kElsewhere) manner_.answered(device, answer);
+        follow(device, verdict);
     } else if (manner_.fail_closed && record_of(device).verdict == Verdict::kNone) {
         hold_silent(device, "the daemon has ended");
     }
@@ -267,11 +289,11 @@ void Reporter::ask_service(const SharedSession& session, const Subject& device,
 void Reporter::remember(const SharedSession& session, const Subject& device, const Sighting& seen) {
     const MutexLock lock(mutex_);
     Record& record = records_[device.key()];
-    record.allowed_as_is =
-            record.verdict == Verdict::kAllowed && is_same(record.seen.info, seen.info);
+    record.allowed_as_is = record.verdict == Verdict::kAllowed && is_same(record.seen, seen);
     record.subject = device;
     record.seen = seen;
     record.told = session;
+    if (seen.held) record.wanted = record.done = std::max(record.wanted, Hold::kRefusal);
     if (seen.hid_device.empty()) return;
     // Its HID device has a driver again: what that had brought before is no more.
     for (const auto& [key, other] : records_) {

@@ -16,7 +16,7 @@
 //  - No answer within 2 s is a "no" until there is one, unless it was a "yes" before and the device
 //    is what it was. So is the daemon's absence, if it was asked
 //    for ("fail closed"), for devices that come meanwhile.
-//  - Whatever was switched off here is switched on again by a "yes".
+//  - Whatever was switched off here, or held back by a gate, is switched on by a "yes".
 //  - The daemon keeps the first record of an id. So a device that has become another one is
 //    reported as removed first, and so is what an earlier reporter told it and is true no more.
 //
@@ -31,6 +31,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "android/vus/IVUsbService.h"
 #include "android/vus/mutex.h"
@@ -62,6 +63,10 @@ class Reporter {
         bool fail_closed = false;
         Print report;  // gets a line for each report, if it is set
         Print notice;  // gets a line for what is switched without, or against, an answer
+        // Hears each verdict before it is followed, if it is set.
+        std::function<void(const Subject& device, bool allowed)> answered = nullptr;
+        // Called when next_deadline() may have changed on another thread, if it is set.
+        std::function<void()> wake = nullptr;
     };
 
     // `switches` outlives the reporter.
@@ -88,6 +93,17 @@ class Reporter {
     // Switches off what has waited for an answer for too long.
     void lose_patience(Clock::time_point now);
     std::optional<Clock::time_point> next_deadline() const { return patience_.next_deadline(); }
+
+    // The same by a caller who is on the device's lane already (see run()).
+    void judge_here(const Subject& device, const Read& read, Ask when);
+    // Does it among what is asked about the device.
+    void run(const Subject& device, std::function<void()> job) {
+        lanes_.add(device.key(), std::move(job));
+    }
+    // Whether there is somebody to be asked.
+    bool has_service() { return session() != nullptr; }
+    // An input device has come silenced, and is to be so until a "yes".
+    void came_silenced(const Subject& input);
 
     // Waits until every report has been made and followed.
     void drain() { lanes_.drain(); }
@@ -155,6 +171,7 @@ class Reporter {
     void switch_input(const Record& before, Hold wanted);
     void close_input(const Record& before);
     void open_input(const Record& before);
+    void open_held(const Record& before);
     void switch_hid(const Record& record, std::function<void()> job);
 
     Record record_of(const Subject& device);

@@ -146,6 +146,7 @@ void Reporter::switch_input(const Record& before, Hold wanted) {
 void Reporter::close_input(const Record& before) {
     const Subject& device = before.subject;
     const std::string& hid_device = before.seen.hid_device;
+    if (before.seen.held) return notice("held " + hid_device);
     switches_->hush_input(device.name);
     notice("closed " + device.name + (hid_device.empty() ? "" : " and " + hid_device));
     if (hid_device.empty()) return;
@@ -159,6 +160,7 @@ void Reporter::close_input(const Record& before) {
 
 void Reporter::open_input(const Record& before) {
     const Subject& device = before.subject;
+    if (before.seen.held) return open_held(before);
     notice("opened " + device.name);
     switches_->unhush_input(device.name);
     if (before.seen.hid_device.empty()) return;
@@ -167,6 +169,17 @@ void Reporter::open_input(const Record& before) {
         switches_->probe_hid(hid_device);
         // The driver makes a new input device; this one is no more.
         lanes_.add(device.key(), [this, present = session(), device] { forget(present, device); });
+    });
+}
+
+// What it becomes is another device.
+void Reporter::open_held(const Record& before) {
+    notice("opened " + before.seen.hid_device);
+    switch_hid(before, [this, before] {
+        switches_->open_held(before.seen.usb_device, before.seen.hid_device);
+        lanes_.add(before.subject.key(), [this, present = session(), device = before.subject] {
+            forget(present, device);
+        });
     });
 }
 

@@ -43,8 +43,11 @@ struct Sighting {
     bool bare = false;    // none of them has a driver
     bool settled = true;  // false: what it is cannot be told yet
 
+    // It has no driver, and gets none but by a "yes" (see gate.h).
+    bool held = false;
+
     // Of an input device: the HID device behind it, which may hand out the same input as hidraw,
-    // and the USB device behind that.
+    // and the USB device behind that. Of one that is held: the interface, if it is one's.
     std::string hid_device;
     Subject usb_device;
 };

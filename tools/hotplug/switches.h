@@ -37,6 +37,10 @@ class Switches {
     virtual bool unbind_hid(const std::string& hid_device) = 0;
     // Has the kernel look for a driver again.
     virtual void probe_hid(const std::string& hid_device) = 0;
+
+    // Lets an input device in that was held back before it was one (see gate.h): behind it is
+    // `what`, an interface of the USB device, or a HID device of no USB device's.
+    virtual void open_held(const Subject& usb_device, const std::string& what) = 0;
 };
 
 }  // namespace android::vus::hotplug

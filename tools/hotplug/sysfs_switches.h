@@ -26,10 +26,9 @@ class SysfsSwitches : public Switches {
     void unhush_input(const std::string& input) override;
     bool unbind_hid(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
+    void open_held(const Subject& usb_device, const std::string& what) override;
 
   private:
-    class Directory;
-
     void set_device(const Subject& device, char value);
     void inhibit(const std::string& input, char value);
     void complain(const std::string& path);

@@ -7,6 +7,8 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
+#include "tools/hotplug/usb_entry.h"
+
 namespace android::vus::hotplug {
 
 namespace {
@@ -21,6 +23,18 @@ constexpr std::chrono::milliseconds kQuietTime(500);
 bool is_device_name(const std::string& name) {
     return !name.empty() && isdigit(static_cast<unsigned char>(name[0])) &&
            !base::EndsWith(name, "-0");
+}
+
+bool is_interface_name(const std::string& name) {
+    return is_device_name(name) && name.find(':') != std::string::npos && !is_hid_name(name);
+}
+
+bool is_root_hub(const std::string& name) {
+    return base::StartsWith(name, "usb");
+}
+
+bool is_input_device(const std::string& name) {
+    return base::StartsWith(name, "input");
 }
 
 bool is_event_node(const std::string& name) {
@@ -46,13 +60,17 @@ void Tracker::handle(const Event& event, Clock::time_point now) {
     if (event.subsystem == "usb") handle_usb(event, now);
     if (event.subsystem == "hid") handle_hid(event);
     if (event.subsystem == "input") handle_input(event);
+    if (event.subsystem == "drivers" && holds()) handle_driver(event);
 }
 
 void Tracker::handle_usb(const Event& event, Clock::time_point now) {
     const std::string name = base::Basename(event.path);
     const std::string device = device_of(name);
+    if (holds() && event.action == "add" && is_root_hub(name)) actions_.root_hub(name);
     if (!is_device_name(device)) return;
-    if (device == name) {
+    if (device == name && holds()) {
+        handle_held_device(event, device);
+    } else if (device == name) {
         handle_device(event, device, now);
     } else {
         handle_interface(event.action, device, now);
@@ -75,8 +93,24 @@ void Tracker::handle_device(const Event& event, const std::string& device, Clock
     }
 }
 
+// It is configured, and bound, by whoever lets it in.
+void Tracker::handle_held_device(const Event& event, const std::string& device) {
+    if (event.action == "remove") {
+        actions_.removed(subject(device));
+        numbers_.erase(device);
+    } else if (event.action == "add" || event.action == "bind") {
+        note_number(device, event.number);
+        actions_.judge_usb(subject(device), event.action == "add" ? Ask::kAlways : Ask::kIfChanged);
+    }
+}
+
 void Tracker::handle_interface(const std::string& action, const std::string& device,
                                Clock::time_point now) {
+    if (holds()) {
+        if (action == "add" || action == "bind")
+            actions_.judge_usb(subject(device), Ask::kIfChanged);
+        return;
+    }
     const bool settles = settling_.waits_for(device);
     if (action == "add") {
         // Before its first verdict a device has nothing to come back to.
@@ -91,6 +125,7 @@ void Tracker::handle_interface(const std::string& action, const std::string& dev
 
 void Tracker::handle_hid(const Event& event) {
     if (event.action == "remove") actions_.hid_removed(base::Basename(event.path));
+    if (event.action == "add" && holds()) hid_is_there(event.path);
     if (event.action != "bind") return;
     const std::string device = device_of(parent_of(event.path));
     // Late, too. The devices of other buses are judged by their input devices alone.
@@ -99,8 +134,26 @@ void Tracker::handle_hid(const Event& event) {
     }
 }
 
+void Tracker::hid_is_there(const std::string& path) {
+    const std::string parent = parent_of(path);
+    if (is_interface_name(parent)) {
+        actions_.judge_usb(subject(device_of(parent)), Ask::kIfChanged);
+    } else {
+        actions_.hid_appeared(base::Basename(path));
+    }
+}
+
+void Tracker::handle_driver(const Event& event) {
+    const bool matters = event.path.find("/bus/usb/drivers/") != std::string::npos ||
+                         event.path.find("/bus/hid/drivers/") != std::string::npos;
+    if (event.action == "add" && matters) actions_.driver_came();
+}
+
 void Tracker::handle_input(const Event& event) {
     const std::string name = base::Basename(event.path);
+    if (holds() && event.action == "add" && is_input_device(name)) {
+        actions_.input_appeared(name, parent_of(base::Dirname(event.path)));
+    }
     if (!is_event_node(name)) return;
     if (event.action == "add") actions_.judge_input(parent_of(event.path), name);
     if (event.action == "remove") actions_.removed({parent_of(event.path)});
@@ -118,7 +171,9 @@ std::string Tracker::found(const Event& device, Ask when) {
         actions_.judge_input(parent_of(device.path), name);
         return parent_of(device.path);
     }
-    return device.subsystem == "hid" ? name : "";
+    if (device.subsystem != "hid") return "";
+    if (holds()) hid_is_there(device.path);
+    return name;
 }
 
 void Tracker::judge_overdue(Clock::time_point now) {

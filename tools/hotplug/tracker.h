@@ -24,7 +24,7 @@ namespace android::vus::hotplug {
 // A kernel event, or a device that was found.
 struct Event {
     std::string action;     // "add", "bind", "remove", ...
-    std::string subsystem;  // "usb", "hid" or "input"; of others nothing is heard
+    std::string subsystem;  // "usb", "hid", "input" or "drivers"; of others nothing is heard
     std::string path;       // where the device is, or was, in sysfs
     int32_t number = 0;     // of a USB device, if it is known (see Subject)
 };
@@ -40,6 +40,15 @@ class Tracker {
         // An interface has appeared by itself, its device having been there before.
         std::function<void(const Subject& device)> interface_back;
         std::function<void(const std::string& hid_device)> hid_removed;
+
+        // Where devices are held back (see gate.h), and only there. Nothing settles by itself then:
+        // a device is judged as soon as it appears, and again whenever something of it changes.
+        std::function<void(const std::string& root_hub)> root_hub = nullptr;
+        // One that is not a USB interface's own.
+        std::function<void(const std::string& hid_device)> hid_appeared = nullptr;
+        std::function<void(const std::string& input, const std::string& hid_device)>
+                input_appeared = nullptr;
+        std::function<void()> driver_came = nullptr;
     };
 
     explicit Tracker(Actions actions);
@@ -53,11 +62,15 @@ class Tracker {
     std::optional<Clock::time_point> next_deadline() const { return settling_.next_deadline(); }
 
   private:
+    bool holds() const { return actions_.root_hub != nullptr; }
     void handle_usb(const Event& event, Clock::time_point now);
     void handle_device(const Event& event, const std::string& device, Clock::time_point now);
     void handle_interface(const std::string& action, const std::string& device,
                           Clock::time_point now);
+    void handle_held_device(const Event& event, const std::string& device);
     void handle_hid(const Event& event);
+    void hid_is_there(const std::string& path);
+    void handle_driver(const Event& event);
     void handle_input(const Event& event);
 
     Subject subject(const std::string& device) const;

@@ -20,9 +20,6 @@ namespace android::vus::hotplug {
 
 namespace {
 
-constexpr char kHubDriver[] = "hub";
-constexpr char kHidDriver[] = "usbhid";
-
 std::string path_of(const std::string& entry) {
     return std::string(kUsbDevicesDir) + "/" + entry;
 }
@@ -43,15 +40,6 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &status) == 0;
 }
 
-std::vector<std::string> entries_of(const std::string& path) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
-    std::vector<std::string> names;
-    if (directory == nullptr) return names;
-    while (const dirent* item = readdir(directory.get())) names.emplace_back(item->d_name);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::string driver_of(const std::string& path) {
     std::string target;
     return base::Readlink(path + "/driver", &target) ? base::Basename(target) : "";
@@ -59,7 +47,7 @@ std::string driver_of(const std::string& path) {
 
 std::vector<HidDevice> hid_devices_of(const std::string& interface) {
     std::vector<HidDevice> devices;
-    for (const std::string& name : entries_of(path_of(interface))) {
+    for (const std::string& name : directory_entries(path_of(interface))) {
         if (!is_hid_name(name)) continue;
         const std::string path = path_of(interface) + "/" + name;
         devices.push_back({name, !driver_of(path).empty(), exists(path + "/input")});
@@ -77,6 +65,15 @@ bool has_hid(const UsbInterface& interface, bool (*is_such)(const HidDevice&)) {
 
 }  // namespace
 
+std::vector<std::string> directory_entries(const std::string& path) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    std::vector<std::string> names;
+    if (directory == nullptr) return names;
+    while (const dirent* item = readdir(directory.get())) names.emplace_back(item->d_name);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 bool is_hid_name(const std::string& name) {
     constexpr char kForm[] = "hhhh:hhhh:hhhh.hhhh";
     return std::equal(name.begin(), name.end(), kForm, kForm + sizeof(kForm) - 1,
@@ -88,7 +85,7 @@ bool is_hid_name(const std::string& name) {
 
 std::vector<UsbInterface> read_interfaces(const std::string& device) {
     std::vector<UsbInterface> interfaces;
-    for (const std::string& name : entries_of(path_of(device))) {
+    for (const std::string& name : directory_entries(path_of(device))) {
         if (!base::StartsWith(name, device + ":")) continue;
         const std::string code = attribute(name, "bInterfaceClass");
         if (code.empty()) continue;  // gone since it was listed

@@ -15,6 +15,10 @@
 
 namespace android::vus::hotplug {
 
+// The drivers that make hubs of interfaces, and HID devices.
+inline constexpr char kHubDriver[] = "hub";
+inline constexpr char kHidDriver[] = "usbhid";
+
 // A HID device that an interface's driver has made of it.
 struct HidDevice {
     std::string name;       // "0003:0627:0001.0001"
@@ -34,6 +38,9 @@ struct UsbInterface {
 // Whether a directory's name is that of a HID device; the kernel's links to suppliers and consumers
 // have colons, too.
 bool is_hid_name(const std::string& name);
+
+// The names in a directory, in their order; none if there is no such directory.
+std::vector<std::string> directory_entries(const std::string& path);
 
 // In the order of their numbers; sysfs lists them in none. `device` is a name such as "1-2.4".
 std::vector<UsbInterface> read_interfaces(const std::string& device);

@@ -42,6 +42,9 @@ class FakeSwitches : public Switches {
         return true;
     }
     void probe_hid(const std::string& hid_device) override { Note("probe " + hid_device); }
+    void open_held(const Subject& usb_device, const std::string& what) override {
+        Note("let in " + what + " of " + usb_device.name);
+    }
 
   private:
     void Note(const std::string& what) {

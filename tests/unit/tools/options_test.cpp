@@ -23,6 +23,20 @@ TEST(Options, AreTakenInAnyOrder) {
     EXPECT_TRUE(parse_options({"--version"}).version);
 }
 
+TEST(Options, GateIsOffByDefaultAndByName) {
+    EXPECT_FALSE(parse_options({}).gate);
+    EXPECT_TRUE(parse_options({"--gate"}).gate);
+    EXPECT_TRUE(parse_options({"--gate=keep"}).gate);
+    EXPECT_FALSE(parse_options({"--gate", "--gate=off"}).gate);
+    EXPECT_EQ(parse_options({"--gate=open"}).error, "unknown argument: --gate=open");
+}
+
+TEST(Options, DoorIsOpenedByThatOptionAlone) {
+    EXPECT_TRUE(parse_options({"--open"}).open);
+    EXPECT_EQ(parse_options({"--open"}).error, "");
+    EXPECT_EQ(parse_options({"--open", "--gate"}).error, "--open goes with nothing else");
+}
+
 TEST(Options, UnknownOnesAreErrors) {
     EXPECT_EQ(parse_options({"--once", "-x", "--y"}).error, "unknown argument: -x");
     EXPECT_EQ(parse_options({""}).error, "unknown argument: ");

@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
+
 namespace android::vus::hotplug {
 namespace {
 
@@ -201,6 +203,87 @@ TEST_F(TrackerTest, DeviceOfAnotherNumberTakesThePlaceOfTheOld) {
     EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1005", "judge 1-2.4#1006"));
     Usb("remove", kDisk, 1006);
     EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1006"));
+}
+
+// A tracker whose devices are held back by a gate.
+class HeldTrackerTest : public TrackerTest {
+  protected:
+    HeldTrackerTest() {
+        Tracker::Actions actions;
+        actions.judge_usb = [this](const Subject& device, Ask when) {
+            actions_.push_back("judge " + NameOf(device) +
+                               (when == Ask::kIfChanged ? " if changed" : ""));
+        };
+        actions.judge_input = [this](const std::string& input, const std::string& event) {
+            actions_.push_back("judge " + input + " by " + event);
+        };
+        actions.removed = [this](const Subject& device) {
+            actions_.push_back("removed " + NameOf(device));
+        };
+        actions.hid_removed = [this](const std::string& hid) {
+            actions_.push_back("removed " + hid);
+        };
+        actions.root_hub = [this](const std::string& hub) { actions_.push_back("root " + hub); };
+        actions.hid_appeared = [this](const std::string& hid) { actions_.push_back("hid " + hid); };
+        actions.input_appeared = [this](const std::string& input, const std::string& hid) {
+            actions_.push_back(input + " of " + hid);
+        };
+        actions.driver_came = [this] { actions_.push_back("driver"); };
+        held_ = std::make_unique<Tracker>(actions);
+    }
+    void Held(const std::string& action, const std::string& subsystem, const std::string& path,
+              int32_t number = 0) {
+        held_->handle({action, subsystem, path, number}, now_);
+    }
+
+    std::unique_ptr<Tracker> held_;
+};
+
+TEST_F(HeldTrackerTest, DeviceIsJudgedAsSoonAsItAppears) {
+    const std::string interface = std::string(kDisk) + "/1-2.4:1.0";
+    Held("add", "usb", "/sys/devices/pci0000:00/0000:00:08.0/usb1", 1001);
+    Held("add", "usb", "/sys/devices/pci0000:00/0000:00:08.0/usb1/1-0:1.0");
+    EXPECT_THAT(Taken(), ElementsAre("root usb1"));
+    Held("add", "usb", kDisk, 1004);
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1004"));
+    Held("add", "usb", interface);
+    Held("bind", "usb", interface);
+    Held("bind", "usb", kDisk, 1004);
+    Held("add", "hid", interface + "/0003:0627:0001.0001");
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1004 if changed", "judge 1-2.4#1004 if changed",
+                                     "judge 1-2.4#1004 if changed", "judge 1-2.4#1004 if changed"));
+    EXPECT_EQ(held_->next_deadline(), std::nullopt) << "nothing settles by itself";
+    Held("remove", "usb", kDisk, 1004);
+    EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1004"));
+}
+
+TEST_F(HeldTrackerTest, HidDevicesThatAreNoInterfacesOwnAreHeldByThemselves) {
+    constexpr char kWireless[] = "/sys/devices/virtual/misc/uhid/0005:0001:0002.0001";
+    const std::string receiver = std::string(kDisk) + "/1-2.4:1.0/0003:046D:C52B.0002";
+    Held("add", "usb", kDisk, 1004);
+    Taken();
+    Held("add", "hid", kWireless);
+    Held("add", "hid", receiver + "/0003:046D:4008.0003");
+    EXPECT_THAT(Taken(), ElementsAre("hid 0005:0001:0002.0001", "hid 0003:046D:4008.0003"));
+    EXPECT_EQ(held_->found({"", "hid", kWireless}, Ask::kAlways), "0005:0001:0002.0001");
+    EXPECT_THAT(Taken(), ElementsAre("hid 0005:0001:0002.0001"));
+}
+
+TEST_F(HeldTrackerTest, InputDeviceIsKnownBeforeItsEventNode) {
+    const std::string input = "/sys/devices/virtual/misc/uhid/0005:0001:0002.0001/input/input7";
+    Held("add", "input", input);
+    Held("add", "input", input + "/event2");
+    EXPECT_THAT(Taken(), ElementsAre("input7 of 0005:0001:0002.0001", "judge input7 by event2"));
+}
+
+TEST_F(HeldTrackerTest, DriversOfTheTwoBusesAreHeardOf) {
+    Held("add", "drivers", "/sys/bus/usb/drivers/usbhid");
+    Held("add", "drivers", "/sys/bus/hid/drivers/hid-generic");
+    Held("add", "drivers", "/sys/bus/pci/drivers/xhci_hcd");
+    Held("remove", "drivers", "/sys/bus/usb/drivers/usbhid");
+    EXPECT_THAT(Taken(), ElementsAre("driver", "driver"));
+    tracker_.handle({"add", "drivers", "/sys/bus/usb/drivers/usbhid"}, now_);
+    EXPECT_THAT(Taken(), IsEmpty()) << "who holds nothing has nothing to let in";
 }
 
 TEST_F(TrackerTest, OtherSubsystemsSayNothing) {

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a gate asks of the kernel, answered by one that keeps devices in memory and does with them
+// what the real one does: interfaces appear with a device's configuration, drivers are tried one
+// after the other, HID's driver makes HID devices that wait for a driver of their own.
+//
+// It remembers which driver was tried on what: a refused device is one on which none was.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/hotplug/gate_system.h"
+
+namespace android::vus::hotplug {
+
+class FakeKernel : public GateSystem {
+  public:
+    struct Interface {
+        int32_t class_code = 0;
+        std::vector<std::string> takers =
+                {};  // the drivers that would take it, the first to try first
+        std::optional<std::vector<uint8_t>> report = {};  // a HID interface's
+        bool has_input = false;                           // what its HID device becomes
+        bool authorized = false;
+        std::string driver = {};
+        std::optional<HidDevice> hid = {};
+    };
+    struct Device {
+        int32_t number = 0;
+        Identity identity = {};
+        std::map<int32_t, Interface> interfaces = {};
+        bool configured = false;
+    };
+
+    // What was tried, such as "usb-storage 1-1:1.0"; what was switched, such as "1-1:1.0 on".
+    std::vector<std::string> tried;
+    std::vector<std::string> switched;
+    std::map<std::string, Device> devices;
+    std::map<std::string, bool> other_hid;  // of other buses: whether it has a driver
+    std::vector<std::string> hubs;
+    std::map<std::string, bool> bound;  // root hubs, and their interfaces
+    std::vector<std::string> drivers = {"hub", "usbhid", "usb-storage", "ftdi_sio", "cdc_acm"};
+    bool has_hid_bus = true;
+    bool interfaces_on = false;  // as an interface appears
+
+    bool set_autoprobe(const char* file, bool on) override;
+    bool set_interface_default(const std::string& root_hub, bool on) override;
+    std::vector<std::string> root_hubs() override { return hubs; }
+    std::vector<Subject> usb_devices() override;
+    std::vector<std::string> hid_devices() override;
+    bool has_driver(const std::string& entry) override;
+    void probe(const std::string& entry) override;
+    Bound bind(const std::string& driver, const std::string& interface) override;
+    std::optional<Identity> identity(const Subject& device) override;
+    std::vector<UsbInterface> interfaces(const Subject& device) override;
+    bool authorize(const Subject& device, const std::string& interface, bool on) override;
+    void authorize_root(const std::string& root_hub, const std::string& interface) override;
+    std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,
+                                                          const UsbInterface& interface) override;
+    bool hid_has_driver(const std::string& hid_device) override;
+    void probe_hid(const std::string& hid_device) override;
+    std::string hid_label(const std::string& hid_device) override { return "HID " + hid_device; }
+
+  private:
+    Interface* find(const std::string& name);
+    Interface* find_hid(const std::string& hid_device);
+    bool attempt(const std::string& driver, const std::string& name);
+
+    int next_hid_ = 1;
+};
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/preview.h"
+
+#include <gtest/gtest.h>
+
+#include "android/vus/paths.h"
+#include "tests/support/world.h"
+
+namespace android::vus::hotplug {
+namespace {
+
+const Claim kFlashDrive = {0, {8}, 0x0951, 0x1666};
+
+std::string PolicyOf(const std::string& rules, const std::string& mode = "whitelist") {
+    return "<usbconfig mode=\"" + mode + "\">" + rules + "</usbconfig>";
+}
+
+const std::string kListsStorage = "<class>USB_CLASS_MASS_STORAGE</class>";
+const std::string kListsKeyboards = "<class>AINPUT_SOURCE_KEYBOARD</class>";
+const std::string kListsMaker = "<vid vendorid=\"1133\"/>";
+
+class PreviewTest : public testing::Test {
+  protected:
+    void SetUp() override { EmptyWorld(); }
+    static void Set(const std::string& policy, const std::string& backup) {
+        WriteFile(kPolicyFile, policy);
+        WriteFile(kPolicyBackupFile, backup);
+    }
+    PolicyPreview preview_;
+};
+
+TEST_F(PreviewTest, NothingIsForeseenWithoutAPolicy) {
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown);
+    WriteFile(kPolicyFile, PolicyOf(kListsStorage));
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown) << "it was never in force";
+}
+
+TEST_F(PreviewTest, PolicyThatWasPutInForceIsForeseen) {
+    Set(PolicyOf(kListsStorage), PolicyOf(kListsStorage) + "\n");
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed);
+    EXPECT_EQ(preview_.of({0, {14}, 0, 0}), Foreseen::kRefused);
+    Set(PolicyOf("", "default"), PolicyOf("", "default"));
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed);
+}
+
+TEST_F(PreviewTest, NothingIsForeseenOfWhatARewriteChanges) {
+    Set(PolicyOf(kListsStorage), PolicyOf(kListsKeyboards));
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown);
+    EXPECT_EQ(preview_.of({0, {14}, 0, 0}), Foreseen::kRefused) << "by either";
+    Set(PolicyOf(kListsStorage), PolicyOf(kListsStorage));
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed);
+}
+
+TEST_F(PreviewTest, MalformedPolicyForeseesNothing) {
+    Set("<usbconfig", PolicyOf(kListsStorage));
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown);
+    Set(PolicyOf(kListsStorage), PolicyOf("", "greylist"));
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown);
+    Set("", "");
+    EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown);
+}
+
+TEST_F(PreviewTest, AnyInputOfAMaker) {
+    const auto any = [this](const std::string& rules, const std::string& mode, int32_t vendor) {
+        Set(PolicyOf(rules, mode), PolicyOf(rules, mode));
+        return foreseen_of_any_input(&preview_, vendor, 1);
+    };
+    EXPECT_EQ(any(kListsStorage, "whitelist", 0x046D), Foreseen::kRefused);
+    EXPECT_EQ(any(kListsKeyboards, "whitelist", 0x046D), Foreseen::kUnknown);
+    EXPECT_EQ(any(kListsMaker, "whitelist", 1133), Foreseen::kAllowed);
+    EXPECT_EQ(any(kListsStorage, "blacklist", 0x046D), Foreseen::kAllowed);
+    EXPECT_EQ(any(kListsKeyboards, "blacklist", 0x046D), Foreseen::kUnknown);
+    EXPECT_EQ(any(kListsMaker, "blacklist", 1133), Foreseen::kRefused);
+    EXPECT_EQ(any("", "default", 0x046D), Foreseen::kAllowed);
+}
+
+}  // namespace
+}  // namespace android::vus::hotplug

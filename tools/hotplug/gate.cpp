@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/gate.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/hotplug/sysfs_paths.h"
+
+namespace android::vus::hotplug {
+
+namespace {
+
+constexpr int32_t kHubClass = 9;
+
+bool claims_to_be_a_hub(const std::vector<UsbInterface>& interfaces) {
+    return !interfaces.empty() &&
+           std::all_of(interfaces.begin(), interfaces.end(), [](const UsbInterface& interface) {
+               return interface.class_code == kHubClass;
+           });
+}
+
+std::string own_interface(const std::string& root_hub) {
+    return root_hub.substr(strlen("usb")) + "-0:1.0";
+}
+
+}  // namespace
+
+Gate::Gate(GateSystem* system, Switches* switches, Preview* preview,
+           std::function<void(const std::string&)> notice)
+      : system_(system), switches_(switches), preview_(preview), notice_(std::move(notice)) {}
+
+void Gate::shut() {
+    shut_bus(kUsbAutoprobeFile);
+    shut_bus(kHidAutoprobeFile);
+    for (const std::string& hub : system_->root_hubs()) root_hub(hub);
+}
+
+void Gate::shut_bus(const char* file) {
+    const bool done = system_->set_autoprobe(file, false);
+    const int error = errno;
+    const MutexLock lock(mutex_);
+    if (done) {
+        open_.erase(file);
+    } else if (open_.insert(file).second) {
+        notice_(std::string("the door is not shut by ") + file + ": " + strerror(error));
+    }
+}
+
+void Gate::driver_came() {
+    std::set<const char*> open;
+    {
+        const MutexLock lock(mutex_);
+        open = open_;
+    }
+    for (const char* file : open) shut_bus(file);
+}
+
+void Gate::open_everything() {
+    system_->set_autoprobe(kUsbAutoprobeFile, true);
+    system_->set_autoprobe(kHidAutoprobeFile, true);
+    for (const std::string& hub : system_->root_hubs()) {
+        system_->set_interface_default(hub, true);
+        if (!system_->has_driver(hub)) system_->probe(hub);
+        if (!system_->has_driver(own_interface(hub))) {
+            system_->authorize_root(hub, own_interface(hub));
+            system_->probe(own_interface(hub));
+        }
+    }
+    for (const Subject& device : system_->usb_devices()) {
+        if (!system_->has_driver(device.name)) system_->probe(device.name);
+        const std::vector<UsbInterface> interfaces = system_->interfaces(device);
+        for (const UsbInterface& interface : interfaces) {
+            if (!interface.authorized) system_->authorize(device, interface.name, true);
+        }
+        for (const UsbInterface& interface : interfaces) {
+            if (!system_->has_driver(interface.name)) system_->probe(interface.name);
+        }
+    }
+    for (const std::string& hid_device : system_->hid_devices()) {
+        if (!system_->hid_has_driver(hid_device)) system_->probe_hid(hid_device);
+    }
+}
+
+// The default first: what comes to the bus comes only when its hub is bound.
+void Gate::root_hub(const std::string& root_hub) {
+    if (!system_->set_interface_default(root_hub, false)) {
+        if (errno == ENOENT) return;  // gone
+        notice_("the door of " + root_hub + " is not shut: " + strerror(errno));
+    }
+    if (!system_->has_driver(root_hub)) system_->probe(root_hub);
+    const std::string own = own_interface(root_hub);
+    if (system_->has_driver(own)) return;
+    system_->authorize_root(root_hub, own);
+    system_->bind(kHubDriver, own);
+}
+
+Admission Gate::admit(const Subject& device, bool anybody_there) {
+    const SharedState state = state_of(device);
+    const MutexLock lock(state->mutex);
+    if (!system_->has_driver(device.name)) system_->probe(device.name);
+    const std::vector<UsbInterface> interfaces = system_->interfaces(device);
+    const std::string layout = layout_of(interfaces);
+    if (layout != state->layout) {
+        state->layout = layout;
+        state->said.reset();
+        state->said_of_input.clear();
+        state->natures.clear();
+    }
+    if (claims_to_be_a_hub(interfaces) && bind_hub(device, interfaces)) return {};
+    return anybody_there ? let_in(device, state.get()) : Admission();
+}
+
+bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces) {
+    bool all = true;
+    for (const UsbInterface& interface : interfaces) {
+        if (!interface.driver.empty()) {
+            all &= interface.driver == kHubDriver;
+            continue;
+        }
+        if (!interface.authorized) system_->authorize(device, interface.name, true);
+        if (system_->bind(kHubDriver, interface.name) == GateSystem::Bound::kYes) continue;
+        system_->authorize(device, interface.name, false);
+        all = false;
+    }
+    return all;
+}
+
+void Gate::close_interfaces(const Subject& device) {
+    const SharedState state = state_of(device);
+    const MutexLock lock(state->mutex);
+    switches_->close_interfaces(device);
+}
+
+// By the same rules: an input device of it may still be held.
+void Gate::open_interfaces(const Subject& device) {
+    const SharedState state = state_of(device);
+    const MutexLock lock(state->mutex);
+    let_in(device, state.get());
+}
+
+bool Gate::unbind_hid(const std::string& hid_device) {
+    {
+        const MutexLock lock(mutex_);
+        refused_hid_.insert(hid_device);
+    }
+    return switches_->unbind_hid(hid_device);
+}
+
+void Gate::probe_hid(const std::string& hid_device) {
+    {
+        const MutexLock lock(mutex_);
+        refused_hid_.erase(hid_device);
+    }
+    switches_->probe_hid(hid_device);
+}
+
+void Gate::open_held(const Subject& usb_device, const std::string& what) {
+    if (usb_device.number == 0) {
+        admit_hid(what);
+    } else {
+        open_interfaces(usb_device);
+    }
+}
+
+bool Gate::is_refused(const std::string& hid_device) {
+    const MutexLock lock(mutex_);
+    return refused_hid_.count(hid_device) != 0;
+}
+
+Gate::SharedState Gate::state_of(const Subject& device) {
+    const MutexLock lock(mutex_);
+    SharedState& state = states_[device.key()];
+    if (state == nullptr) state = std::make_shared<State>();
+    return state;
+}
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Gate: no device has a driver before its verdict, and a refused one never has.
+//
+// The kernel is told not to look for drivers by itself (of USB and of HID devices), and to create
+// interfaces switched off. So whatever comes waits until the gate lets it in, interface by
+// interface. That outlives the gate: while nobody is there, the door is shut.
+//
+// What the gate does with a device:
+//  - It has it configured, which takes no driver but the kernel's own for devices.
+//  - A hub is bound by the hub's driver and no other; what that does not take is no hub, whatever
+//    its class says. Root hubs shut their bus before they are bound.
+//  - A HID interface is asked for its report descriptor before it has a driver: it is an input
+//    device, judged by the sources that are foreseen, or its vendor's own.
+//  - What the preview foresees to be allowed is let in, and the daemon is asked about what it has
+//    become. About what is not, the daemon is asked while it is held, and has the last word.
+//  - An input device of a USB device is let in through HID's own driver only. Where that one does
+//    not take it, it is no input device, and is judged as its vendor's own.
+//  - A HID device of another bus shows no descriptor before it has a driver. Where its vendor and
+//    product do not settle it, it is let in silenced, and judged by what it is (see hushes()).
+//
+// It is also the switches by which a reporter enforces what the daemon says, because what is
+// switched on again is let in by the same rules.
+//
+// What was bound before the gate came is none of its business: it is judged as it is.
+//
+// Thread-safe. Methods that take a device may wait for it, and for each other about the same one.
+
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "android/vus/mutex.h"
+#include "tools/hotplug/gate_system.h"
+#include "tools/hotplug/hid_descriptor.h"
+#include "tools/hotplug/preview.h"
+#include "tools/hotplug/switches.h"
+
+namespace android::vus::hotplug {
+
+// An input device that is held back: it is none yet, but is judged as what it would be.
+struct HeldInput {
+    Subject subject;     // as if it were one
+    std::string behind;  // the interface, or the HID device of no USB device's
+    Subject usb_device;  // whose interface it is
+    DeviceInfo info;
+};
+
+// What the gate has made of a device.
+struct Admission {
+    // What the device says of itself; nothing if it is none that is judged, or has gone.
+    std::optional<Identity> identity;
+    // Whether it is to be judged on the USB side: otherwise it is nothing but input devices.
+    bool is_question = false;
+    bool held = false;             // the USB device is not let in
+    std::set<std::string> vendor;  // HID interfaces that are their vendor's own, let in or not
+    std::vector<HeldInput> inputs;
+    std::vector<std::string> released;  // behind which inputs are held no more
+};
+
+class Gate : public Switches {
+  public:
+    // All of them outlive the gate. `notice` gets a line for what is not as it should be.
+    Gate(GateSystem* system, Switches* switches, Preview* preview,
+         std::function<void(const std::string&)> notice);
+
+    // Shuts the door. What of it this kernel does not have is said, and gone without.
+    void shut();
+    // Opens it for good, and everything that is held.
+    void open_everything();
+    // A driver has come. It may be the first of a bus that was not there before.
+    void driver_came();
+
+    void root_hub(const std::string& root_hub);
+    // Lets in of the device what may come in: only a hub, if nobody is there to be asked.
+    Admission admit(const Subject& device, bool anybody_there);
+    // The same of a HID device of no USB device's own interface.
+    Admission admit_hid(const std::string& hid_device);
+    // The daemon has answered: about a USB device, or about what is held of an input device.
+    void answered(const Subject& subject, bool allowed);
+    // It has gone. Answers behind what inputs were held.
+    std::vector<std::string> forget(const Subject& device);
+    void forget_hid(const std::string& hid_device);
+    // The same of everything that is not among those present.
+    std::vector<std::string> keep_only(const std::set<std::string>& keys);
+
+    // Whether the input devices of that HID device are to be silent until they are allowed.
+    bool hushes(const std::string& hid_device);
+    // What is known of what is held, as keys (see Present), besides the devices themselves.
+    std::set<std::string> held_keys();
+
+    void close_interfaces(const Subject& device) override;
+    void open_interfaces(const Subject& device) override;
+    void close_device(const Subject& device) override { switches_->close_device(device); }
+    void open_device(const Subject& device) override { switches_->open_device(device); }
+    void hush_input(const std::string& input) override { switches_->hush_input(input); }
+    void unhush_input(const std::string& input) override { switches_->unhush_input(input); }
+    bool unbind_hid(const std::string& hid_device) override;
+    void probe_hid(const std::string& hid_device) override;
+    void open_held(const Subject& usb_device, const std::string& what) override;
+
+  private:
+    // What is known of a USB device for as long as it has the same interfaces.
+    struct State {
+        Mutex mutex;  // held while something is let in or shut out
+        std::optional<Identity> identity GUARDED_BY(mutex);
+        std::string layout GUARDED_BY(mutex);
+        std::optional<bool> said GUARDED_BY(mutex);                   // by the daemon
+        std::map<std::string, bool> said_of_input GUARDED_BY(mutex);  // by interface
+        // By interface; nothing for one that is no HID in truth.
+        std::map<std::string, std::optional<HidNature>> natures GUARDED_BY(mutex);
+    };
+    using SharedState = std::shared_ptr<State>;
+
+    enum class Kind { kUsb, kInput, kVendorHid };
+    struct Part {
+        UsbInterface interface;
+        Kind kind;
+        bool wanted = false;
+        int32_t refused_sources = 0;  // of an input device, for which it is not
+    };
+
+    SharedState state_of(const Subject& device);
+    Admission let_in(const Subject& device, State* state) REQUIRES(state->mutex);
+    bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
+    std::vector<Part> parts_of(const Subject& device, State* state) REQUIRES(state->mutex);
+    Kind kind_of(const Subject& device, UsbInterface* interface, State* state)
+            REQUIRES(state->mutex);
+    std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface);
+    bool judge_parts(const Identity& identity, State* state, std::vector<Part>* parts)
+            REQUIRES(state->mutex);
+    bool is_question(const Subject& device, const std::vector<Part>& parts);
+    void judge_input(const Identity& identity, State* state, Part* part) REQUIRES(state->mutex);
+    // False if an input device was refused by HID's driver, and the parts are other ones.
+    bool bind_parts(const Subject& device, State* state, const std::vector<Part>& parts)
+            REQUIRES(state->mutex);
+    bool bind_part(const Part& part, State* state) REQUIRES(state->mutex);
+    void probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)
+            REQUIRES(state->mutex);
+    void shut_parts(const Subject& device, const std::vector<Part>& parts);
+    void hold_inputs(const Subject& device, const Identity& identity,
+                     const std::vector<Part>& parts, Admission* admission);
+    bool is_refused(const std::string& hid_device);
+    void shut_bus(const char* file);
+
+    GateSystem* const system_;
+    Switches* const switches_;
+    Preview* const preview_;
+    const std::function<void(const std::string&)> notice_;
+    Mutex mutex_;
+    std::map<std::string, SharedState> states_ GUARDED_BY(mutex_);  // by the device's key
+    std::set<const char*> open_ GUARDED_BY(mutex_);                 // buses that could not be shut
+    std::map<std::string, HeldInput> held_ GUARDED_BY(mutex_);      // by key
+    // HID devices: that lost their driver to a refusal; that came in silenced; of which the daemon
+    // has said something while they were held.
+    std::set<std::string> refused_hid_ GUARDED_BY(mutex_);
+    std::set<std::string> hushed_hid_ GUARDED_BY(mutex_);
+    std::map<std::string, bool> said_of_hid_ GUARDED_BY(mutex_);
+};
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What is held without being a device of its own yet: input devices of USB devices, and HID devices
+// of other buses; and what the daemon said of them.
+
+#include <stdlib.h>
+
+#include <iterator>
+#include <utility>
+
+#include "tools/hotplug/gate.h"
+
+namespace android::vus::hotplug {
+
+namespace {
+
+// The ids of input devices that are none yet: far from those that the kernel counts up.
+constexpr int32_t kFirstHeldOfUsb = 1'000'000'000;
+constexpr int32_t kFirstHeldOfHid = 1'500'000'000;
+constexpr int32_t kMostInterfaces = 256;
+
+Subject held_subject(int32_t id) {
+    return {"input" + std::to_string(id)};
+}
+
+HeldInput held_input(int32_t id, std::string behind, const Identity& identity, int32_t sources) {
+    HeldInput held;
+    held.subject = held_subject(id);
+    held.behind = std::move(behind);
+    held.info.deviceId = id;
+    held.info.deviceType = kInputType;
+    held.info.deviceClass = sources;
+    held.info.vendorId = identity.vendorId;
+    held.info.productId = identity.productId;
+    held.info.deviceName = identity.deviceName;
+    return held;
+}
+
+// A HID device's name is its bus, vendor, product and a number that is never used again, such as
+// 0005:046D:B342.0003.
+int32_t hexadecimal_after(const std::string& name, char letter, size_t nth) {
+    size_t at = 0;
+    while (nth-- > 0 && at != std::string::npos) at = name.find(letter, at + 1);
+    return at == std::string::npos
+                   ? 0
+                   : static_cast<int32_t>(strtol(name.c_str() + at + 1, nullptr, 16));
+}
+
+Identity hid_identity(const std::string& hid_device, std::string label) {
+    Identity identity;
+    identity.deviceName = std::move(label);
+    identity.vendorId = hexadecimal_after(hid_device, ':', 1);
+    identity.productId = hexadecimal_after(hid_device, ':', 2);
+    return identity;
+}
+
+}  // namespace
+
+void Gate::hold_inputs(const Subject& device, const Identity& identity,
+                       const std::vector<Part>& parts, Admission* admission) {
+    std::set<std::string> behind;
+    const MutexLock lock(mutex_);
+    for (const Part& part : parts) {
+        if (part.wanted || part.kind != Kind::kInput || admission->held) continue;
+        HeldInput held = held_input(kFirstHeldOfUsb + device.number * kMostInterfaces +
+                                            part.interface.number,
+                                    part.interface.name, identity, part.refused_sources);
+        held.usb_device = device;
+        behind.insert(held.behind);
+        held_[held.subject.key()] = held;
+        admission->inputs.push_back(std::move(held));
+    }
+    for (auto at = held_.begin(); at != held_.end();) {
+        const HeldInput& held = at->second;
+        if (held.usb_device.key() != device.key() || behind.count(held.behind) != 0) {
+            ++at;
+            continue;
+        }
+        admission->released.push_back(held.behind);
+        at = held_.erase(at);
+    }
+}
+
+Admission Gate::admit_hid(const std::string& hid_device) {
+    Admission admission;
+    if (system_->hid_has_driver(hid_device) || is_refused(hid_device)) return admission;
+    const Identity identity = hid_identity(hid_device, system_->hid_label(hid_device));
+    Foreseen foreseen = foreseen_of_any_input(preview_, identity.vendorId, identity.productId);
+    const HeldInput held = held_input(kFirstHeldOfHid + hexadecimal_after(hid_device, '.', 1),
+                                      hid_device, identity, /*sources=*/0);
+    {
+        const MutexLock lock(mutex_);
+        const auto said = said_of_hid_.find(hid_device);
+        if (said != said_of_hid_.end()) {
+            foreseen = said->second ? Foreseen::kAllowed : Foreseen::kRefused;
+        }
+        if (foreseen == Foreseen::kRefused) {
+            held_[held.subject.key()] = held;
+            admission.inputs.push_back(held);
+            return admission;
+        }
+        if (held_.erase(held.subject.key()) != 0) admission.released.push_back(hid_device);
+        if (foreseen == Foreseen::kUnknown) hushed_hid_.insert(hid_device);
+    }
+    system_->probe_hid(hid_device);
+    return admission;
+}
+
+void Gate::answered(const Subject& subject, bool allowed) {
+    if (subject.is_usb()) {
+        const SharedState state = state_of(subject);
+        const MutexLock lock(state->mutex);
+        state->said = allowed;
+        return;
+    }
+    Subject usb_device;
+    std::string behind;
+    {
+        const MutexLock lock(mutex_);
+        const auto held = held_.find(subject.key());
+        if (held == held_.end()) return;
+        usb_device = held->second.usb_device;
+        behind = held->second.behind;
+        if (usb_device.number == 0) said_of_hid_[behind] = allowed;
+    }
+    if (usb_device.number == 0) return;
+    const SharedState state = state_of(usb_device);
+    const MutexLock lock(state->mutex);
+    state->said_of_input[behind] = allowed;
+}
+
+std::vector<std::string> Gate::forget(const Subject& device) {
+    std::vector<std::string> behind;
+    const MutexLock lock(mutex_);
+    states_.erase(device.key());
+    for (auto at = held_.begin(); at != held_.end();) {
+        if (at->second.usb_device.key() != device.key()) {
+            ++at;
+            continue;
+        }
+        behind.push_back(at->second.behind);
+        at = held_.erase(at);
+    }
+    return behind;
+}
+
+void Gate::forget_hid(const std::string& hid_device) {
+    const MutexLock lock(mutex_);
+    refused_hid_.erase(hid_device);
+    hushed_hid_.erase(hid_device);
+    said_of_hid_.erase(hid_device);
+    for (auto at = held_.begin(); at != held_.end();) {
+        at = at->second.behind == hid_device ? held_.erase(at) : std::next(at);
+    }
+}
+
+std::vector<std::string> Gate::keep_only(const std::set<std::string>& keys) {
+    std::vector<std::string> behind;
+    const MutexLock lock(mutex_);
+    for (auto at = states_.begin(); at != states_.end();) {
+        at = keys.count(at->first) == 0 ? states_.erase(at) : std::next(at);
+    }
+    for (auto at = held_.begin(); at != held_.end();) {
+        const HeldInput& held = at->second;
+        const bool of_usb = held.usb_device.number != 0;
+        if (keys.count(of_usb ? held.usb_device.key() : held.behind) != 0) {
+            ++at;
+            continue;
+        }
+        behind.push_back(held.behind);
+        at = held_.erase(at);
+    }
+    return behind;
+}
+
+bool Gate::hushes(const std::string& hid_device) {
+    const MutexLock lock(mutex_);
+    return hushed_hid_.count(hid_device) != 0;
+}
+
+std::set<std::string> Gate::held_keys() {
+    const MutexLock lock(mutex_);
+    std::set<std::string> keys;
+    for (const auto& [key, held] : held_) {
+        keys.insert(key);
+        keys.insert(held.behind);
+    }
+    return keys;
+}
+
+}  // namespace android::vus::hotplug

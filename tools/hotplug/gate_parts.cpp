@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Letting a USB device in, part by part: what its interfaces are, which of them are wanted, and how
+// they get their drivers.
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/hotplug/gate.h"
+
+namespace android::vus::hotplug {
+
+Admission Gate::let_in(const Subject& device, State* state) {
+    Admission admission;
+    // Once: a device that is stuck in its driver would keep who asks it again.
+    if (!state->identity) state->identity = system_->identity(device);
+    if (!state->identity) return admission;
+    const Identity& identity = *state->identity;
+    std::vector<Part> parts;
+    do {
+        parts = parts_of(device, state);
+        admission.held = !judge_parts(identity, state, &parts);
+    } while (!bind_parts(device, state, parts));
+    shut_parts(device, parts);
+    for (const Part& part : parts) {
+        if (part.kind == Kind::kVendorHid) admission.vendor.insert(part.interface.name);
+    }
+    admission.identity = identity;
+    admission.is_question = is_question(device, parts);
+    hold_inputs(device, identity, parts, &admission);
+    return admission;
+}
+
+// A device without interfaces is one as well: it may have had others. So is what was to be an input
+// device and has become none.
+bool Gate::is_question(const Subject& device, const std::vector<Part>& parts) {
+    const auto is_usb = [](const Part& part) { return part.kind != Kind::kInput; };
+    if (parts.empty() || std::any_of(parts.begin(), parts.end(), is_usb)) return true;
+    const std::vector<UsbInterface> interfaces = system_->interfaces(device);
+    return std::any_of(interfaces.begin(), interfaces.end(), [](const UsbInterface& interface) {
+        const std::vector<HidDevice>& hid_devices = interface.hid_devices;
+        return std::any_of(hid_devices.begin(), hid_devices.end(), [](const HidDevice& one) {
+            return one.has_driver && !one.has_input_device;
+        });
+    });
+}
+
+std::vector<Gate::Part> Gate::parts_of(const Subject& device, State* state) {
+    std::vector<Part> parts;
+    for (UsbInterface& interface : system_->interfaces(device)) {
+        const Kind kind = kind_of(device, &interface, state);
+        parts.push_back({std::move(interface), kind});
+    }
+    return parts;
+}
+
+Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* state) {
+    if (interface->class_code != kHidClass) return Kind::kUsb;
+    if (reported_class(*interface) != kHidClass) return Kind::kVendorHid;
+    auto nature = state->natures.find(interface->name);
+    if (nature == state->natures.end()) {
+        const std::vector<HidDevice>& hid_devices = interface->hid_devices;
+        const bool is_input =
+                std::any_of(hid_devices.begin(), hid_devices.end(),
+                            [](const HidDevice& one) { return one.has_input_device; });
+        const bool is_whole =
+                std::all_of(hid_devices.begin(), hid_devices.end(), [this](const HidDevice& one) {
+                    return one.has_driver || is_refused(one.name);
+                });
+        // Bound before the gate came, or by another's hand.
+        if (!interface->driver.empty() && !hid_devices.empty() && is_whole) {
+            return is_input ? Kind::kInput : Kind::kVendorHid;
+        }
+        // Somebody was killed between two steps. What it is can only be asked without a driver.
+        if (!interface->driver.empty()) {
+            system_->authorize(device, interface->name, false);
+            interface->driver.clear();
+            interface->hid_devices.clear();
+            interface->authorized = false;
+        }
+        nature = state->natures.emplace(interface->name, nature_of(device, *interface)).first;
+    }
+    return nature->second && nature->second->is_input ? Kind::kInput : Kind::kVendorHid;
+}
+
+std::optional<HidNature> Gate::nature_of(const Subject& device, const UsbInterface& interface) {
+    if (!interface.authorized) system_->authorize(device, interface.name, true);
+    const auto descriptor = system_->report_descriptor(device, interface);
+    if (!interface.authorized) system_->authorize(device, interface.name, false);
+    if (!descriptor) {
+        notice_(interface.name + " says it is HID, but not what for");
+        return std::nullopt;
+    }
+    return parse_report_descriptor(*descriptor);
+}
+
+// Answers whether the USB device is let in, as far as that is a question.
+bool Gate::judge_parts(const Identity& identity, State* state, std::vector<Part>* parts) {
+    Claim claim = {identity.deviceClass, {}, identity.vendorId, identity.productId};
+    bool is_question = false;
+    for (const Part& part : *parts) {
+        is_question |= part.kind != Kind::kInput;
+        claim.interfaceClasses.push_back(part.kind == Kind::kVendorHid ? kVendorSpecificClass
+                                                                       : part.interface.class_code);
+    }
+    const bool allowed = !is_question ||
+                         (state->said ? *state->said : preview_->of(claim) == Foreseen::kAllowed);
+    for (Part& part : *parts) {
+        part.wanted = allowed;
+        if (allowed && part.kind == Kind::kInput) judge_input(identity, state, &part);
+    }
+    return allowed;
+}
+
+void Gate::judge_input(const Identity& identity, State* state, Part* part) {
+    const auto nature = state->natures.find(part->interface.name);
+    // One that had its driver before is judged by what it is.
+    if (nature == state->natures.end() || !nature->second) return;
+    const auto said = state->said_of_input.find(part->interface.name);
+    for (const HidApplication& application : nature->second->applications) {
+        if (application.sources == 0) continue;
+        const bool allowed =
+                preview_->of({application.sources, {}, identity.vendorId, identity.productId}) ==
+                Foreseen::kAllowed;
+        if (part->refused_sources == 0 || (part->wanted && !allowed)) {
+            part->refused_sources = application.sources;
+        }
+        part->wanted &= allowed;
+    }
+    if (said != state->said_of_input.end()) part->wanted = said->second;
+}
+
+// All of them are on before the first has its driver: one that serves two needs both.
+bool Gate::bind_parts(const Subject& device, State* state, const std::vector<Part>& parts) {
+    for (const Part& part : parts) {
+        if (part.wanted && !part.interface.authorized) {
+            system_->authorize(device, part.interface.name, true);
+        }
+    }
+    for (const Part& part : parts) {
+        if (part.wanted && !bind_part(part, state)) return false;
+    }
+    probe_hid_devices_of(device, state, parts);
+    return true;
+}
+
+bool Gate::bind_part(const Part& part, State* state) {
+    const std::string& name = part.interface.name;
+    if (system_->has_driver(name)) return true;  // its neighbour's, it may be
+    if (part.kind != Kind::kInput) {
+        system_->probe(name);
+        return true;
+    }
+    if (system_->bind(kHidDriver, name) != GateSystem::Bound::kNo) return true;
+    state->natures[name] = std::nullopt;
+    return false;
+}
+
+// Not those of one that told HID's driver what it did not tell the gate.
+void Gate::probe_hid_devices_of(const Subject& device, State* state,
+                                const std::vector<Part>& parts) {
+    for (const UsbInterface& interface : system_->interfaces(device)) {
+        const auto part = std::find_if(parts.begin(), parts.end(), [&](const Part& one) {
+            return one.interface.name == interface.name;
+        });
+        const auto nature = state->natures.find(interface.name);
+        if (part == parts.end() || !part->wanted || nature == state->natures.end() ||
+            !nature->second) {
+            continue;
+        }
+        for (const HidDevice& hid_device : interface.hid_devices) {
+            if (hid_device.has_driver || is_refused(hid_device.name)) continue;
+            if (part->kind == Kind::kVendorHid) {
+                const MutexLock lock(mutex_);
+                hushed_hid_.insert(hid_device.name);
+            }
+            system_->probe_hid(hid_device.name);
+        }
+    }
+}
+
+void Gate::shut_parts(const Subject& device, const std::vector<Part>& parts) {
+    for (const Part& part : parts) {
+        if (part.wanted || !part.interface.authorized || system_->has_driver(part.interface.name)) {
+            continue;
+        }
+        system_->authorize(device, part.interface.name, false);
+    }
+}
+
+}  // namespace android::vus::hotplug

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// GateSystem: what a gate asks of the kernel. The kernel's own is sysfs_gate.h's; tests have one
+// that does as it says.
+//
+// Devices are named as in sysfs. What is written goes by the device's number, too: nothing is done
+// to a device that has come to the same port meanwhile. Every method but those of the buses may
+// wait for the device. Thread-safe.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/hotplug/subject.h"
+#include "tools/hotplug/usb_entry.h"
+
+namespace android::vus::hotplug {
+
+// What a device says of itself, and that it cannot change: a DeviceInfo without interfaces.
+using Identity = DeviceInfo;
+
+class GateSystem {
+  public:
+    virtual ~GateSystem() = default;
+
+    // A bus: whether the kernel looks for drivers for whatever comes. False, with errno telling
+    // why, if that cannot be said.
+    virtual bool set_autoprobe(const char* file, bool on) = 0;
+    // A root hub: whether the interfaces of what comes to its bus are on.
+    virtual bool set_interface_default(const std::string& root_hub, bool on) = 0;
+
+    virtual std::vector<std::string> root_hubs() = 0;
+    virtual std::vector<Subject> usb_devices() = 0;
+    virtual std::vector<std::string> hid_devices() = 0;
+
+    // USB: devices and interfaces. Whether one has a driver; a look for one, which configures a
+    // device; a try of one.
+    virtual bool has_driver(const std::string& entry) = 0;
+    virtual void probe(const std::string& entry) = 0;
+    enum class Bound { kYes, kNo, kNoSuchDriver };
+    virtual Bound bind(const std::string& driver, const std::string& interface) = 0;
+
+    // Nothing if the device has gone, or another one is there.
+    virtual std::optional<Identity> identity(const Subject& device) = 0;
+    virtual std::vector<UsbInterface> interfaces(const Subject& device) = 0;
+    virtual bool authorize(const Subject& device, const std::string& interface, bool on) = 0;
+    // A root hub's own interface, which is no part of a device that has come.
+    virtual void authorize_root(const std::string& root_hub, const std::string& interface) = 0;
+    // Of an interface that is on and has no driver.
+    virtual std::optional<std::vector<uint8_t>> report_descriptor(
+            const Subject& device, const UsbInterface& interface) = 0;
+
+    // HID devices.
+    virtual bool hid_has_driver(const std::string& hid_device) = 0;
+    virtual void probe_hid(const std::string& hid_device) = 0;
+    virtual std::string hid_label(const std::string& hid_device) = 0;
+};
+
+}  // namespace android::vus::hotplug

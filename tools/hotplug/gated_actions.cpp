@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/gated_actions.h"
+
+#include <string>
+#include <utility>
+
+#include "tools/hotplug/device_reader.h"
+
+namespace android::vus::hotplug {
+
+namespace {
+
+void report_inputs(const Admission& admission, Reporter* reporter) {
+    for (const std::string& behind : admission.released) reporter->hid_removed(behind);
+    for (const HeldInput& held : admission.inputs) {
+        Sighting seen;
+        seen.info = held.info;
+        seen.hid_device = held.behind;
+        seen.usb_device = held.usb_device;
+        seen.held = true;
+        reporter->judge(held.subject, [seen] { return seen; });
+    }
+}
+
+// Nobody's answer is waited for while the device is let in: that takes the device's time.
+void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* reporter) {
+    const bool anybody_there = reporter->has_service();
+    const Admission admission = gate->admit(device, anybody_there);
+    if (!anybody_there) return;
+    report_inputs(admission, reporter);
+    if (!admission.identity) return;
+    const auto look = [&] {
+        // Nothing to be told, and nothing to be kept of what it was before.
+        if (!admission.is_question) return Sighting();
+        Sighting seen = look_at_usb_device(device, *admission.identity, admission.vendor);
+        seen.held = admission.held;
+        // What is off is known for what it is.
+        seen.bare = false;
+        return seen;
+    };
+    reporter->judge_here(device, look, when);
+}
+
+// What is no source of input is nobody's to judge.
+Sighting read_input(const std::string& input, const std::string& event, Gate* gate) {
+    Sighting seen = read_input_device(input, event);
+    if (!seen.info && gate->hushes(seen.hid_device)) gate->unhush_input(input);
+    return seen;
+}
+
+}  // namespace
+
+Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
+                               std::function<void()> report_present) {
+    Tracker::Actions actions;
+    actions.judge_usb = [gate, reporter](const Subject& device, Ask when) {
+        reporter->run(device, [=] { let_in_and_judge(device, when, gate, reporter); });
+    };
+    actions.judge_input = [gate, reporter](const std::string& input, const std::string& event) {
+        reporter->judge({input}, [=] { return read_input(input, event, gate); });
+    };
+    actions.removed = [gate, reporter](const Subject& device) {
+        if (device.is_usb()) {
+            reporter->run(device, [=] {
+                for (const std::string& behind : gate->forget(device)) {
+                    reporter->hid_removed(behind);
+                }
+            });
+        }
+        reporter->removed(device);
+    };
+    // What comes back is off, and judged by what it is.
+    actions.interface_back = [](const Subject&) {};
+    actions.hid_removed = [gate, reporter](const std::string& hid_device) {
+        reporter->run({hid_device}, [=] { gate->forget_hid(hid_device); });
+        reporter->hid_removed(hid_device);
+    };
+    actions.root_hub = [gate, reporter](const std::string& root_hub) {
+        reporter->run({root_hub}, [=] { gate->root_hub(root_hub); });
+    };
+    actions.hid_appeared = [gate, reporter](const std::string& hid_device) {
+        reporter->run({hid_device}, [=] {
+            if (reporter->has_service()) report_inputs(gate->admit_hid(hid_device), reporter);
+        });
+    };
+    actions.input_appeared = [gate, reporter](const std::string& input,
+                                              const std::string& hid_device) {
+        if (!gate->hushes(hid_device)) return;
+        // At once: its event node is about to come.
+        gate->hush_input(input);
+        reporter->came_silenced({input});
+    };
+    actions.driver_came = [gate, report_present = std::move(report_present)] {
+        gate->driver_came();
+        report_present();
+    };
+    return actions;
+}
+
+}  // namespace android::vus::hotplug

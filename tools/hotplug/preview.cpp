@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/preview.h"
+
+#include <utility>
+
+#include "android/vus/class_names.h"
+#include "android/vus/file_io.h"
+#include "android/vus/paths.h"
+
+namespace android::vus::hotplug {
+
+PolicyPreview::PolicyPreview() : policy_(kPolicyFile), backup_(kPolicyBackupFile) {}
+
+Foreseen PolicyPreview::of(const Claim& claim) {
+    const MutexLock lock(mutex_);
+    const Policy* const policy = policy_.read();
+    const Policy* const backup = backup_.read();
+    if (policy == nullptr || backup == nullptr) return Foreseen::kUnknown;
+    const bool allowed = judge(claim, PolicyRules(*policy)).allowed;
+    if (judge(claim, PolicyRules(*backup)).allowed != allowed) return Foreseen::kUnknown;
+    return allowed ? Foreseen::kAllowed : Foreseen::kRefused;
+}
+
+const Policy* PolicyPreview::File::read() {
+    PolicyText read = read_policy_text(path_);
+    if (!read.ok()) return nullptr;
+    if (read.bytes != text_) {
+        parsed_ = parsePolicy(read.bytes);
+        text_ = std::move(read.bytes);
+    }
+    return std::get_if<Policy>(&parsed_);
+}
+
+// Several sources match only as each of them does, and a vendor's rule settles all of them.
+Foreseen foreseen_of_any_input(Preview* preview, int32_t vendor, int32_t product) {
+    const Foreseen of_none = preview->of({0, {}, vendor, product});
+    for (const ClassName& name : kClassNames) {
+        if (name.code < kFirstInputSource) continue;
+        if (preview->of({name.code, {}, vendor, product}) != of_none) return Foreseen::kUnknown;
+    }
+    return of_none;
+}
+
+}  // namespace android::vus::hotplug

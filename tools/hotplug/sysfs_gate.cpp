@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/sysfs_gate.h"
+
+#include <ctype.h>
+#include <unistd.h>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "android/vus/paths.h"
+#include "tools/hotplug/device_directory.h"
+#include "tools/hotplug/device_reader.h"
+#include "tools/hotplug/names.h"
+#include "tools/hotplug/sysfs_paths.h"
+#include "tools/hotplug/usbfs.h"
+
+namespace android::vus::hotplug {
+
+namespace {
+
+std::string in_usb(const std::string& entry) {
+    return std::string(kUsbDevicesDir) + "/" + entry;
+}
+
+std::string in_hid(const std::string& entry) {
+    return std::string(kHidDevicesDir) + "/" + entry;
+}
+
+bool is_there(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+std::string switch_text(bool on) {
+    return on ? "1" : "0";
+}
+
+}  // namespace
+
+bool SysfsGate::set_autoprobe(const char* file, bool on) {
+    return write_attribute(file, switch_text(on));
+}
+
+bool SysfsGate::set_interface_default(const std::string& root_hub, bool on) {
+    return write_attribute(in_usb(root_hub) + "/" + kInterfaceDefault, switch_text(on));
+}
+
+std::vector<std::string> SysfsGate::root_hubs() {
+    std::vector<std::string> hubs;
+    for (const std::string& name : directory_entries(kUsbDevicesDir)) {
+        if (base::StartsWith(name, "usb")) hubs.push_back(name);
+    }
+    return hubs;
+}
+
+std::vector<Subject> SysfsGate::usb_devices() {
+    std::vector<Subject> devices;
+    for (const std::string& name : directory_entries(kUsbDevicesDir)) {
+        const bool is_device = isdigit(static_cast<unsigned char>(name[0])) != 0 &&
+                               name.find(':') == std::string::npos;
+        if (is_device) devices.push_back({name, usb_number(name)});
+    }
+    return devices;
+}
+
+std::vector<std::string> SysfsGate::hid_devices() {
+    std::vector<std::string> devices;
+    for (const std::string& name : directory_entries(kHidDevicesDir)) {
+        if (is_hid_name(name)) devices.push_back(name);
+    }
+    return devices;
+}
+
+bool SysfsGate::has_driver(const std::string& entry) {
+    return is_there(in_usb(entry) + "/driver");
+}
+
+// The kernel answers with success in any case; the "driver" link tells.
+void SysfsGate::probe(const std::string& entry) {
+    write_attribute(kUsbProbeFile, entry);
+}
+
+GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& interface) {
+    const std::string file = std::string(kUsbDriversDir) + "/" + driver + "/bind";
+    if (!is_there(file)) return Bound::kNoSuchDriver;
+    write_attribute(file, interface);
+    std::string bound;
+    base::Readlink(in_usb(interface) + "/driver", &bound);
+    return base::Basename(bound) == driver ? Bound::kYes : Bound::kNo;
+}
+
+std::optional<Identity> SysfsGate::identity(const Subject& device) {
+    return read_usb_identity(device);
+}
+
+std::vector<UsbInterface> SysfsGate::interfaces(const Subject& device) {
+    if (device.number == 0 || usb_number(device.name) != device.number) return {};
+    return read_interfaces(device.name);
+}
+
+bool SysfsGate::authorize(const Subject& device, const std::string& interface, bool on) {
+    const DeviceDirectory directory(device);
+    return directory.ok() && directory.write(interface + "/authorized", on ? '1' : '0');
+}
+
+void SysfsGate::authorize_root(const std::string& root_hub, const std::string& interface) {
+    write_attribute(in_usb(root_hub) + "/" + interface + "/authorized", switch_text(true));
+}
+
+std::optional<std::vector<uint8_t>> SysfsGate::report_descriptor(const Subject& device,
+                                                                 const UsbInterface& interface) {
+    return read_report_descriptor(device, interface.number);
+}
+
+bool SysfsGate::hid_has_driver(const std::string& hid_device) {
+    return is_there(in_hid(hid_device) + "/driver");
+}
+
+void SysfsGate::probe_hid(const std::string& hid_device) {
+    write_attribute(kHidProbeFile, hid_device);
+}
+
+std::string SysfsGate::hid_label(const std::string& hid_device) {
+    constexpr char kName[] = "HID_NAME=";
+    std::string text;
+    base::ReadFileToString(in_hid(hid_device) + "/uevent", &text);
+    for (const std::string& line : base::Split(text, "\n")) {
+        if (base::StartsWith(line, kName)) return clean_name(line.substr(sizeof(kName) - 1));
+    }
+    return "";
+}
+
+}  // namespace android::vus::hotplug

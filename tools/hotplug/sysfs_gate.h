@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a gate asks of the kernel, by sysfs and by the nodes of USB devices. Stateless; any thread.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/hotplug/gate_system.h"
+
+namespace android::vus::hotplug {
+
+class SysfsGate : public GateSystem {
+  public:
+    bool set_autoprobe(const char* file, bool on) override;
+    bool set_interface_default(const std::string& root_hub, bool on) override;
+    std::vector<std::string> root_hubs() override;
+    std::vector<Subject> usb_devices() override;
+    std::vector<std::string> hid_devices() override;
+    bool has_driver(const std::string& entry) override;
+    void probe(const std::string& entry) override;
+    Bound bind(const std::string& driver, const std::string& interface) override;
+    std::optional<Identity> identity(const Subject& device) override;
+    std::vector<UsbInterface> interfaces(const Subject& device) override;
+    bool authorize(const Subject& device, const std::string& interface, bool on) override;
+    void authorize_root(const std::string& root_hub, const std::string& interface) override;
+    std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,
+                                                          const UsbInterface& interface) override;
+    bool hid_has_driver(const std::string& hid_device) override;
+    void probe_hid(const std::string& hid_device) override;
+    std::string hid_label(const std::string& hid_device) override;
+};
+
+}  // namespace android::vus::hotplug
