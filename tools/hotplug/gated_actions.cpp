@@ -35,6 +35,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         if (!admission.is_question) return Sighting();
         Sighting seen = look_at_usb_device(device, *admission.identity, admission.vendor);
         seen.held = admission.held;
+        seen.vouched = !admission.held;
         // What is off is known for what it is.
         seen.bare = false;
         return seen;

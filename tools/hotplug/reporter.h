@@ -14,8 +14,8 @@
 //    they are off again at once; the second time within 10 s the device is, as a whole, whatever
 //    was said of it meanwhile.
 //  - No answer within 2 s is a "no" until there is one, unless it was a "yes" before and the device
-//    is what it was. So is the daemon's absence, if it was asked
-//    for ("fail closed"), for devices that come meanwhile.
+//    is what it was, or a gate has let it in by the policy. So is the daemon's absence, if it was
+//    asked for ("fail closed"), for devices that come meanwhile.
 //  - Whatever was switched off here, or held back by a gate, is switched on by a "yes".
 //  - The daemon keeps the first record of an id. So a device that has become another one is
 //    reported as removed first, and so is what an earlier reporter told it and is true no more.

@@ -45,6 +45,8 @@ struct Sighting {
 
     // It has no driver, and gets none but by a "yes" (see gate.h).
     bool held = false;
+    // It has been let in because the policy allows it, which is a "yes" that silence does not undo.
+    bool vouched = false;
 
     // Of an input device: the HID device behind it, which may hand out the same input as hidraw,
     // and the USB device behind that. Of one that is held: the interface, if it is one's.

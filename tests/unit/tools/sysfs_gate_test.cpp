@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "tools/hotplug/sysfs_gate.h"
+
+#include <errno.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/support/usb_tree.h"
+#include "tests/support/world.h"
+#include "tools/hotplug/sysfs_paths.h"
+
+namespace android::vus::hotplug {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr char kHidEntry[] = "/sys/bus/hid/devices/0005:046D:B342.0003";
+
+class SysfsGateTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        EmptyWorld();
+        UsbTree tree;
+        tree.AddBus(1);
+        stick_ = {"1-2", tree.AddDevice("1-2", FlashDrive())};
+        WriteFile(UsbPath("1-2", "busnum"), "1\n");
+        WriteFile(kUsbProbeFile, "");
+    }
+
+    Subject stick_;
+    SysfsGate gate_;
+};
+
+TEST_F(SysfsGateTest, SwitchesAreWritten) {
+    WriteFile(kUsbAutoprobeFile, "1\n");
+    EXPECT_TRUE(gate_.set_autoprobe(kUsbAutoprobeFile, false));
+    EXPECT_EQ(ReadFile(kUsbAutoprobeFile).substr(0, 1), "0");
+    EXPECT_FALSE(gate_.set_autoprobe(kHidAutoprobeFile, false));
+    EXPECT_EQ(errno, ENOENT);
+    WriteFile(UsbPath("usb1", kInterfaceDefault), "1\n");
+    EXPECT_TRUE(gate_.set_interface_default("usb1", false));
+    EXPECT_EQ(ReadFile(UsbPath("usb1", kInterfaceDefault)).substr(0, 1), "0");
+    EXPECT_FALSE(gate_.set_interface_default("usb7", false));
+}
+
+TEST_F(SysfsGateTest, FindsWhatThereIs) {
+    EXPECT_THAT(gate_.root_hubs(), ElementsAre("usb1"));
+    ASSERT_THAT(gate_.usb_devices(), SizeIs(1));
+    EXPECT_EQ(gate_.usb_devices()[0].key(), stick_.key());
+    EXPECT_THAT(gate_.hid_devices(), IsEmpty());
+    MakeDir(kHidEntry);
+    EXPECT_THAT(gate_.hid_devices(), ElementsAre("0005:046D:B342.0003"));
+}
+
+TEST_F(SysfsGateTest, NothingIsDoneToAnotherDevice) {
+    const Subject before = {"1-2", stick_.number + 1};
+    const std::string authorized = UsbPath("1-2:1.0", "authorized");
+    WriteFile(authorized, "0\n");
+    EXPECT_FALSE(gate_.authorize(before, "1-2:1.0", true));
+    EXPECT_EQ(ReadFile(authorized), "0\n");
+    EXPECT_FALSE(gate_.identity(before));
+    EXPECT_THAT(gate_.interfaces(before), IsEmpty());
+    EXPECT_TRUE(gate_.authorize(stick_, "1-2:1.0", true));
+    EXPECT_EQ(ReadFile(authorized), "1\n");
+    EXPECT_EQ(gate_.identity(stick_)->vendorId, FlashDrive().vendor);
+    EXPECT_THAT(gate_.interfaces(stick_), SizeIs(1));
+}
+
+TEST_F(SysfsGateTest, OneDriverIsTriedByItsName) {
+    EXPECT_EQ(gate_.bind("usbhid", "1-2:1.0"), GateSystem::Bound::kNoSuchDriver);
+    const std::string file = std::string(kUsbDriversDir) + "/usbhid/bind";
+    WriteFile(file, "");
+    RemoveFile(UsbPath("1-2:1.0", "driver"));
+    EXPECT_EQ(gate_.bind("usbhid", "1-2:1.0"), GateSystem::Bound::kNo);
+    EXPECT_EQ(ReadFile(file), "1-2:1.0");
+    EXPECT_EQ(ReadFile(kUsbProbeFile), "") << "the others are not";
+    EXPECT_FALSE(gate_.has_driver("1-2:1.0"));
+    std::filesystem::create_symlink(std::string(kUsbDriversDir) + "/usbhid",
+                                    UsbPath("1-2:1.0", "driver"));
+    EXPECT_EQ(gate_.bind("usbhid", "1-2:1.0"), GateSystem::Bound::kYes);
+    EXPECT_TRUE(gate_.has_driver("1-2:1.0"));
+}
+
+TEST_F(SysfsGateTest, DeviceWithoutANodeTellsNoReport) {
+    EXPECT_FALSE(gate_.report_descriptor({"1-2", 255127}, gate_.interfaces(stick_).at(0)));
+}
+
+TEST_F(SysfsGateTest, HidDeviceIsCalledByItsCleanName) {
+    WriteFile(std::string(kHidEntry) + "/uevent",
+              "HID_ID=0005:0000046D:0000B342\nHID_NAME=Key\x1b board\nHID_PHYS=\n");
+    EXPECT_EQ(gate_.hid_label("0005:046D:B342.0003"), "Key? board");
+    EXPECT_EQ(gate_.hid_label("0005:046D:B342.0004"), "");
+    EXPECT_FALSE(gate_.hid_has_driver("0005:046D:B342.0003"));
+    MakeDir(std::string(kHidEntry) + "/driver");
+    EXPECT_TRUE(gate_.hid_has_driver("0005:046D:B342.0003"));
+}
+
+}  // namespace
+}  // namespace android::vus::hotplug
