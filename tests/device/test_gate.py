@@ -61,14 +61,14 @@ def refused(device, entry):
     def found():
         record = device.probe.record(entry)
         return record and record["status"] == 0
-    device.machine.wait_until(found, what=f"{entry} refused", seconds=30)
+    device.machine.wait_until(found, what=f"{entry} refused", seconds=90)
 
 
 def refused_input(device, name):
     def found():
         record = device.probe.input_record(name)
         return record and record["status"] == 0
-    device.machine.wait_until(found, what=f"{name} refused")
+    device.machine.wait_until(found, what=f"{name} refused", seconds=60)
 
 
 def reset(device):
