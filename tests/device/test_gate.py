@@ -131,7 +131,7 @@ def test_a_composite_device_is_let_in_part_by_part(gate):
     gate.plug("typing-stick", "7")
     assert gate.probe.judged("1-7")["status"] == 1
     refused_input(gate, "Stick that types")
-    gate.machine.wait_until(lambda: drivers(gate, "1-7") == ["usb-storage", "-"])
+    gate.machine.wait_until(lambda: drivers(gate, "1-7") == ["usb-storage", "-"], seconds=60)
     assert gate.probe.authorized("1-7") == ["1", "0"]
     assert gate.trials.tried() == {("usb-storage", "1-7:1.0")}
     gate.machine.unplug("typing-stick")
