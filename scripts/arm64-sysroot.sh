@@ -13,6 +13,7 @@ packages=(
     libc6-dev libstdc++-12-dev libgcc-12-dev linux-libc-dev
     android-libbase-dev android-liblog-dev android-libutils-dev android-libcutils-dev
     android-libbacktrace-dev libtinyxml2-dev libjsoncpp-dev libudev-dev libevdev-dev
+    libssl-dev
 )
 sysroot=$vus_build/sysroot-arm64
 stamp=$sysroot/.$(printf '%s\n' 2 "${packages[@]}" | sha256sum | cut -c 1-16)

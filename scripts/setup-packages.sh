@@ -16,6 +16,7 @@ packages=(
     g++ clang lld cmake ninja-build pkg-config
     aidl android-libbase-dev android-liblog-dev android-libutils-dev android-libcutils-dev
     android-libbacktrace-dev libtinyxml2-dev libjsoncpp-dev libudev-dev libevdev-dev
+    libssl-dev
     # to test
     libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3 python3-pytest
     gcovr clang-format blueprint-tools checkpolicy m4 llvm util-linux

@@ -40,8 +40,11 @@ constexpr char kVerifyNotes[] =
 
 constexpr char kRecordNotes[] =
         "An object a line, to the output or to DIR/devices.json, for --list of the other\n"
-        "commands. With --redact each name and serial number is replaced by a number,\n"
-        "the same for the same text within this recording.\n";
+        "commands. With --redact each name and serial number becomes a hash, keyed with\n"
+        "random bytes that are forgotten at once: the same for the same text within this\n"
+        "recording, and nobody can look it up, or guess. For the recordings of a fleet,\n"
+        "which are to be joined, --key FILE has the key: 32 bytes or more, kept secret,\n"
+        "for instance of: head -c 32 /dev/urandom > FILE\n";
 
 constexpr char kForgetNotes[] =
         "For what `vusctl judge` has left there. A device that is attached stays.\n";
@@ -159,7 +162,8 @@ std::vector<Option> loose() {
 }
 
 std::vector<Option> redact() {
-    return {{"--redact", nullptr, "without names and serial numbers"}};
+    return {{"--redact", nullptr, "hashes for names and serial numbers"},
+            {"--key", "FILE", "by which hashes of several recordings are the same"}};
 }
 
 std::vector<Option> of_record() {
@@ -175,9 +179,9 @@ std::vector<Command> daemon_rows() {
              "why a listed device has its verdict", kWhyNotes, explain_listed},
             {"verify", "", "", 0, 0, json(), "--json or nothing",
              "is what the list says true of this machine?", kVerifyNotes, verify_list},
-            {"record", "", "[DIR]", 0, 1, redact(), "at most one DIR, and --redact",
+            {"record", "", "[DIR]", 0, 1, redact(), "at most one DIR, --redact and --key FILE",
              "this machine's devices as a list", kRecordNotes, record_devices},
-            {"judge", "", "", 0, 0, device_options(), "a device's description",
+            {"judge", "", "", 0, 0, device_options() + json(), "a device's description",
              "ask the daemon whether a described device is allowed", kJudgeNotes, judge_device},
             {"forget", "", "ID", 1, 1, of_record(), "the ID of a listed device",
              "take a record that is no device out of the daemon's list", kForgetNotes,

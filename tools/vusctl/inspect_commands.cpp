@@ -2,22 +2,13 @@
 
 #include "tools/vusctl/inspect_commands.h"
 
-#include <errno.h>
-#include <string.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <sstream>
-
-#include <android-base/file.h>
 
 #include "tools/common/text.h"
 #include "tools/vusctl/in_force.h"
 #include "tools/vusctl/sources.h"
 #include "tools/workbench/explain.h"
 #include "tools/workbench/json.h"
-#include "tools/workbench/list.h"
-#include "tools/workbench/redact.h"
 #include "tools/workbench/tree.h"
 
 namespace android::vus::ctl {
@@ -26,8 +17,6 @@ namespace {
 
 using workbench::DeviceType;
 using workbench::ListedDevice;
-
-constexpr char kRecordingName[] = "/devices.json";
 
 // The daemon's list; nothing if it cannot be had, which was said.
 std::optional<std::vector<ListedDevice>> read_list(Context& context, int* status) {
@@ -63,13 +52,6 @@ bool is_attached(const workbench::Device& wanted) {
         attached |= device.type == wanted.type && device.id == wanted.id;
     });
     return attached;
-}
-
-void write_recording(bool redact, std::ostream& out) {
-    workbench::Redaction redaction;
-    workbench::readTree(workbench::kLiveTree, [&](workbench::Device device) {
-        workbench::writeDevice(out, redact ? redaction.of(std::move(device)) : std::move(device));
-    });
 }
 
 }  // namespace
@@ -143,30 +125,6 @@ int verify_list(Context& context, const Call& call) {
         context.out << listed->size() << " listed, " << differences.size() << " differences\n";
     }
     return differences.empty() ? kDone : kRefused;
-}
-
-int record_devices(Context& context, const Call& call) {
-    const bool redact = call.has("--redact");
-    if (call.plain.empty()) {
-        write_recording(redact, context.out);
-        return kDone;
-    }
-    const std::string& dir = call.plain[0];
-    const std::string path = dir + kRecordingName;
-    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
-        return context.failed("cannot make " + printable(dir) + ": " + strerror(errno));
-    }
-    std::ostringstream text;
-    write_recording(redact, text);
-    // Beside, and then in its place: a full disk leaves the recording that was there.
-    const std::string beside = path + ".new";
-    if (!base::WriteStringToFile(text.str(), beside) || rename(beside.c_str(), path.c_str()) != 0) {
-        const int error = errno;
-        unlink(beside.c_str());
-        return context.failed("cannot write " + printable(path) + ": " + strerror(error));
-    }
-    context.out << printable(path) << "\n";
-    return kDone;
 }
 
 int forget_device(Context& context, const Call& call) {

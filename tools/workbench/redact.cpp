@@ -4,7 +4,7 @@
 
 namespace android::vus::workbench {
 
-Device Redaction::of(Device device) {
+Device Redaction::of(Device device) const {
     device.name = replaced("name", device.name);
     device.vendorName = replaced("vendor", device.vendorName);
     device.productName = replaced("name", device.productName);
@@ -12,11 +12,10 @@ Device Redaction::of(Device device) {
     return device;
 }
 
-std::string Redaction::replaced(const char* what, const std::string& text) {
+// What it is goes into the hash: a device that calls itself by its serial number does not tell so.
+std::string Redaction::replaced(const std::string& what, const std::string& text) const {
     if (text.empty()) return text;
-    auto& known = replacements_[what];
-    const std::string next = std::string(what) + " " + std::to_string(known.size() + 1);
-    return known.emplace(text, next).first->second;
+    return what + " " + hash_.of(what + " " + text);
 }
 
 }  // namespace android::vus::workbench

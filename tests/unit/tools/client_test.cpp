@@ -112,7 +112,7 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
              "--vid: 0403 has a leading zero: write 0x0403 for hexadecimal, or 403 for decimal"},
             {{"forget"}, "forget takes the ID of a listed device"},
             {{"forget", "x"}, "not an id: x"},
-            {{"record", "a", "b"}, "record takes at most one DIR, and --redact"},
+            {{"record", "a", "b"}, "record takes at most one DIR, --redact and --key FILE"},
             {{"reset", "1"}, "reset takes no argument"},
             {{"undock"}, "undock takes a number of milliseconds above 0"},
             {{"undock", "0"}, "undock takes a number of milliseconds above 0"},

@@ -9,7 +9,6 @@
 
 #include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
-#include "tools/workbench/redact.h"
 
 namespace android::vus::workbench {
 namespace {
@@ -90,23 +89,6 @@ TEST_F(TreeTest, HasInputDevicesWithTheirSources) {
 TEST_F(TreeTest, OfNoMachineIsSaid) {
     EXPECT_EQ(readTree("/data/no\x1b", [](const Device&) {}),
               "/data/no?: holds no sysfs: neither bus/usb/devices nor class/input is there");
-}
-
-TEST(Redaction, ReplacesWhatTellsWhoseADeviceIs) {
-    Redaction redaction;
-    Device device;
-    device.claim.vendorId = 1;
-    device.name = device.productName = "Ann's phone";
-    device.serial = "A1";
-    const Device first = redaction.of(device);
-    EXPECT_EQ(first.name, "name 1");
-    EXPECT_EQ(first.productName, "name 1");
-    EXPECT_EQ(first.serial, "serial 1");
-    EXPECT_EQ(first.vendorName, "");
-    EXPECT_EQ(first.claim.vendorId, 1);
-    device.serial = "A2";
-    EXPECT_EQ(redaction.of(device).name, "name 1");
-    EXPECT_EQ(redaction.of(device).serial, "serial 2");
 }
 
 }  // namespace
