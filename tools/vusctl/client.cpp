@@ -92,7 +92,11 @@ int Client::unknown(const Words& words) {
 int Client::run(const Command& command, const Words& words) {
     std::string error;
     const auto call = parse_call(command, words, &error);
-    return call ? command.run(context_, *call) : context_.usage_error(printable(error));
+    if (!call) return context_.usage_error(printable(error));
+    const int status = command.run(context_, *call);
+    // A full disk: what was not written must not pass for done.
+    if (context_.out.flush()) return status;
+    return context_.failed("cannot write the output");
 }
 
 }  // namespace android::vus::ctl

@@ -28,7 +28,8 @@ constexpr char kJudgeNotes[] =
 
 constexpr char kStatusNotes[] =
         "And whether the file on disk is the policy in force: exit status 1 if it is\n"
-        "not.\n";
+        "not. With --json the member onDisk says so: \"in force\", \"not in force\",\n"
+        "\"no policy\" or \"unknown\".\n";
 
 constexpr char kWhyNotes[] =
         "Both kinds of device with this id, judged by the policy in force, step by step.\n";
@@ -52,7 +53,8 @@ constexpr char kForgetNotes[] =
 constexpr char kSetNotes[] =
         "Checks it, writes it in place and waits for the daemon's answer. On a terminal\n"
         "you see first what changes for the attached devices, and are asked; with --yes\n"
-        "you see it and are not asked. A script (no terminal) is never asked.\n"
+        "you see it and are not asked. A script (no terminal) is never asked, and\n"
+        "nobody is with --json.\n"
         "Exit status 0: the policy is in force.\n";
 
 constexpr char kTryNotes[] =
@@ -194,7 +196,7 @@ std::vector<Command> daemon_rows() {
              "USB devices as they are added and removed", kNoNotes, watch_devices},
             {"dump", "", "[test]", 0, 1, none(), "at most one argument",
              "the daemon's own dump; test: the USB tree", kNoNotes, dump_daemon},
-            {"status", "", "", 0, 0, none(), "no argument", "what became of the last policy",
+            {"status", "", "", 0, 0, json(), "--json or nothing", "what became of the last policy",
              kStatusNotes, show_status},
     };
 }
@@ -204,12 +206,12 @@ std::vector<Command> policy_rows() {
     return {
             {"policy", "show", "", 0, 0, none(), "no argument", "print the policy file", kNoNotes,
              show_policy},
-            {"policy", "set", "FILE", 1, 1, yes(), "FILE, and --yes", "put a policy in force",
+            {"policy", "set", "FILE", 1, 1, yes() + json(), "FILE", "put a policy in force",
              kSetNotes, set_policy_file},
-            {"policy", "try", "FILE", 1, 1, trial_options(), "FILE, and --seconds N",
+            {"policy", "try", "FILE", 1, 1, trial_options() + json(), "FILE",
              "put a policy in force for a time", kTryNotes, try_policy_file},
-            {"policy", "keep", "", 0, 0, none(), "no argument", "keep the policy that is on trial",
-             kKeepNotes, keep_tried_policy},
+            {"policy", "keep", "", 0, 0, json(), "--json or nothing",
+             "keep the policy that is on trial", kKeepNotes, keep_tried_policy},
             {"policy", "repair", "", 0, 0, none(), "no argument",
              "put the last good policy back if the file does not load", kRepairNotes,
              repair_policy_file},
@@ -226,13 +228,15 @@ std::vector<Command> workbench_rows() {
              diff_policies},
             {"policy", "surface", "FILE", 1, 1, surface_options(), "FILE",
              "which kernel drivers an admitted device can reach", kSurfaceNotes, show_surface},
-            {"policy", "explain", "FILE", 1, 1, device_source_options() + json() + device_options(),
-             "FILE", "why a policy admits or refuses devices", kExplainNotes, explain_policy},
-            {"policy", "test", "CASES", 1, 1, test_options(), "CASES",
+            {"policy", "explain", "FILE", 1, 1,
+             device_source_options() + json() + device_options(), "FILE",
+             "why a policy admits or refuses devices", kExplainNotes, explain_policy},
+            {"policy", "test", "CASES", 1, 1, test_options() + json(), "CASES",
              "do devices get the verdicts that they should?", kTestNotes, test_policy},
-            {"policy", "learn", "", 0, 0, device_source_options(), "--list, --tree or --live",
-             "write a policy that admits these devices and no others", kLearnNotes, learn_policy},
-            {"policy", "import", "FILE", 1, 1, loose(), "FILE, and --loose",
+            {"policy", "learn", "", 0, 0, device_source_options() + json(),
+             "--list, --tree or --live", "write a policy that admits these devices and no others",
+             kLearnNotes, learn_policy},
+            {"policy", "import", "FILE", 1, 1, loose() + json(), "FILE",
              "make a policy of rules of another language", kImportNotes, import_policy},
             {"completion", "", "SHELL", 1, 1, none(), "bash, zsh, fish or man",
              "what a shell, or the manual page, knows of these words", kCompletionNotes,

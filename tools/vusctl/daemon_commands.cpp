@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 #include <thread>
+#include <vector>
 
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
@@ -19,34 +21,56 @@
 #include "tools/vusctl/render.h"
 #include "tools/vusctl/watch.h"
 #include "tools/workbench/device.h"
+#include "tools/workbench/json.h"
 
 namespace android::vus::ctl {
 
 namespace {
 
-// The stored record of a device that was judged just now.
-int print_verdict(Context& context, IVUsbService& service, const DeviceInfo& info, bool allowed) {
+// What the daemon made of a device that was judged just now.
+struct Verdict {
+    bool allowed;
+    std::optional<DeviceInfo> record;  // as it is listed, if it is
+
+    // The daemon keeps the first record of an id.
+    bool is_earlier() const { return record && (record->status == 1) != allowed; }
+};
+
+Verdict verdict_on(IVUsbService& service, const DeviceInfo& info, bool allowed) {
     std::vector<DeviceInfo> devices;
     service.getDeviceList(&devices);
     const auto record =
             std::find_if(devices.begin(), devices.end(), [&info](const DeviceInfo& device) {
                 return device.deviceId == info.deviceId && device.deviceType == info.deviceType;
             });
-    context.out << (allowed ? "allowed" : "not allowed") << "\n";
-    if (record == devices.end()) {
-        context.out << (allowed ? "not listed: the daemon allows everything\n"
+    return {allowed, record == devices.end() ? std::nullopt : std::optional(*record)};
+}
+
+void print_verdict(const Verdict& verdict, std::ostream& out) {
+    out << (verdict.allowed ? "allowed" : "not allowed") << "\n";
+    if (!verdict.record) {
+        out << (verdict.allowed ? "not listed: the daemon allows everything\n"
                                 : "not listed: an HID device is judged as an input device\n");
-    } else {
-        // The daemon keeps the first record of an id.
-        const bool earlier = (record->status == 1) != allowed;
-        context.out << (earlier ? "listed with an earlier verdict: " : "")
-                    << printable(record->reason) << "\n";
-        context.out.flush();  // the verdict comes first
-        context.err << "vusctl: the real daemon now lists this device: vusctl forget "
-                    << info.deviceId << (info.deviceType == 0 ? "" : " --input")
-                    << " takes it out\n";
+        return;
     }
-    return allowed ? kDone : kRefused;
+    out << (verdict.is_earlier() ? "listed with an earlier verdict: " : "")
+        << printable(verdict.record->reason) << "\n";
+}
+
+void print_verdict_in_json(const Verdict& verdict, std::ostream& out) {
+    Json::Value value(Json::objectValue);
+    value["allowed"] = verdict.allowed;
+    value["listed"] = verdict.record.has_value();
+    if (verdict.record) {
+        value["reason"] = valid_utf8(verdict.record->reason);
+        value["earlierVerdict"] = verdict.is_earlier();
+    }
+    out << workbench::toJsonLine(value) << "\n";
+}
+
+void warn_of_record(const DeviceInfo& info, std::ostream& err) {
+    err << "vusctl: the real daemon now lists this device: vusctl forget " << info.deviceId
+        << (info.deviceType == 0 ? "" : " --input") << " takes it out\n";
 }
 
 // What is read from `from`, to its end, line by line and printable.
@@ -116,7 +140,11 @@ int judge_device(Context& context, const Call& call) {
     bool allowed = false;
     const binder::Status status = daemon->isDeviceAllowed(*info, &allowed);
     if (!status.isOk()) return context.failure(status);
-    return print_verdict(context, *daemon, *info, allowed);
+    const Verdict verdict = verdict_on(*daemon, *info, allowed);
+    (call.has("--json") ? print_verdict_in_json : print_verdict)(verdict, context.out);
+    context.out.flush();  // the verdict comes first
+    if (verdict.record) warn_of_record(*info, context.err);
+    return allowed ? kDone : kRefused;
 }
 
 int reset_ports(Context& context, const Call& /*call*/) {

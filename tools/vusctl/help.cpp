@@ -20,7 +20,8 @@ constexpr char kNotes[] =
         "input.\n"
         "\n"
         "Exit status: 0 done, or allowed; 1 not allowed, or policy rejected, or a check\n"
-        "failed; 2 wrong usage; 3 the daemon is not running; 4 something else failed.\n";
+        "failed; 2 wrong usage; 3 the daemon is not running; 4 something else failed; 5\n"
+        "policy check --strict found something.\n";
 
 std::string call_of(const Option& option) {
     return option.value == nullptr ? option.name : std::string(option.name) + " " + option.value;

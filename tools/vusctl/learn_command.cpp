@@ -4,6 +4,7 @@
 #include "tools/vusctl/sources.h"
 #include "tools/vusctl/workbench_commands.h"
 #include "tools/workbench/import.h"
+#include "tools/workbench/json.h"
 #include "tools/workbench/learn.h"
 
 namespace android::vus::ctl {
@@ -19,6 +20,10 @@ int learn_policy(Context& context, const Call& call) {
     // Half a list would make a policy that refuses the other half.
     if (status != kDone) return status;
     const workbench::LearntPolicy learnt = learner.learn();
+    if (call.has("--json")) {
+        context.out << workbench::toJsonText(workbench::toJson(learnt));
+        return learnt.complete ? kDone : kRefused;
+    }
     for (const std::string& warning : learnt.warnings) {
         context.err << wrapped("warning: " + printable(warning), 0, 80);
     }
@@ -30,6 +35,10 @@ int import_policy(Context& context, const Call& call) {
     std::string text;
     if (!read_file(context, call.plain[0], &text)) return kFailed;
     const workbench::ImportedPolicy imported = workbench::importRules(text, call.has("--loose"));
+    if (call.has("--json")) {
+        context.out << workbench::toJsonText(workbench::toJson(imported));
+        return imported.left_out.empty() ? kDone : kRefused;
+    }
     for (const std::string& warning : imported.warnings) {
         context.err << wrapped("warning: " + warning, 0, 80);
     }

@@ -3,8 +3,14 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <android-base/file.h>
 
@@ -12,6 +18,7 @@
 #include "tools/vusctl/sources.h"
 #include "tools/vusctl/workbench_commands.h"
 #include "tools/workbench/cases.h"
+#include "tools/workbench/json.h"
 
 namespace android::vus::ctl {
 
@@ -51,18 +58,72 @@ void print_result(const workbench::CaseResult& result, std::ostream& out) {
         << wrapped("got: " + printable(result.got), 6, kScreenWidth);
 }
 
-// How many of a hundred rules are touched, rounded down; of a policy without rules all are.
-size_t print_coverage(const Policy& policy, const workbench::CaseRunner& runner,
-                      std::ostream& out) {
-    const size_t rules = workbench::rulesOf(policy).size();
-    const std::vector<Rule> untouched = runner.untouched();
-    for (const Rule& rule : untouched) {
+// What of a policy the cases touched.
+struct RuleCoverage {
+    size_t rules = 0;
+    std::vector<Rule> untouched;
+
+    size_t touched() const { return rules - untouched.size(); }
+    // Rounded down; of a policy without rules all are.
+    size_t percent() const { return rules == 0 ? 100 : touched() * 100 / rules; }
+};
+
+struct TestReport {
+    std::vector<workbench::CaseResult> results;
+    std::optional<RuleCoverage> coverage;  // if it was asked for
+
+    size_t failed() const {
+        return static_cast<size_t>(std::count_if(results.begin(), results.end(),
+                                                 [](const auto& each) { return !each.passed; }));
+    }
+};
+
+TestReport run_cases(const Policy& policy, const workbench::Cases& cases, bool coverage) {
+    TestReport report;
+    workbench::CaseRunner runner(policy);
+    for (const workbench::Case& test : cases.cases) report.results.push_back(runner.run(test));
+    if (coverage) report.coverage = {workbench::rulesOf(policy).size(), runner.untouched()};
+    return report;
+}
+
+void print_coverage(const RuleCoverage& coverage, std::ostream& out) {
+    for (const Rule& rule : coverage.untouched) {
         out << "no case for line " << rule.line << ": " << workbench::ruleText(rule) << "\n";
     }
-    const size_t touched = rules - untouched.size();
-    const size_t percent = rules == 0 ? 100 : touched * 100 / rules;
-    out << "coverage: " << touched << " of " << rules << " rules (" << percent << " %)\n";
-    return percent;
+    out << "coverage: " << coverage.touched() << " of " << coverage.rules << " rules ("
+        << coverage.percent() << " %)\n";
+}
+
+void print_text(const TestReport& report, std::ostream& out) {
+    for (const workbench::CaseResult& result : report.results) print_result(result, out);
+    out << report.results.size() << " cases: " << report.results.size() - report.failed()
+        << " passed, " << report.failed() << " failed\n";
+    if (report.coverage) print_coverage(*report.coverage, out);
+}
+
+Json::Value json_of(const RuleCoverage& coverage) {
+    Json::Value value(Json::objectValue);
+    value["rules"] = static_cast<Json::UInt64>(coverage.rules);
+    value["touched"] = static_cast<Json::UInt64>(coverage.touched());
+    value["percent"] = static_cast<Json::UInt64>(coverage.percent());
+    Json::Value& untouched = value["untouched"] = Json::Value(Json::arrayValue);
+    for (const Rule& rule : coverage.untouched) {
+        Json::Value each(Json::objectValue);
+        each["line"] = rule.line;
+        each["rule"] = workbench::ruleText(rule);
+        untouched.append(std::move(each));
+    }
+    return value;
+}
+
+Json::Value json_of(const TestReport& report) {
+    Json::Value value(Json::objectValue);
+    Json::Value& cases = value["cases"] = Json::Value(Json::arrayValue);
+    for (const workbench::CaseResult& each : report.results) cases.append(workbench::toJson(each));
+    value["passed"] = static_cast<Json::UInt64>(report.results.size() - report.failed());
+    value["failed"] = static_cast<Json::UInt64>(report.failed());
+    if (report.coverage) value["coverage"] = json_of(*report.coverage);
+    return value;
 }
 
 std::optional<size_t> threshold_of(const Call& call) {
@@ -85,27 +146,25 @@ int test_policy(Context& context, const Call& call) {
     const auto policy = load_policy(context, path, &status);
     if (!policy) return kFailed;
 
-    workbench::CaseRunner runner(*policy);
-    std::vector<workbench::CaseResult> results;
-    size_t failed = 0;
-    for (const workbench::Case& test : cases.cases) {
-        results.push_back(runner.run(test));
-        print_result(results.back(), context.out);
-        if (!results.back().passed) ++failed;
+    const bool json = call.has("--json");
+    const TestReport report =
+            run_cases(*policy, cases, call.has("--coverage") || call.has("--threshold"));
+    if (json) {
+        context.out << workbench::toJsonText(json_of(report));
+    } else {
+        print_text(report, context.out);
     }
-    context.out << results.size() << " cases: " << results.size() - failed << " passed, " << failed
-                << " failed\n";
     const auto junit = call.value("--junit");
-    if (junit && !base::WriteStringToFile(workbench::toJunit(results, call.plain[0]), *junit)) {
+    if (junit &&
+        !base::WriteStringToFile(workbench::toJunit(report.results, call.plain[0]), *junit)) {
         return context.failed("cannot write " + printable(*junit) + ": " + strerror(errno));
     }
-    bool enough = true;
-    if (call.has("--coverage") || call.has("--threshold")) {
-        const size_t percent = print_coverage(*policy, runner, context.out);
-        enough = !call.has("--threshold") || percent >= *threshold_of(call);
-        if (!enough) context.out << "that is less than " << *call.value("--threshold") << " %\n";
+    const bool enough =
+            !call.has("--threshold") || report.coverage->percent() >= *threshold_of(call);
+    if (!enough && !json) {
+        context.out << "that is less than " << *call.value("--threshold") << " %\n";
     }
-    return failed == 0 && enough ? kDone : kRefused;
+    return report.failed() == 0 && enough ? kDone : kRefused;
 }
 
 }  // namespace android::vus::ctl

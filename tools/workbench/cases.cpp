@@ -189,6 +189,16 @@ std::vector<Rule> CaseRunner::untouched() const {
     return rules;
 }
 
+Json::Value toJson(const CaseResult& result) {
+    Json::Value value(Json::objectValue);
+    value["name"] = valid_utf8(result.test.name);
+    value["passed"] = result.passed;
+    value["expected"] = valid_utf8(result.expected);
+    value["got"] = valid_utf8(result.got);
+    value["device"] = toJson(result.test.device);
+    return value;
+}
+
 std::string toJunit(const std::vector<CaseResult>& results, const std::string& suite) {
     const auto failed = std::count_if(results.begin(), results.end(),
                                       [](const CaseResult& each) { return !each.passed; });

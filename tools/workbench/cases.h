@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include <json/value.h>
+
 #include "android/vus/judge.h"
 #include "android/vus/policy.h"
 #include "tools/workbench/device.h"
@@ -67,6 +69,9 @@ class CaseRunner {
     const Explainer explainer_;
     std::set<std::pair<int, std::string>> touched_;  // line and text: a line may hold several
 };
+
+// For programs.
+Json::Value toJson(const CaseResult& result);
 
 // The results in the format that build servers read.
 std::string toJunit(const std::vector<CaseResult>& results, const std::string& suite);

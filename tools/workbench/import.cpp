@@ -188,4 +188,21 @@ ImportedPolicy importRules(const std::string& text, bool loose) {
     return Import(loose).of(text);
 }
 
+Json::Value toJson(const ImportedPolicy& imported) {
+    Json::Value value(Json::objectValue);
+    value["policy"] = imported.text;
+    value["imported"] = static_cast<Json::UInt64>(imported.rules);
+    Json::Value& leftOut = value["leftOut"] = Json::Value(Json::arrayValue);
+    for (const NotImported& rule : imported.left_out) {
+        Json::Value each(Json::objectValue);
+        each["line"] = rule.line;
+        each["rule"] = valid_utf8(rule.text);
+        each["why"] = valid_utf8(rule.why);
+        leftOut.append(std::move(each));
+    }
+    Json::Value& warnings = value["warnings"] = Json::Value(Json::arrayValue);
+    for (const std::string& warning : imported.warnings) warnings.append(valid_utf8(warning));
+    return value;
+}
+
 }  // namespace android::vus::workbench

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <json/value.h>
+
 namespace android::vus::workbench {
 
 struct NotImported {
@@ -26,6 +28,9 @@ struct ImportedPolicy {
     std::vector<std::string> warnings;
     size_t rules = 0;  // that were imported
 };
+
+// For programs.
+Json::Value toJson(const ImportedPolicy& imported);
 
 // With `loose`, a rule that allows one id and asks for more (a serial number, a port) is imported
 // by its id alone, with a warning.

@@ -9,6 +9,7 @@
 
 #include "android/vus/judge.h"
 #include "android/vus/policy.h"
+#include "tools/common/text.h"
 #include "tools/workbench/xml_comment.h"
 
 namespace android::vus::workbench {
@@ -129,6 +130,15 @@ void Learner::warn(std::vector<std::string>* warnings) const {
                 "ids are a device's own claim: whatever claims one of these is "
                 "admitted, with any interfaces");
     }
+}
+
+Json::Value toJson(const LearntPolicy& learnt) {
+    Json::Value value(Json::objectValue);
+    value["policy"] = learnt.text;
+    value["complete"] = learnt.complete;
+    Json::Value& warnings = value["warnings"] = Json::Value(Json::arrayValue);
+    for (const std::string& warning : learnt.warnings) warnings.append(valid_utf8(warning));
+    return value;
 }
 
 }  // namespace android::vus::workbench

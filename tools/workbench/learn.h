@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include <json/value.h>
+
 #include "tools/workbench/device.h"
 
 namespace android::vus::workbench {
@@ -27,6 +29,9 @@ struct LearntPolicy {
     std::vector<std::string> warnings;  // what it cannot separate, or cannot admit
     bool complete = true;               // it admits every device that was seen
 };
+
+// For programs.
+Json::Value toJson(const LearntPolicy& learnt);
 
 class Learner {
   public:

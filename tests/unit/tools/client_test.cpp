@@ -93,6 +93,12 @@ TEST_F(ClientTest, VersionIsTold) {
     EXPECT_EQ(Out(), "vusctl 0.1.0\n");
 }
 
+TEST_F(ClientTest, OutputThatCannotBeWrittenIsNotDone) {
+    out_.setstate(std::ios::badbit);  // a full disk
+    EXPECT_EQ(Run({"list"}), kFailed);
+    EXPECT_EQ(Err(), "vusctl: cannot write the output\n");
+}
+
 struct WrongCall {
     Words words;
     const char* error;
@@ -122,10 +128,10 @@ TEST_F(ClientTest, WrongUsageIsAnswered) {
             {{"dump", "a", "b"}, "dump takes at most one argument"},
             {{"policy", "show", "x"}, "policy show takes no argument"},
             {{"policy", "check"}, "policy check takes FILE"},
-            {{"policy", "set"}, "policy set takes FILE, and --yes"},
+            {{"policy", "set"}, "policy set takes FILE"},
             {{"judge", "--frob"}, "unknown argument: --frob"},
             {{"frob\x1b[2J"}, "unknown command: frob?[2J"},
-            {{"status", "x"}, "status takes no argument"},
+            {{"status", "x"}, "status takes --json or nothing"},
     };
     for (const WrongCall& call : calls) {
         EXPECT_EQ(Run(call.words), kUsage) << call.error;
@@ -252,6 +258,26 @@ TEST_F(ClientTest, VerdictComesWithItsReason) {
     EXPECT_EQ(Err(),
               "vusctl: the real daemon now lists this device: vusctl forget 7 --input takes it "
               "out\n");
+}
+
+TEST_F(ClientTest, VerdictForProgramsIsAnObject) {
+    DeviceInfo keyboard = Keyboard();
+    keyboard.reason = "because of \x1b";
+    fake_->devices = {keyboard};
+    const Words judge = {"judge", "--input", "--id", "7", "--class", "0x101", "--json"};
+    fake_->allow = [](const DeviceInfo&) { return false; };
+    EXPECT_EQ(Run(judge), kRefused);
+    EXPECT_EQ(Out(),
+              "{\"allowed\":false,\"earlierVerdict\":false,\"listed\":true,"
+              "\"reason\":\"because of \\u001b\"}\n");
+    EXPECT_THAT(Err(), HasSubstr("vusctl forget 7 --input"));
+    fake_->allow = [](const DeviceInfo&) { return true; };
+    EXPECT_EQ(Run(judge), kDone);
+    EXPECT_THAT(Out(), StartsWith("{\"allowed\":true,\"earlierVerdict\":true,"));
+    fake_->devices = {};
+    EXPECT_EQ(Run(judge), kDone);
+    EXPECT_EQ(Out(), "{\"allowed\":true,\"listed\":false}\n");
+    EXPECT_EQ(Err(), "");
 }
 
 TEST_F(ClientTest, RecordOfTheOtherKindIsNotTaken) {

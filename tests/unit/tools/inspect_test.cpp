@@ -92,6 +92,27 @@ TEST_F(InspectTest, StatusComparesTheDiskWithWhatIsInForce) {
     EXPECT_THAT(Out(), HasSubstr("the file on disk is no policy"));
 }
 
+TEST_F(InspectTest, StatusForProgramsNamesWhatIsOnDisk) {
+    NoDaemon();
+    WriteFile(kStatusFile, "SUCCESS");
+    InForce(kStorage);
+    EXPECT_EQ(Run({"status", "--json"}), kDone);
+    EXPECT_EQ(Out(), "{\n  \"onDisk\" : \"in force\",\n  \"status\" : \"SUCCESS\"\n}\n");
+    WriteFile(kPolicyFile, kKeyboards);
+    EXPECT_EQ(Run({"status", "--json"}), kRefused);
+    EXPECT_THAT(Out(), HasSubstr("\"onDisk\" : \"not in force\""));
+    EXPECT_THAT(Out(), HasSubstr("\"message\" : \"the file on disk is not the policy in force"));
+    WriteFile(kPolicyFile, "");
+    EXPECT_EQ(Run({"status", "--json"}), kRefused);
+    EXPECT_THAT(Out(), HasSubstr("\"onDisk\" : \"no policy\""));
+    RemoveFile(kPolicyFile);
+    RemoveFile(kStatusFile);
+    EXPECT_EQ(Run({"status", "--json"}), kFailed);
+    EXPECT_THAT(Out(), HasSubstr("\"onDisk\" : \"unknown\""));
+    EXPECT_THAT(Out(), HasSubstr("\"message\" : \"cannot read /data"));
+    EXPECT_EQ(Err(), "");
+}
+
 TEST_F(InspectTest, VerifyFindsNothingWhereTheListIsTrue) {
     fake_->devices = {Disk()};
     AttachDisk("1\n");
@@ -284,6 +305,27 @@ TEST_F(SetTest, BadPolicyIsNotEvenShown) {
     terminal_.answers = &answers_;
     EXPECT_EQ(Run({"policy", "set", "/data/bad.xml"}), kRefused);
     EXPECT_EQ(Err(), "vusctl: not set, the policy would be rejected: INVALID MODE\n");
+}
+
+TEST_F(SetTest, JsonTellsWhatBecameOfIt) {
+    terminal_.answers = &answers_;  // programs are not asked
+    {
+        const FakeWatcher watcher({"SUCCESS"});
+        EXPECT_EQ(Run({"policy", "set", "/data/storage.xml", "--json"}), kDone);
+    }
+    EXPECT_EQ(Out(), "{\n  \"answer\" : \"SUCCESS\",\n  \"inForce\" : true\n}\n");
+    EXPECT_EQ(Err(), "");
+    {
+        const FakeWatcher watcher({"INVALID MODE"});
+        EXPECT_EQ(Run({"policy", "set", "/data/storage.xml", "--json"}), kRefused);
+    }
+    EXPECT_EQ(Out(), "{\n  \"answer\" : \"INVALID MODE\",\n  \"inForce\" : false\n}\n");
+    WriteFile("/data/bad.xml", "<usbconfig mode=\"whitelist\"><class>\x1b</class></usbconfig>");
+    EXPECT_EQ(Run({"policy", "set", "/data/bad.xml", "--json"}), kRefused);
+    EXPECT_EQ(Out(),
+              "{\n  \"inForce\" : false,\n  \"message\" : \"not set, the policy would be "
+              "rejected: INVALID CLASS VALUE:?\"\n}\n");
+    EXPECT_EQ(Err(), "");
 }
 
 }  // namespace

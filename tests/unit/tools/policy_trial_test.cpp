@@ -271,5 +271,54 @@ TEST_F(TryCommandTest, SaysWhatIsWrong) {
     EXPECT_EQ(Err(), "vusctl: no policy is on trial\n");
 }
 
+TEST_F(TryCommandTest, TellsProgramsWhatIsWrong) {
+    WriteFile("/data/good.xml", kNew);
+    NoDaemon();
+    EXPECT_EQ(Run({"policy", "try", "/data/good.xml", "--json"}), kNoService);
+    EXPECT_EQ(Out(),
+              "{\n  \"inForce\" : false,\n  \"message\" : \"the daemon is not running\"\n}\n");
+    EXPECT_EQ(Run({"policy", "keep", "--json"}), kRefused);
+    EXPECT_EQ(Out(), "{\n  \"kept\" : false,\n  \"message\" : \"no policy is on trial\"\n}\n");
+    EXPECT_EQ(Err(), "");
+}
+
+// The trial that programs begin and keep is the one of TrialTest.
+class TryInJsonTest : public TrialTest {
+  protected:
+    int Run(const Words& words) {
+        out_.str("");
+        Client client([this] { return FoundService{service_, ""}; }, out_, err_, STDERR_FILENO,
+                      [](int) { FAIL() << "waits for the user"; }, Terminal());
+        return client.Run(words);
+    }
+
+    sp<FakeService> service_ = new FakeService;
+};
+
+TEST_F(TryInJsonTest, TellsTheAnswerOfADaemonThatRejectsIt) {
+    WriteFile("/data/good.xml", kNew);
+    {
+        const FakeWatcher watcher({"INVALID MODE"});
+        EXPECT_EQ(Run({"policy", "try", "/data/good.xml", "--json"}), kRefused);
+    }
+    trial_.reset(open(kTrial, O_RDONLY | O_CLOEXEC));
+    EndGuard(0);
+    EXPECT_EQ(out_.str(), "{\n  \"answer\" : \"INVALID MODE\",\n  \"inForce\" : false\n}\n");
+}
+
+TEST_F(TryInJsonTest, BeginsAndIsKept) {
+    WriteFile("/data/good.xml", kNew);
+    {
+        const FakeWatcher watcher({"SUCCESS"});
+        EXPECT_EQ(Run({"policy", "try", "/data/good.xml", "--json"}), kDone) << err_.str();
+    }
+    trial_.reset(open(kTrial, O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(out_.str(), "{\n  \"answer\" : \"SUCCESS\",\n  \"inForce\" : true\n}\n");
+    WriteFile(kPolicyBackupFile, kNew);
+    EXPECT_EQ(Run({"policy", "keep", "--json"}), kDone);
+    EXPECT_EQ(out_.str(), "{\n  \"kept\" : true\n}\n");
+    EXPECT_EQ(ReadFile(kPolicyFile), kNew);
+}
+
 }  // namespace
 }  // namespace android::vus::ctl

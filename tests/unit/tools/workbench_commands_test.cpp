@@ -7,6 +7,7 @@
 
 #include "tests/support/usb_tree.h"
 #include "tests/unit/tools/client_fixture.h"
+#include "tools/workbench/json.h"
 
 namespace android::vus::ctl {
 namespace {
@@ -24,6 +25,14 @@ constexpr char kDisk[] =
 constexpr char kKeyboard[] =
         "{\"deviceType\":0,\"vendorId\":1,\"productId\":2,\"interfaceClassList\":[3],"
         "\"deviceName\":\"Keyboard\",\"vendorHid\":false}";
+
+Json::Value Parsed(const std::string& text) {
+    std::string error;
+    int line = 0;
+    const auto value = workbench::parseJson(text, &error, &line);
+    EXPECT_TRUE(value) << error << ": " << text;
+    return value.value_or(Json::Value());
+}
 
 class WorkbenchTest : public ClientTest {
   protected:
@@ -132,6 +141,58 @@ TEST_F(WorkbenchTest, TestHoldsTheThreshold) {
     WriteFile("/data/cases.json", "{}");
     EXPECT_EQ(Run(call), kFailed);
     EXPECT_EQ(Err(), "vusctl: /data/cases.json:1: a device has to be an object\n");
+}
+
+TEST_F(WorkbenchTest, TestForProgramsHasEachCase) {
+    WriteFile("/data/cases.json",
+              std::string("{\"verdict\":\"allowed\",\"name\":\"disk\",\"device\":") + kDisk +
+                      "}\n{\"verdict\":\"allowed\",\"name\":\"k\\u001b\",\"device\":" + kKeyboard +
+                      "}");
+    EXPECT_EQ(Run({"policy", "test", "/data/cases.json", "--policy", "/data/policy.xml", "--json",
+                   "--threshold", "51"}),
+              kRefused);
+    const Json::Value report = Parsed(Out());
+    EXPECT_EQ(report["passed"], 1);
+    EXPECT_EQ(report["failed"], 1);
+    ASSERT_EQ(report["cases"].size(), 2u);
+    EXPECT_EQ(report["cases"][0]["name"], "disk");
+    EXPECT_EQ(report["cases"][0]["passed"], true);
+    EXPECT_EQ(report["cases"][0]["device"]["productId"], 5734);
+    EXPECT_EQ(report["cases"][1]["name"], "k\x1b");
+    EXPECT_EQ(report["cases"][1]["expected"], "allowed");
+    EXPECT_EQ(report["cases"][1]["got"], "input");
+    EXPECT_EQ(report["coverage"]["rules"], 2);
+    EXPECT_EQ(report["coverage"]["touched"], 1);
+    EXPECT_EQ(report["coverage"]["percent"], 50);
+    EXPECT_EQ(report["coverage"]["untouched"][0]["line"], 3);
+    EXPECT_EQ(report["coverage"]["untouched"][0]["rule"], "vendor 1133");
+    EXPECT_EQ(Out().find('\x1b'), std::string::npos);
+}
+
+TEST_F(WorkbenchTest, LearnForProgramsHasPolicyAndWarnings) {
+    WriteFile("/data/list.json", std::string(kDisk) + "\n" + kKeyboard);
+    EXPECT_EQ(Run({"policy", "learn", "--list", "/data/list.json"}), kDone);
+    const std::string policy = Out();
+    EXPECT_EQ(Run({"policy", "learn", "--list", "/data/list.json", "--json"}), kDone);
+    const Json::Value report = Parsed(Out());
+    EXPECT_EQ(report["policy"], policy);
+    EXPECT_EQ(report["complete"], true);
+    EXPECT_EQ(report["warnings"].size(), 2u);
+    EXPECT_EQ(Err(), "");
+}
+
+TEST_F(WorkbenchTest, ImportForProgramsHasWhatIsLeftOut) {
+    WriteFile("/data/rules.conf", "allow 04b8:0e15\nallow 046d:c31c serial \"\x1b[2J\"\n");
+    EXPECT_EQ(Run({"policy", "import", "/data/rules.conf", "--json"}), kRefused);
+    const Json::Value report = Parsed(Out());
+    EXPECT_THAT(report["policy"].asString(), HasSubstr("<pid>3605</pid>"));
+    EXPECT_EQ(report["imported"], 1);
+    ASSERT_EQ(report["leftOut"].size(), 1u);
+    EXPECT_EQ(report["leftOut"][0]["line"], 2);
+    EXPECT_THAT(report["leftOut"][0]["why"].asString(), HasSubstr("serial"));
+    EXPECT_EQ(Err(), "");
+    EXPECT_EQ(Run({"policy", "import", "/data/rules.conf", "--json", "--loose"}), kDone);
+    EXPECT_EQ(Parsed(Out())["warnings"].size(), 1u);
 }
 
 TEST_F(WorkbenchTest, LearnWritesThePolicyToTheOutputAndWarningsToTheError) {
