@@ -69,14 +69,14 @@ BENCHMARK(BM_PolicyCheck)->Unit(benchmark::kMicrosecond);
 
 // Every rule is a difference, and each is in the report.
 void BM_PolicyDiffOfEverything(benchmark::State& state) {
-    workbench::DiffOptions options{kOld, kNew, std::nullopt, false, true};
+    workbench::DiffOptions options{kOld, kNew, std::nullopt, false, workbench::ReportFormat::kJson};
     Analyse(state, WhitelistPolicy(0), ProductPolicy(kAnalysedRules),
             [&options](auto& out, auto& err) { return workbench::runDiff(options, out, err); });
 }
 BENCHMARK(BM_PolicyDiffOfEverything)->Unit(benchmark::kMicrosecond);
 
 void BM_PolicyDiff(benchmark::State& state) {
-    workbench::DiffOptions options{kOld, kNew, std::nullopt, false, false};
+    workbench::DiffOptions options{kOld, kNew, std::nullopt, false};
     Analyse(state, WhitelistPolicy(kAnalysedRules), WhitelistPolicy(kAnalysedRules - 100),
             [&options](auto& out, auto& err) { return workbench::runDiff(options, out, err); });
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/vusctl/report_options.h"
 #include "tools/workbench/check.h"
 #include "tools/workbench/device.h"
 #include "tools/workbench/diff.h"
@@ -52,8 +53,10 @@ int check_policy_file(Context& context, const Call& call) {
 }
 
 int diff_policies(Context& context, const Call& call) {
+    const auto format = report_format(context, call);
+    if (!format) return kUsage;
     const workbench::DiffOptions options = {call.plain[0], call.plain[1], call.value("--devices"),
-                                            call.has("--no-new-access"), call.has("--json")};
+                                            call.has("--no-new-access"), *format};
     return workbench::runDiff(options, context.out, context.err);
 }
 

@@ -5,6 +5,7 @@
 #include "tools/vusctl/daemon_commands.h"
 #include "tools/vusctl/inspect_commands.h"
 #include "tools/vusctl/policy_commands.h"
+#include "tools/vusctl/report_options.h"
 #include "tools/vusctl/sources.h"
 #include "tools/vusctl/workbench_commands.h"
 
@@ -83,7 +84,9 @@ constexpr char kCheckNotes[] =
         "Each finding has a line, a device that shows it, and what to write instead.\n"
         "Their ids stay as they are; docs/lint/ has a page for each.\n";
 
-constexpr char kDiffNotes[] = "Exact: no difference is missing, and each is shown by a device.\n";
+constexpr char kDiffNotes[] =
+        "Exact: no difference is missing, and each is shown by a device. With --format\n"
+        "html as a page of its own, whose tables sort and filter without a network.\n";
 
 constexpr char kSurfaceNotes[] =
         "A device may have any ids, and any interfaces besides those that admit it. The\n"
@@ -93,7 +96,8 @@ constexpr char kSurfaceNotes[] =
 constexpr char kExplainNotes[] =
         "Each device with its verdict, the rule and its line, and what was looked at on\n"
         "the way. For a refusal: what would admit the device, and what else that would\n"
-        "admit. With --json an object a line. Options may be repeated.\n";
+        "admit. With --json an object a line, with --format html a page of its own, whose\n"
+        "table sorts and filters without a network. Options may be repeated.\n";
 
 constexpr char kTestNotes[] =
         "CASES is a JSON object with the members \"policy\" (a path from where CASES is)\n"
@@ -110,7 +114,8 @@ constexpr char kLearnNotes[] =
 
 constexpr char kCompletionNotes[] =
         "SHELL is bash, zsh or fish; man is the manual page's synopsis and commands.\n"
-        "For this shell only: . <(vusctl completion bash)\n";
+        "For this shell only: . <(vusctl completion bash), the same for zsh (behind\n"
+        "compinit), and vusctl completion fish | source\n";
 
 constexpr Option kUsbRecord = {"--usb", nullptr, "the USB device of that id"};
 constexpr Option kInputRecord = {"--input", nullptr, "the input device of that id"};
@@ -134,7 +139,7 @@ std::vector<Option> diff_options() {
     return std::vector<Option>{{"--devices", "LIST", "which of these are judged differently"},
                                {"--no-new-access", nullptr,
                                 "exit status 1 if NEW admits what OLD refuses"}} +
-           json();
+           report_options();
 }
 
 std::vector<Option> surface_options() {
@@ -229,7 +234,7 @@ std::vector<Command> workbench_rows() {
             {"policy", "surface", "FILE", 1, 1, surface_options(), "FILE",
              "which kernel drivers an admitted device can reach", kSurfaceNotes, show_surface},
             {"policy", "explain", "FILE", 1, 1,
-             device_source_options() + json() + device_options(), "FILE",
+             device_source_options() + report_options() + device_options(), "FILE",
              "why a policy admits or refuses devices", kExplainNotes, explain_policy},
             {"policy", "test", "CASES", 1, 1, test_options() + json(), "CASES",
              "do devices get the verdicts that they should?", kTestNotes, test_policy},

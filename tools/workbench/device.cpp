@@ -129,16 +129,22 @@ std::string idPair(int32_t vendor, int32_t product) {
     return StringPrintf("%04x:%04x", static_cast<uint32_t>(vendor), static_cast<uint32_t>(product));
 }
 
+std::string classesOf(const Device& device) {
+    const Claim& claim = device.claim;
+    if (device.type == DeviceType::kInput) {
+        return StringPrintf("0x%x", static_cast<uint32_t>(claim.deviceClass));
+    }
+    return claim.interfaceClasses.empty() ? "none" : joined(claim.interfaceClasses);
+}
+
 std::string describe(const Device& device) {
     const Claim& claim = device.claim;
     const bool input = device.type == DeviceType::kInput;
     std::string text = (input ? "input " : "usb ") + idPair(claim.vendorId, claim.productId);
-    if (input) {
-        text += StringPrintf(" sources 0x%x", static_cast<uint32_t>(claim.deviceClass));
-    } else if (claim.interfaceClasses.empty()) {
+    if (!input && claim.interfaceClasses.empty()) {
         text += " no interfaces";
     } else {
-        text += " interfaces " + joined(claim.interfaceClasses);
+        text += (input ? " sources " : " interfaces ") + classesOf(device);
     }
     if (device.vendorHid.value_or(false)) text += " vendor HID";
     return device.name.empty() ? text : text + " \"" + printable(device.name) + "\"";

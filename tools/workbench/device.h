@@ -46,6 +46,9 @@ Screening screeningOf(const Device& device);
 // "0951:1666"; ids beyond 16 bits with as many digits as they need.
 std::string idPair(int32_t vendor, int32_t product);
 
+// The classes of the interfaces, or the sources, as they are listed: "8,255", "none", "0x101".
+std::string classesOf(const Device& device);
+
 // For people, on one line, fit for a terminal: usb 0951:1666 interfaces 8,255 "Flash Disk"
 std::string describe(const Device& device);
 

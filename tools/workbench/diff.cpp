@@ -71,7 +71,16 @@ class Diff {
         });
     }
 
-    void write() const { options_.json ? writeJson() : writeText(); }
+    void write() const {
+        switch (options_.format) {
+            case ReportFormat::kText:
+                return writeText();
+            case ReportFormat::kJson:
+                return writeJson();
+            case ReportFormat::kHtml:
+                return writeHtml();
+        }
+    }
 
     bool admitsMore() const {
         return std::any_of(differences_.begin(), differences_.end(),
@@ -124,8 +133,7 @@ class Diff {
     }
 
     void writeDevices() const {
-        out_ << changed_.size() << " of " << known_ << " known device" << (known_ == 1 ? "" : "s")
-             << " judged differently" << (changed_.empty() ? "\n" : ":\n");
+        out_ << knownDevicesText() << (changed_.empty() ? "\n" : ":\n");
         for (const ChangedDevice& each : changed_) {
             const std::string verdict =
                     std::string("  ") + wordFor(each.verdicts.after.allowed) + " now: ";
@@ -166,6 +174,69 @@ class Diff {
         value["before"] = sideOf(verdicts.before);
         value["after"] = sideOf(verdicts.after);
         return value;
+    }
+
+    void writeHtml() const {
+        HtmlReport report(out_, "What changes from " + options_.before + " to " + options_.after);
+        if (differences_.empty()) {
+            report.paragraph("No device is judged differently.");
+        } else {
+            writeDifferences(&report);
+        }
+        if (options_.devices) {
+            report.paragraph(knownDevicesText());
+            if (!changed_.empty()) writeDevices(&report);
+        }
+        report.end();
+    }
+
+    void writeDifferences(HtmlReport* report) const {
+        report->beginTable("For every device that anybody could build",
+                           {{"Now", ColumnKind::kChoice},
+                            {"What", ColumnKind::kText},
+                            {"For example", ColumnKind::kText},
+                            {"Before", ColumnKind::kText},
+                            {"Now, because", ColumnKind::kText}});
+        for (const Difference& each : differences_) {
+            const Verdicts verdicts = confirmed(each);
+            report->row({nowCell(verdicts),
+                         {describe(each)},
+                         {describe(exampleOf(each.witness))},
+                         {reasonOf(verdicts.before)},
+                         {reasonOf(verdicts.after)}},
+                        rowClass(verdicts));
+        }
+        report->endTable();
+    }
+
+    void writeDevices(HtmlReport* report) const {
+        std::vector<HtmlColumn> columns = {{"Now", ColumnKind::kChoice}};
+        for (const HtmlColumn& each : deviceColumns()) columns.push_back(each);
+        columns.push_back({"Before", ColumnKind::kText});
+        columns.push_back({"Now, because", ColumnKind::kText});
+        report->beginTable("Known devices that are judged differently", columns);
+        for (const ChangedDevice& each : changed_) {
+            std::vector<HtmlCell> cells = {nowCell(each.verdicts)};
+            for (HtmlCell& cell : deviceCells(each.device)) cells.push_back(std::move(cell));
+            cells.push_back({reasonOf(each.verdicts.before)});
+            cells.push_back({reasonOf(each.verdicts.after)});
+            report->row(cells, rowClass(each.verdicts));
+        }
+        report->endTable();
+    }
+
+    static HtmlCell nowCell(const Verdicts& verdicts) {
+        return {wordFor(verdicts.after.allowed), "", {}, /*strong=*/true};
+    }
+
+    static const char* rowClass(const Verdicts& verdicts) {
+        return verdicts.after.allowed ? "allowed" : "refused";
+    }
+
+    // "1 of 5 known devices judged differently"
+    std::string knownDevicesText() const {
+        return std::to_string(changed_.size()) + " of " + std::to_string(known_) + " known device" +
+               (known_ == 1 ? "" : "s") + " judged differently";
     }
 
     const DiffOptions& options_;

@@ -8,6 +8,8 @@
 #include <ostream>
 #include <string>
 
+#include "tools/workbench/report.h"
+
 namespace android::vus::workbench {
 
 struct DiffOptions {
@@ -15,7 +17,7 @@ struct DiffOptions {
     std::string after;
     std::optional<std::string> devices;  // a list, or "-"
     bool noNewAccess = false;
-    bool json = false;
+    ReportFormat format = ReportFormat::kText;
 };
 
 // Returns the exit status.

@@ -173,15 +173,11 @@ class Remedies {
     std::vector<Remedy> found_;
 };
 
-const char* screeningText(Screening screening) {
-    return screening == Screening::kUnknown
-                   ? "nothing but HID interfaces: left to the input subsystem, which reports the "
-                     "keyboard, mouse or the like as an input device of its own. If it sends no "
-                     "input events (vendor HID), the policy decides, as follows:"
-                   : "nothing but HID interfaces: left to the input subsystem. The USB side "
-                     "answers "
-                     "\"no\", and switches nothing off; the keyboard, mouse or the like is judged "
-                     "as an input device of its own.";
+// The lines of a walk indent themselves; ids of ten digits are as long as they are.
+std::string walkLine(const std::string& line) {
+    constexpr size_t kIndent = 4;
+    if (kIndent + character_count(line) > kWidth) return wrapped(line, kIndent + 2, kWidth);
+    return std::string(kIndent, ' ') + line + "\n";
 }
 
 }  // namespace
@@ -238,6 +234,22 @@ Explanation Explainer::explain(const Device& device) const {
     return explanation;
 }
 
+std::string screeningText(Screening screening) {
+    switch (screening) {
+        case Screening::kJudged:
+            return "";
+        case Screening::kLeftToInput:
+            return "nothing but HID interfaces: left to the input subsystem. The USB side answers "
+                   "\"no\", and switches nothing off; the keyboard, mouse or the like is judged as "
+                   "an input device of its own.";
+        case Screening::kUnknown:
+            return "nothing but HID interfaces: left to the input subsystem, which reports the "
+                   "keyboard, mouse or the like as an input device of its own. If it sends no "
+                   "input events (vendor HID), the policy decides, as follows:";
+    }
+    return "";
+}
+
 std::string toText(const Explanation& explanation) {
     const Judgement& judgement = explanation.judgement;
     std::string text = shortened(describe(explanation.device), kWidth) + "\n";
@@ -251,7 +263,7 @@ std::string toText(const Explanation& explanation) {
     }
     text += "  " + shortened(verdict, kWidth - 2) + "\n";
     text += wrapped(printable(judgement.reason), 2, kWidth);
-    for (const std::string& line : explanation.walk) text += "    " + line + "\n";
+    for (const std::string& line : explanation.walk) text += walkLine(line);
     for (const Remedy& remedy : explanation.remedies) {
         text += wrapped("would be admitted: " + remedy.change, 2, kWidth);
         text += wrapped("and with it: " + remedy.also, 4, kWidth);

@@ -50,6 +50,9 @@ class Explainer {
     std::vector<int32_t> closed_vendors_;      // the vendors above it, ascending
 };
 
+// Why the policy is not asked, or perhaps not, in words; of a device that is judged, nothing.
+std::string screeningText(Screening screening);
+
 // For people, lines of at most 80 characters.
 std::string toText(const Explanation& explanation);
 Json::Value toJson(const Explanation& explanation);

@@ -132,7 +132,7 @@ TEST_F(DiffTest, PolicyThatIsNoneIsSaid) {
 }
 
 TEST_F(DiffTest, JsonHoldsAll) {
-    options_.json = true;
+    options_.format = ReportFormat::kJson;
     std::string rules;
     for (int product = 1; product <= 30; ++product) {
         rules += "<pid>" + std::to_string(product) + "</pid>";
@@ -150,9 +150,47 @@ TEST_F(DiffTest, JsonHoldsAll) {
     EXPECT_EQ(last["before"]["allowed"], false);
     EXPECT_EQ(last["after"]["allowed"], true);
     EXPECT_EQ(last["after"]["lines"][0], 2);
-    options_.json = false;
+    options_.format = ReportFormat::kText;
     Diff(whitelist(""), whitelist("<vid vendorid=\"5\">" + rules + "</vid>\n"));
     EXPECT_NE(out_.str().find("  and 10 more (--json has all)\n"), std::string::npos);
+}
+
+TEST_F(DiffTest, PageHasEachDifferenceAndEachKnownDevice) {
+    options_.format = ReportFormat::kHtml;
+    options_.devices = "/data/list.json";
+    WriteFile("/data/list.json",
+              "{\"deviceType\":0,\"vendorId\":2385,\"productId\":1,\"interfaceClassList\":[1],"
+              "\"deviceName\":\"<b>Headset</b>\"}\n"
+              "{\"deviceType\":0,\"vendorId\":2385,\"productId\":2,\"interfaceClassList\":[7]}\n");
+    std::string rules;
+    for (int product = 1; product <= 30; ++product) {
+        rules += "<vid vendorid=\"5\"><pid>" + std::to_string(product) + "</pid></vid>\n";
+    }
+    EXPECT_EQ(Diff(whitelist(rules), whitelist("<class>USB_CLASS_AUDIO</class>\n")), kClean);
+    const std::string page = out_.str();
+    EXPECT_NE(page.find("<title>What changes from /data/old.xml to /data/new.xml</title>"),
+              std::string::npos);
+    const auto count = [&page](const std::string& part) {
+        size_t found = 0;
+        for (size_t at = 0; (at = page.find(part, at)) != std::string::npos; ++at) ++found;
+        return found;
+    };
+    // A page has room for all.
+    EXPECT_EQ(count("<tr class=\"refused\"><td class=\"choice\"><strong>refused</strong></td>"),
+              30U);
+    EXPECT_EQ(count("<tr class=\"allowed\"><td class=\"choice\"><strong>admitted</strong></td>"),
+              2U);
+    EXPECT_EQ(count("<span>USB devices with the class USB_CLASS_AUDIO</span>"), 1U);
+    EXPECT_EQ(count("<p>1 of 2 known devices judged differently</p>"), 1U);
+    EXPECT_EQ(count("<span>&lt;b&gt;Headset&lt;/b&gt;</span>"), 1U);
+    EXPECT_EQ(count("<table>"), 2U);
+}
+
+TEST_F(DiffTest, PageOfNoDifferenceSaysSo) {
+    options_.format = ReportFormat::kHtml;
+    EXPECT_EQ(Diff(whitelist(""), whitelist("")), kClean);
+    EXPECT_NE(out_.str().find("<p>No device is judged differently.</p>\n</body>"),
+              std::string::npos);
 }
 
 }  // namespace

@@ -12,7 +12,9 @@
 namespace android::vus::ctl {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 constexpr char kPolicy[] =
         "<usbconfig mode=\"whitelist\">\n"
@@ -97,6 +99,46 @@ TEST_F(WorkbenchTest, ExplainSaysWhatIsWrong) {
     EXPECT_EQ(Run({"policy", "explain", "/data/policy.xml", "--list", "/data/list.json"}), kFailed);
     EXPECT_EQ(Err(), "vusctl: /data/list.json:2: expected an object, which begins with {\n");
     EXPECT_EQ(Run({"policy", "explain", "/data/policy.xml", "--vid", "0403"}), kUsage);
+}
+
+TEST_F(WorkbenchTest, ExplainWritesAPage) {
+    WriteFile("/data/list.json", std::string(kDisk) + "\n" + kKeyboard);
+    const Words call = {"policy",   "explain", "/data/policy.xml", "--list", "/data/list.json",
+                        "--format", "html"};
+    EXPECT_EQ(Run(call), kDone);
+    EXPECT_THAT(Out(), StartsWith("<!DOCTYPE html>"));
+    EXPECT_THAT(Out(), HasSubstr("<td class=\"number\" data-key=\"2\"><span>line 2</span></td>"));
+    EXPECT_THAT(Out(), EndsWith("<p>2 devices: 1 allowed, 0 refused, 1 left to the input "
+                                "subsystem</p>\n</body>\n</html>\n"));
+    EXPECT_EQ(Err(), "");
+    // What is cut off says so; of nothing there is no page.
+    WriteFile("/data/list.json", std::string(kDisk) + "\n?");
+    EXPECT_EQ(Run(call), kFailed);
+    EXPECT_THAT(Out(), HasSubstr("Not every device is here"));
+    EXPECT_THAT(Out(), EndsWith("</html>\n"));
+    WriteFile("/data/list.json", "?");
+    EXPECT_EQ(Run(call), kFailed);
+    EXPECT_EQ(Out(), "");
+    WriteFile("/data/list.json", "");
+    EXPECT_EQ(Run(call), kDone);
+    EXPECT_THAT(Out(), HasSubstr("<p>0 devices: 0 allowed"));
+}
+
+TEST_F(WorkbenchTest, FormatIsOneOfThree) {
+    const Words calls[] = {{"policy", "explain", "/data/policy.xml", "--vid", "1"},
+                           {"policy", "diff", "/data/policy.xml", "/data/policy.xml"}};
+    for (Words words : calls) {
+        words.insert(words.end(), {"--format", "pdf"});
+        EXPECT_EQ(Run(words), kUsage);
+        EXPECT_EQ(Err(), "vusctl: --format is text, json or html (vusctl --help tells more)\n");
+        EXPECT_EQ(Out(), "");
+        words.back() = "html";
+        EXPECT_EQ(Run(words), kDone);
+        EXPECT_THAT(Out(), StartsWith("<!DOCTYPE html>"));
+        words.back() = "json";
+        EXPECT_EQ(Run(words), kDone);
+        EXPECT_THAT(Out(), StartsWith("{"));
+    }
 }
 
 TEST_F(WorkbenchTest, TestTellsBothSidesOfAFailure) {

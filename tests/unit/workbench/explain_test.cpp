@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <sstream>
 #include <variant>
 
 #include "android/vus/class_names.h"
@@ -256,6 +257,17 @@ TEST(Explain, EveryRemedyAdmitsTheDeviceUnderTheWholePolicy) {
         }
     }
     EXPECT_GT(remedies, 1000u);
+}
+
+TEST(Explain, FitsTheScreenHoweverLongIdsAndLinesAre) {
+    const std::string policy = "<usbconfig mode=\"whitelist\">\n" + std::string(20000, '\n') +
+                               "<vid vendorid=\"2147483646\"><pid>1</pid></vid>\n"
+                               "<vid vendorid=\"2147483647\"/></usbconfig>";
+    const std::string text = Text(policy, Usb({8}, 2147483646, 2147483647));
+    EXPECT_THAT(text,
+                HasSubstr("because vendor 2147483647 (0x7fffffff), which is higher, is: line"));
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
 }
 
 }  // namespace
