@@ -21,7 +21,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3 python3-pytest
     gcovr clang-format blueprint-tools checkpolicy m4 llvm util-linux
     clang-tidy shellcheck python3-pyflakes python3-z3 libxml2-utils mandoc systemd
-    reuse
+    reuse chromium chromium-driver python3-selenium python3-pil zsh fish
     # to fetch and unpack libbinder's source and the device's packages
     dpkg-dev cpio xz-utils
     # to make and run the virtual device
@@ -66,7 +66,7 @@ main() {
     if [ "$(id -u)" -ne 0 ] && ! sudo -n true 2>/dev/null; then
         die "packages are missing, and installing them needs root; ask an administrator to run: apt-get update && apt-get install --no-install-recommends $missing"
     fi
-    need_disk 2500
+    need_disk 3000
     install_packages "$missing"
 }
 

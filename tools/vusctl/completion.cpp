@@ -163,7 +163,10 @@ std::string zsh_script() {
         script << "        " << quoted(command.path()) << ")\n            _arguments"
                << zsh_options(command) << " ;;\n";
     }
-    script << "    esac\n}\n_vusctl \"$@\"\n";
+    // As a file of the function's name, which is read when it is called, or read beforehand.
+    script << "    esac\n}\n"
+              "if [ \"$funcstack[1]\" = _vusctl ]; then\n    _vusctl \"$@\"\n"
+              "else\n    compdef _vusctl vusctl\nfi\n";
     return script.str();
 }
 
