@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads USB trees made of any bytes, judges and switches their interfaces, and prints them.
+// Reads USB trees made of any bytes, judges and switches their interfaces, and prints them; and has
+// the workbench record them.
 //
 // The input is a list of entries, one a line, below the USB devices directory:
 //   1-1/devnum=2$     a file; "$" stands for a line feed
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -27,6 +29,9 @@
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
 #include "fuzz/fuzzing.h"
+#include "tools/common/text.h"
+#include "tools/workbench/list.h"
+#include "tools/workbench/tree.h"
 
 namespace android::vus {
 namespace {
@@ -102,6 +107,28 @@ void CheckRecord(const Record& record) {
     Require(!UsbDevice::get_deviceid_data(id).empty());
 }
 
+// The workbench reads such trees, too: what it takes is fit for a terminal, and goes round.
+void CheckRecording() {
+    std::stringstream list;
+    std::vector<workbench::Device> devices;
+    const std::string error =
+            workbench::readTree(workbench::kLiveTree, [&](const workbench::Device& device) {
+                for (const std::string& text :
+                     {device.name, device.vendorName, device.productName, device.serial}) {
+                    Require(printable(text) == text);
+                }
+                workbench::writeDevice(list, device);
+                devices.push_back(device);
+            });
+    Require(error.empty());
+    size_t at = 0;
+    const std::string none =
+            workbench::readDevices(list, "list", [&](const workbench::Device& device) {
+                Require(at < devices.size() && device == devices[at++]);
+            });
+    Require(none.empty() && at == devices.size());
+}
+
 void CheckNothingIsLeft() {
     Require(UsbDevice::bus_list == nullptr);
     Require(UsbDevice::device_list.next == &UsbDevice::device_list);
@@ -119,6 +146,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace android::vus;  // NOLINT(google-build-using-namespace): the names under test
     MakeTree({reinterpret_cast<const char*>(data), size});
+    CheckRecording();
     UsbDevice::create_usb_device_map();
     CheckNothingIsLeft();
     const std::vector<Record> records = Map();
