@@ -85,7 +85,7 @@ def resident_memory(footprint):
 def judge(value, aim):
     if aim is None:
         return ""
-    return f"aim {aim:g}: {'met' if value <= aim else 'MISSED'}"
+    return f"aim {aim:,}: {'met' if value <= aim else 'MISSED'}"
 
 
 def report(times, memory):
