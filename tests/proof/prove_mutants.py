@@ -64,12 +64,19 @@ MUTANTS = [
 
 
 def commands(build):
-    """({file: how it is compiled, and where}, how the program is linked)"""
+    """({file: what is compiled for it, how, and where}, how the program is linked)"""
     compiled = {}
     for entry in json.loads((build / "compile_commands.json").read_text()):
         path = pathlib.Path(entry["directory"], entry["file"])
+        how = (shlex.split(entry["command"]), entry["directory"])
         if path.parent == WORKBENCH:
-            compiled[path.name] = (shlex.split(entry["command"]), entry["directory"])
+            compiled[path.name] = (f'#include "{path}"\n', *how)
+        elif "vus_workbench.dir" in str(path) and path.suffix == ".cxx":
+            # Some at a time: all of them come into one object.
+            together = path.read_text()
+            for each in WORKBENCH.glob("*.cpp"):
+                if f'"{each}"' in together:
+                    compiled[each.name] = (together, *how)
     linked = subprocess.run(["ninja", "-C", build, "-t", "commands", "-s", TARGET], check=True,
                             stdout=subprocess.PIPE, text=True).stdout.splitlines()[-1]
     return compiled, linked
@@ -87,10 +94,11 @@ def without(words, *flags):
 
 def make(build, directory, file, text):
     """A program in which `file` has another text."""
-    source, made = directory / file, directory / "object.o"
-    source.write_text(text)
+    mutant, source, made = directory / file, directory / "source.cxx", directory / "object.o"
+    mutant.write_text(text)
     compiled, linked = commands(build)
-    words, place = compiled[file]
+    original, words, place = compiled[file]
+    source.write_text(original.replace(f'"{WORKBENCH / file}"', f'"{mutant}"'))
     words = without(words, "-o", "-c", "-MF", "-MT", "-MQ")
     subprocess.run([*words, "-w", "-c", source, "-o", made], check=True, cwd=place)
     # In front of the library, whose own is then not taken.
