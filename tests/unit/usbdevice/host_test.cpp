@@ -489,10 +489,11 @@ TEST_F(HostTest, ManyUndocksLeaveNoThreadsAndNoMemory) {
     undock(20);
     ASSERT_EQ(wait_for_watchers(), alone);
     const size_t before = mapped();
-    undock(400);
+    undock(2000);
     EXPECT_EQ(wait_for_watchers(), alone);
-    // A thread that nobody joins or detaches keeps its stack, of 8 MB as a rule.
-    EXPECT_LT(mapped(), before + (size_t{256} << 20));
+    // A thread that nobody joins or detaches keeps its stack, of 8 MB as a rule; the heaps of a
+    // few that run side by side may stay, of 64 MB each.
+    EXPECT_LT(mapped(), before + (size_t{1} << 30));
 
     UsbDevice::usb_host_reset(1);
     UsbDevice::usb_host_reset(1);
