@@ -47,11 +47,16 @@ void CheckAll() {
         Require(status == 0 || status == 1 || status == 5);
         CheckOutput(out.str());
     }
-    for (const bool json : {false, true}) {
+    using workbench::ReportFormat;
+    for (const ReportFormat format :
+         {ReportFormat::kText, ReportFormat::kJson, ReportFormat::kHtml}) {
         std::ostringstream out, err;
-        const int status = workbench::runDiff({kOld, kNew, {}, true, json}, out, err);
+        const int status = workbench::runDiff({kOld, kNew, {}, true, format}, out, err);
         Require(status == 0 || status == 1);
         CheckOutput(out.str() + err.str());
+    }
+    for (const bool json : {false, true}) {
+        std::ostringstream out, err;
         workbench::runSurface({kOld, kAliases, {}, json}, out, err);
         CheckOutput(out.str() + err.str());
     }

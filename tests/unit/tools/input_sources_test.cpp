@@ -63,9 +63,9 @@ std::string NameOf(const testing::TestParamInfo<Case>& info) {
     return info.param.name;
 }
 
-class InputSources : public testing::TestWithParam<Case> {};
+class InputSourcesTest : public testing::TestWithParam<Case> {};
 
-TEST_P(InputSources, AreThePlatforms) {
+TEST_P(InputSourcesTest, AreThePlatforms) {
     EXPECT_EQ(SourcesOf(GetParam().device), GetParam().sources)
             << std::hex << SourcesOf(GetParam().device) << " and not " << GetParam().sources;
 }
@@ -133,7 +133,7 @@ const Case kCases[] = {
         {"KeyboardWithDial", {kKeyboardKeys + Axes(EV_REL, {REL_DIAL}), {}}, 0x400101},
 };
 
-INSTANTIATE_TEST_SUITE_P(Devices, InputSources, testing::ValuesIn(kCases), NameOf);
+INSTANTIATE_TEST_SUITE_P(Devices, InputSourcesTest, testing::ValuesIn(kCases), NameOf);
 
 }  // namespace
 }  // namespace android::vus
