@@ -28,6 +28,9 @@ place_of() {
     esac
 }
 
+# What a program loads when it needs it.
+declare -A loaded_by=([vusctl]=libcrypto.so.3)
+
 needed_by() { llvm_readelf --needed-libs "$@" | sed -n 's/^  *\([^ ]*\.so.*\)/\1/p' | sort -u; }
 
 # The tool's name carries a version where only clang-14 is installed.
@@ -46,9 +49,11 @@ find_library() {
 closure() {
     local todo=("$@") name path
     local -A seen=()
+    local loaded
+    loaded=$(for name in "$@"; do echo "${loaded_by[$name]:-}"; done)
     while [ ${#todo[@]} -gt 0 ]; do
         local next=()
-        for name in $(needed_by "${todo[@]}"); do
+        for name in $loaded $(needed_by "${todo[@]}"); do
             [ -z "${seen[$name]:-}" ] || continue
             path=$(find_library "$name")
             seen[$name]=$path

@@ -237,10 +237,10 @@ class Machine:
         data = base64.b64encode(text.encode()).decode()
         self.shell(f"echo {data} | base64 -d > {shlex.quote(path)}")
 
-    def wait_until(self, condition, seconds=15, what=None):
+    def wait_until(self, condition, seconds=60, what=None):
         """Waits until `condition` (a shell condition or a callable) holds; returns what it
         answered. Polls: the guest has no event for most of what is waited for. A question may be
-        long work for the emulated processor, which has as long again for what is waited for."""
+        long work for the emulated processor, which has some time for what is waited for, too."""
         deadline = time.monotonic() + seconds
         while True:
             asked = time.monotonic()
@@ -250,7 +250,7 @@ class Machine:
             answered = time.monotonic()
             if answered > deadline:
                 raise NotInTime(f"not within {seconds} s: {what or condition}")
-            time.sleep(max(0.02, answered - asked))
+            time.sleep(min(max(0.02, answered - asked), 0.2))
 
     # Devices.
 

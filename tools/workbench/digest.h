@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Hashes, by libcrypto, which is in Debian and in the Android tree.
+// Hashes, by libcrypto, which is in Debian and in the Android tree. It is loaded when one is asked
+// for; without it the process ends and says so.
 
 #pragma once
 
