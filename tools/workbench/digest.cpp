@@ -67,9 +67,9 @@ std::string KeyedHash::of(std::string_view text) const {
     Digest digest = {};
     unsigned int length = 0;
     const EVP_MD* const sha256 = fromLibrary<decltype(EVP_sha256)>("EVP_sha256")();
-    const auto* done = fromLibrary<decltype(HMAC)>("HMAC")(
-            sha256, key_.data(), static_cast<int>(key_.size()), bytesOf(text), text.size(),
-            digest.data(), &length);
+    const auto* done =
+            fromLibrary<decltype(HMAC)>("HMAC")(sha256, key_.data(), static_cast<int>(key_.size()),
+                                                bytesOf(text), text.size(), digest.data(), &length);
     // A text that was not hashed must not be shown for one that was.
     CHECK(done != nullptr && length == digest.size());
     std::string hash;
