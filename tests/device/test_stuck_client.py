@@ -4,7 +4,6 @@
 import json
 import re
 
-
 LOG = "/data/log/vusd.log"
 KINDS = ["webcam", "headset", "programmer", "displaylink"]
 PORTS = ["1", "3", "4", "5", "6", "7", "8"] + [f"2.{n}" for n in (1, 2, 3, 5, 6, 7, 8)] \
