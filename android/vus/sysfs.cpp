@@ -90,16 +90,12 @@ void read_link_name(int directory, const char* path, char (&name)[kSysfsNameSize
     if (slash != std::string_view::npos) copy_text(name, text.substr(slash + 1));
 }
 
-bool is_want_of_means(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
+unique_fd open_insistently(int directory, const char* path, int flags) {
+    return unique_fd(insistently([&] { return openat(directory, path, flags | O_CLOEXEC); }));
 }
 
-unique_fd open_insistently(int directory, const char* path, int flags) {
-    for (int attempt = 1;; ++attempt) {
-        unique_fd fd(openat(directory, path, flags | O_CLOEXEC));
-        if (fd.ok() || !is_want_of_means(errno) || attempt == kAttempts) return fd;
-        std::this_thread::sleep_for(kAttemptPause);
-    }
+bool write_insistently(const unique_fd& fd, char value) {
+    return insistently([&] { return write(fd.get(), &value, 1); }) == 1;
 }
 
 Patience::Patience(std::chrono::milliseconds limit)

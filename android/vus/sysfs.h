@@ -24,6 +24,7 @@
 
 #include <android-base/unique_fd.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/usbdevice.h"
 
 namespace android::vus::usb {
@@ -89,14 +90,10 @@ class Patience {
     timer_t timer_ = {};
 };
 
-// Whether `error` is that there were not enough descriptors or not enough memory: it may be over a
-// moment later.
-bool is_want_of_means(int error);
-// How often, and after which time each, it is then tried again: others give theirs back meanwhile.
-inline constexpr int kAttempts = 10;
-inline constexpr std::chrono::milliseconds kAttemptPause(10);
-// Opens `path` below `directory`, trying again if that is what fails it.
+// Opens `path` below `directory`, trying again for want of means.
 base::unique_fd open_insistently(int directory, const char* path, int flags);
+// Writes one character in the same way. Returns whether it was written; errno tells why not.
+bool write_insistently(const base::unique_fd& fd, char value);
 
 // Whether reading an attribute takes the device's lock.
 enum class Lock { kNone, kDevice };

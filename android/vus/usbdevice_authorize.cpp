@@ -78,7 +78,7 @@ bool write_authorized(int32_t id, const char* name, const char* path, char value
     }
     const unique_fd fd = interface.open_authorized(path);
     if (!fd.ok()) return report_authorization_failure("Unable to open the file");
-    if (write(fd.get(), &value, 1) != 1) {
+    if (!usb::write_insistently(fd, value)) {
         return report_authorization_failure("Error writing to sysfs file");
     }
     return true;

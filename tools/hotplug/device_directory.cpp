@@ -10,6 +10,7 @@
 #include <android-base/parseint.h>
 #include <android-base/strings.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 
 namespace android::vus::hotplug {
@@ -17,7 +18,7 @@ namespace android::vus::hotplug {
 namespace {
 
 bool write_all(int fd, const std::string& text) {
-    return TEMP_FAILURE_RETRY(write(fd, text.data(), text.size())) ==
+    return insistently([&] { return TEMP_FAILURE_RETRY(write(fd, text.data(), text.size())); }) ==
            static_cast<ssize_t>(text.size());
 }
 
@@ -28,30 +29,34 @@ bool has_gone(int error) {
 }
 
 bool write_attribute(const std::string& path, const std::string& text) {
-    const base::unique_fd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    const base::unique_fd fd(insistently([&] { return open(path.c_str(), O_WRONLY | O_CLOEXEC); }));
     return fd.ok() && write_all(fd.get(), text);
 }
 
 DeviceDirectory::DeviceDirectory(const Subject& device)
-      : fd_(open((std::string(kUsbDevicesDir) + "/" + device.name).c_str(),
-                 O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+      : fd_(insistently([&] {
+            return open((std::string(kUsbDevicesDir) + "/" + device.name).c_str(),
+                        O_PATH | O_DIRECTORY | O_CLOEXEC);
+        })) {
     if (device.number == 0 || read("busnum") * 1000 + read("devnum") != device.number) {
         fd_.reset();
     }
 }
 
 int DeviceDirectory::read(const std::string& name) const {
-    const base::unique_fd fd(openat(fd_.get(), name.c_str(), O_RDONLY | O_CLOEXEC));
     std::string text;
+    insistently([&] {
+        const base::unique_fd fd(openat(fd_.get(), name.c_str(), O_RDONLY | O_CLOEXEC));
+        return fd.ok() && base::ReadFdToString(fd.get(), &text) ? 0 : -1;
+    });
     int number = -1;
-    if (fd.ok() && base::ReadFdToString(fd.get(), &text)) {
-        (void)base::ParseInt(base::Trim(text), &number);
-    }
+    (void)base::ParseInt(base::Trim(text), &number);
     return number;
 }
 
 bool DeviceDirectory::write(const std::string& name, char value) const {
-    const base::unique_fd fd(openat(fd_.get(), name.c_str(), O_WRONLY | O_CLOEXEC));
+    const base::unique_fd fd(
+            insistently([&] { return openat(fd_.get(), name.c_str(), O_WRONLY | O_CLOEXEC); }));
     return fd.ok() && write_all(fd.get(), {value});
 }
 

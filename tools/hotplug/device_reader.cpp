@@ -14,6 +14,7 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 #include "tools/common/input_sources.h"
 #include "tools/hotplug/names.h"
@@ -24,21 +25,15 @@ namespace android::vus::hotplug {
 
 namespace {
 
-std::string device_attribute(const std::string& entry, const char* name) {
-    std::string value;
-    base::ReadFileToString(std::string(kUsbDevicesDir) + "/" + entry + "/" + name, &value);
-    return base::Trim(value);
-}
-
 int32_t hexadecimal(const std::string& entry, const char* name) {
-    return static_cast<int32_t>(strtol(device_attribute(entry, name).c_str(), nullptr, 16));
+    return static_cast<int32_t>(strtol(usb_attribute(entry, name).c_str(), nullptr, 16));
 }
 
 std::string usb_name(const std::string& entry) {
-    const std::string product = clean_name(device_attribute(entry, "product"));
-    return product.empty() ? device_attribute(entry, "idVendor") + ":" +
-                                     device_attribute(entry, "idProduct")
-                           : product;
+    const std::string product = clean_name(usb_attribute(entry, "product"));
+    return product.empty()
+                   ? usb_attribute(entry, "idVendor") + ":" + usb_attribute(entry, "idProduct")
+                   : product;
 }
 
 DeviceInfo usb_identity(const Subject& device) {
@@ -123,7 +118,8 @@ Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
 
 Sighting read_input_device(const std::string& input, const std::string& event) {
     const std::string node = std::string(kInputNodesDir) + "/" + event;
-    const base::unique_fd fd(open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const base::unique_fd fd(
+            insistently([&] { return open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
     libevdev* opened = nullptr;
     if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) return {};
     const Evdev device(opened, libevdev_free);

@@ -4,6 +4,7 @@
 
 #include <ctype.h>
 #include <dirent.h>
+#include <errno.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
@@ -13,6 +14,7 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 #include "tools/hotplug/subject.h"
 
@@ -24,25 +26,30 @@ std::string path_of(const std::string& entry) {
     return std::string(kUsbDevicesDir) + "/" + entry;
 }
 
-// Empty if there is none; no attribute that is there is empty.
-std::string attribute(const std::string& entry, const char* name) {
-    std::string value;
-    base::ReadFileToString(path_of(entry) + "/" + name, &value);
-    return base::Trim(value);
-}
-
 int32_t number(const std::string& text, int base) {
     return static_cast<int32_t>(strtol(text.c_str(), nullptr, base));
 }
 
 bool exists(const std::string& path) {
     struct stat status;
-    return stat(path.c_str(), &status) == 0;
+    return insistently([&] { return stat(path.c_str(), &status); }) == 0;
+}
+
+// False if the listing failed before its end.
+bool list(const std::string& path, std::vector<std::string>* names) {
+    names->clear();
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    if (directory == nullptr) return false;
+    errno = 0;
+    while (const dirent* item = readdir(directory.get())) names->emplace_back(item->d_name);
+    return errno == 0;
 }
 
 std::string driver_of(const std::string& path) {
     std::string target;
-    return base::Readlink(path + "/driver", &target) ? base::Basename(target) : "";
+    const bool is_bound =
+            insistently([&] { return base::Readlink(path + "/driver", &target) ? 0 : -1; }) == 0;
+    return is_bound ? base::Basename(target) : "";
 }
 
 std::vector<HidDevice> hid_devices_of(const std::string& interface) {
@@ -66,12 +73,17 @@ bool has_hid(const UsbInterface& interface, bool (*is_such)(const HidDevice&)) {
 }  // namespace
 
 std::vector<std::string> directory_entries(const std::string& path) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
     std::vector<std::string> names;
-    if (directory == nullptr) return names;
-    while (const dirent* item = readdir(directory.get())) names.emplace_back(item->d_name);
+    insistently([&] { return list(path, &names) ? 0 : -1; });
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string usb_attribute(const std::string& entry, const char* name) {
+    std::string value;
+    const std::string path = path_of(entry) + "/" + name;
+    insistently([&] { return base::ReadFileToString(path, &value) ? 0 : -1; });
+    return base::Trim(value);
 }
 
 bool is_hid_name(const std::string& name) {
@@ -87,11 +99,11 @@ std::vector<UsbInterface> read_interfaces(const std::string& device) {
     std::vector<UsbInterface> interfaces;
     for (const std::string& name : directory_entries(path_of(device))) {
         if (!base::StartsWith(name, device + ":")) continue;
-        const std::string code = attribute(name, "bInterfaceClass");
+        const std::string code = usb_attribute(name, "bInterfaceClass");
         if (code.empty()) continue;  // gone since it was listed
-        interfaces.push_back({name, number(attribute(name, "bInterfaceNumber"), 16),
+        interfaces.push_back({name, number(usb_attribute(name, "bInterfaceNumber"), 16),
                               number(code, 16), driver_of(path_of(name)),
-                              attribute(name, "authorized") != "0", hid_devices_of(name)});
+                              usb_attribute(name, "authorized") != "0", hid_devices_of(name)});
     }
     std::sort(interfaces.begin(), interfaces.end(),
               [](const UsbInterface& one, const UsbInterface& other) {
@@ -101,12 +113,12 @@ std::vector<UsbInterface> read_interfaces(const std::string& device) {
 }
 
 void wait_until_configured(const std::string& device) {
-    attribute(device, "bNumInterfaces");
+    usb_attribute(device, "bNumInterfaces");
 }
 
 int32_t usb_number(const std::string& device) {
-    const int32_t of_device = number(attribute(device, "devnum"), 10);
-    return of_device == 0 ? 0 : number(attribute(device, "busnum"), 10) * 1000 + of_device;
+    const int32_t of_device = number(usb_attribute(device, "devnum"), 10);
+    return of_device == 0 ? 0 : number(usb_attribute(device, "busnum"), 10) * 1000 + of_device;
 }
 
 int32_t reported_class(const UsbInterface& interface) {

@@ -39,6 +39,10 @@ struct UsbInterface {
 // have colons, too.
 bool is_hid_name(const std::string& name);
 
+// An attribute of a device's or an interface's entry, without its line end. Empty if there is none:
+// no attribute that is there is empty.
+std::string usb_attribute(const std::string& entry, const char* name);
+
 // The names in a directory, in their order; none if there is no such directory.
 std::vector<std::string> directory_entries(const std::string& path);
 

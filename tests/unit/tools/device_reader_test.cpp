@@ -5,11 +5,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <errno.h>
+
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
 
+#include "tests/support/faulty_call.h"
 #include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
+#include "tools/hotplug/sysfs_switches.h"
 #include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
@@ -35,6 +42,12 @@ class DeviceReaderTest : public testing::Test {
 
     static std::optional<DeviceInfo> ReadUsb(const std::string& entry) {
         return read_usb_device({entry, usb_number(entry)}).info;
+    }
+
+    // Whatever a device is judged by.
+    static auto AllOf(const DeviceInfo& info) {
+        return std::tie(info.deviceName, info.deviceId, info.deviceClass, info.interfaceClassList,
+                        info.vendorId, info.productId, info.deviceType);
     }
 
     std::optional<UsbTree> tree_;
@@ -181,6 +194,48 @@ TEST_F(DeviceReaderTest, InputNodeThatIsNoEventNodeIsNothing) {
     WriteFile("/dev/input/event3", "not a device");
     EXPECT_FALSE(read_input_device("input5", "event3").info);
     RemoveTree("/dev/input");
+}
+
+// A device of which something could not be read would be another device: one of no vendor, or one
+// with fewer interfaces, which stays on.
+TEST_F(DeviceReaderTest, WithoutMeansForAMomentADeviceIsReadAsItIs) {
+    tree_->AddDevice("2-1", CompositeDock(), 17);
+    const Subject dock = {"2-1", usb_number("2-1")};
+    const Sighting whole = read_usb_device(dock);
+    ASSERT_TRUE(whole.info);
+    for (const int error : {EMFILE, ENOMEM}) {
+        int n = 0;
+        std::optional<int> failed;
+        do {
+            SCOPED_TRACE("call " + std::to_string(++n) + ": " + strerror(error));
+            Sighting seen;
+            failed = FaultyCall::run(n, error, [&] { seen = read_usb_device(dock); });
+            ASSERT_TRUE(seen.info);
+            EXPECT_EQ(AllOf(*seen.info), AllOf(*whole.info));
+            EXPECT_EQ(seen.layout, whole.layout);
+            EXPECT_EQ(seen.shape, whole.shape);
+            EXPECT_EQ(seen.settled, whole.settled);
+        } while (failed && !HasFailure());
+        EXPECT_GT(n, 50);
+    }
+}
+
+TEST_F(DeviceReaderTest, WithoutMeansForAMomentADeviceIsSwitchedOff) {
+    int n = 0;
+    std::optional<int> failed;
+    do {
+        SCOPED_TRACE("call " + std::to_string(++n));
+        tree_.emplace();
+        tree_->AddDevice("2-1", FlashDrive(), 17);
+        const Subject drive = {"2-1", usb_number("2-1")};
+        std::vector<std::string> complaints;
+        SysfsSwitches switches(
+                [&](const std::string& complaint) { complaints.push_back(complaint); });
+        failed = FaultyCall::run(n, EMFILE, [&] { switches.close_interfaces(drive); });
+        EXPECT_EQ(ReadFile(UsbPath("2-1:1.0", "authorized")).substr(0, 1), "0");
+        EXPECT_THAT(complaints, IsEmpty());
+    } while (failed && !HasFailure());
+    EXPECT_GT(n, 10);
 }
 
 }  // namespace
