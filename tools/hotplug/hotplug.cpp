@@ -2,7 +2,6 @@
 
 #include "tools/hotplug/hotplug.h"
 
-#include <errno.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -11,7 +10,6 @@
 #include <chrono>
 
 #include <android-base/file.h>
-#include <android-base/parseint.h>
 #include <binder/IInterface.h>
 
 #include "tools/hotplug/device_reader.h"
@@ -24,41 +22,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// HID devices before input devices: a record of the latter goes with the former.
-constexpr const char* kSubsystems[] = {"usb", "hid", "input"};
-// Only heard of, by who holds back what a driver may have come for.
-constexpr char kDrivers[] = "drivers";
-
 // How often the service manager is asked while the daemon is away, and never otherwise.
 constexpr milliseconds kServiceRetry(100);
-// A burst of events (a hub with everything on it) should not be lost.
-constexpr int kMonitorBufferBytes = 4 << 20;
-
-using Device = std::unique_ptr<udev_device, udev_device* (*)(udev_device*)>;
-using Enumeration = std::unique_ptr<udev_enumerate, udev_enumerate* (*)(udev_enumerate*)>;
-
-std::string text(const char* value) {
-    return value == nullptr ? "" : value;
-}
-
-// The kernel's events of USB devices have it, of interfaces not.
-int32_t number_in(udev_device* event) {
-    const auto value = [event](const char* name) {
-        int number = 0;
-        (void)base::ParseInt(text(udev_device_get_property_value(event, name)), &number);
-        return number;
-    };
-    return value("DEVNUM") == 0 ? 0 : value("BUSNUM") * 1000 + value("DEVNUM");
-}
-
-Event event_of(udev_device* device) {
-    Event event = {text(udev_device_get_action(device)), text(udev_device_get_subsystem(device)),
-                   text(udev_device_get_syspath(device)), number_in(device)};
-    if (event.number == 0 && event.action != "remove") {
-        event.number = usb_number(base::Basename(event.path));
-    }
-    return event;
-}
 
 Tracker::Actions actions_of(Reporter* reporter) {
     return {[reporter](const Subject& device, Ask when) {
@@ -81,8 +46,6 @@ Tracker::Actions actions_of(Reporter* reporter) {
 Hotplug::Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner,
                  Gate* gate)
       : find_(std::move(find)),
-        udev_(udev_new(), udev_unref),
-        monitor_(nullptr, udev_monitor_unref),
         gate_(gate),
         wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
         reporter_(switches, waking(std::move(manner))),
@@ -110,13 +73,13 @@ bool Hotplug::run_once(std::string* why_not) {
 
 bool Hotplug::run(int stop_fd) {
     // Before the first look around, so that nothing that appears meanwhile is missed.
-    if (!listen()) return false;
+    if (!events_.open()) return false;
     if (gate_ != nullptr) gate_->shut();
     std::string why_not;
     // Hubs are let in without anybody's word.
     if (!connect(&why_not) && gate_ != nullptr) report_present(Ask::kAlways);
     while (true) {
-        pollfd sources[] = {{udev_monitor_get_fd(monitor_.get()), POLLIN, 0},
+        pollfd sources[] = {{events_.fd(), POLLIN, 0},
                             {death_notice_->fd(), POLLIN, 0},
                             {stop_fd, POLLIN, 0},
                             {wake_.get(), POLLIN, 0}};
@@ -129,20 +92,6 @@ bool Hotplug::run(int stop_fd) {
         reporter_.lose_patience(Reporter::Clock::now());
         follow_service();
     }
-}
-
-bool Hotplug::listen() {
-    monitor_.reset(udev_monitor_new_from_netlink(udev_.get(), "kernel"));
-    if (monitor_ == nullptr) return false;
-    udev_monitor* const monitor = monitor_.get();
-    for (const char* subsystem : kSubsystems) {
-        udev_monitor_filter_add_match_subsystem_devtype(monitor, subsystem, nullptr);
-    }
-    if (gate_ != nullptr) {
-        udev_monitor_filter_add_match_subsystem_devtype(monitor, kDrivers, nullptr);
-    }
-    udev_monitor_set_receive_buffer_size(monitor, kMonitorBufferBytes);
-    return udev_monitor_enable_receiving(monitor) >= 0;
 }
 
 // Connects to the daemon if it is there, and tells it of everything that is present.
@@ -163,7 +112,9 @@ bool Hotplug::connect(std::string* why_not) {
 
 void Hotplug::report_present(Ask when) {
     Present present;
-    for (const char* subsystem : kSubsystems) report_present_of(subsystem, when, &present);
+    for (const char* subsystem : kReportedSubsystems) {
+        report_present_of(subsystem, when, &present);
+    }
     if (gate_ != nullptr) {
         for (const std::string& behind : gate_->keep_only(present.keys)) {
             reporter_.hid_removed(behind);
@@ -173,15 +124,8 @@ void Hotplug::report_present(Ask when) {
     reporter_.keep_only(present);
 }
 
-// Goes by the paths alone: asking libudev for more would read files that the kernel keeps from us
-// as long as it is busy with a device.
 void Hotplug::report_present_of(const char* subsystem, Ask when, Present* present) {
-    const Enumeration enumeration(udev_enumerate_new(udev_.get()), udev_enumerate_unref);
-    udev_enumerate_add_match_subsystem(enumeration.get(), subsystem);
-    udev_enumerate_scan_devices(enumeration.get());
-    udev_list_entry* item = nullptr;
-    udev_list_entry_foreach(item, udev_enumerate_get_list_entry(enumeration.get())) {
-        const std::string path = udev_list_entry_get_name(item);
+    for (const std::string& path : present_devices(subsystem)) {
         const std::string key =
                 tracker_.found({"", subsystem, path, usb_number(base::Basename(path))}, when);
         if (key.empty()) continue;
@@ -203,21 +147,25 @@ int Hotplug::timeout_ms() const {
     return wait == milliseconds::max() ? -1 : static_cast<int>(wait.count());
 }
 
+void Hotplug::handle_event(Event* event) {
+    if (event->number == 0 && event->action != "remove") {
+        event->number = usb_number(base::Basename(event->path));
+    }
+    tracker_.handle(*event, Tracker::Clock::now());
+}
+
 // One message a call of poll() would do, but poll() costs as much as a message.
 void Hotplug::handle_events() {
+    using Heard = UeventSocket::Heard;
     bool lost = false;
+    Event event;
     while (true) {
-        const Device device(udev_monitor_receive_device(monitor_.get()), udev_device_unref);
-        if (device != nullptr) {
-            tracker_.handle(event_of(device.get()), Tracker::Clock::now());
-        } else if (errno == ENOBUFS) {
-            // The kernel had no room for an event, which may have been anything. What it had room
-            // for is heard first: nothing older than what is present may be heard afterwards.
-            lost = true;
-        } else if (errno != EINTR) {
-            lost |= errno != EAGAIN;  // one could not be read
-            break;
-        }
+        const Heard heard = events_.hear(&event);
+        if (heard == Heard::kEvent) handle_event(&event);
+        // It may have been anything. What the kernel had room for is heard first: nothing older
+        // than what is present may be heard afterwards.
+        lost |= heard == Heard::kLost || heard == Heard::kFailed;
+        if (heard == Heard::kNothing || heard == Heard::kFailed) break;
     }
     if (lost) report_present(Ask::kIfChanged);
 }

@@ -22,7 +22,6 @@
 
 #include <android-base/unique_fd.h>
 #include <binder/IBinder.h>
-#include <libudev.h>
 
 #include "tools/common/death_notice.h"
 #include "tools/common/service_finder.h"
@@ -30,6 +29,7 @@
 #include "tools/hotplug/reporter.h"
 #include "tools/hotplug/switches.h"
 #include "tools/hotplug/tracker.h"
+#include "tools/hotplug/uevents.h"
 
 namespace android::vus::hotplug {
 
@@ -49,21 +49,17 @@ class Hotplug {
     bool run(int stop_fd);
 
   private:
-    using Udev = std::unique_ptr<udev, udev* (*)(udev*)>;
-    using Monitor = std::unique_ptr<udev_monitor, udev_monitor* (*)(udev_monitor*)>;
-
     Reporter::Manner waking(Reporter::Manner manner) const;
-    bool listen();
     bool connect(std::string* why_not);
     void report_present(Ask when);
     void report_present_of(const char* subsystem, Ask when, Present* present);
     int timeout_ms() const;
     void handle_events();
+    void handle_event(Event* event);
     void follow_service();
 
     const std::function<FoundService()> find_;
-    Udev udev_;
-    Monitor monitor_;
+    UeventSocket events_;
     Gate* const gate_;
     const base::unique_fd wake_;  // the loop; the reporter's threads use it
     Reporter reporter_;

@@ -10,7 +10,6 @@
 #include <sys/eventfd.h>
 #include <time.h>
 
-#include <filesystem>
 #include <future>
 #include <optional>
 #include <thread>
@@ -33,17 +32,12 @@ constexpr char kController[] = "/devices/platform/soc/a800000.ssusb/xhci-hcd.1.a
 
 class HotplugTest : public testing::Test {
   protected:
-    static void SetUpTestSuite() {
-        // libudev takes only a real sysfs otherwise.
-        setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
-        private_network_ = EnterPrivateNetwork();
-    }
+    static void SetUpTestSuite() { private_network_ = EnterPrivateNetwork(); }
 
     void SetUp() override {
         if (!private_network_) GTEST_SKIP() << "the kernel allows no network namespace";
         EmptyWorld();
         tree_.emplace();
-        MakeDir("/sys/class");
         fake_->note_lists = false;
     }
 
@@ -52,18 +46,10 @@ class HotplugTest : public testing::Test {
     // A disk without its interface: what the kernel announces first.
     void AddDevice(const std::string& entry, int number) {
         tree_->AddDevice(entry, {0x0951, 0x1666, "", ""}, number);
-        Describe(entry, "usb_device");
     }
 
     void AddInterface(const std::string& entry, int number, int32_t code) {
         tree_->AddInterface(entry, number, {code});
-        Describe(entry + ":1." + std::to_string(number), "usb_interface");
-    }
-
-    // What libudev looks for.
-    static void Describe(const std::string& entry, const std::string& type) {
-        WriteFile(UsbPath(entry, "uevent"), "DEVTYPE=" + type + "\n");
-        std::filesystem::create_directory_symlink("/sys/bus/usb", UsbPath(entry, "subsystem"));
     }
 
     void RemoveDevice(const std::string& entry) { tree_->Remove(entry); }

@@ -58,4 +58,19 @@ void SendEvent(const std::string& action, const std::string& path, const std::st
     ASSERT_EQ(AnswerOf(socket.get()), 0);
 }
 
+void ForgeEvent(const std::string& path, uint32_t port, uint32_t group) {
+    const base::unique_fd socket(
+            ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
+    ASSERT_TRUE(socket.ok()) << strerror(errno);
+    const std::string message = MessageOf("bind", path, "usb");
+    sockaddr_nl listener = {};
+    listener.nl_family = AF_NETLINK;
+    listener.nl_pid = port;
+    listener.nl_groups = group;
+    ASSERT_EQ(sendto(socket.get(), message.data(), message.size(), 0,
+                     reinterpret_cast<const sockaddr*>(&listener), sizeof(listener)),
+              static_cast<ssize_t>(message.size()))
+            << strerror(errno);
+}
+
 }  // namespace android::vus

@@ -5,6 +5,8 @@
 
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 namespace android::vus {
@@ -15,5 +17,8 @@ bool EnterPrivateNetwork();
 
 // `path` is the device's below /sys. Fails the test if the kernel does not take the event.
 void SendEvent(const std::string& action, const std::string& path, const std::string& subsystem);
+
+// The same message, but not through the kernel: to one listener's port, or to all of a group.
+void ForgeEvent(const std::string& path, uint32_t port, uint32_t group);
 
 }  // namespace android::vus
