@@ -37,9 +37,13 @@ def run(command):
 def minimise(program, corpus):
     """Puts the fewest inputs that reach what all of the corpus reaches in its place."""
     fewest = corpus.with_name(corpus.name + ".fewest")
+    # Written by one process and read by another, each in a private root: it has to be in the tree.
+    control = corpus.with_name(corpus.name + ".merge")
     shutil.rmtree(fewest, ignore_errors=True)
+    control.unlink(missing_ok=True)
     fewest.mkdir()
-    status, _ = run([program, SILENT, "-merge=1", str(fewest), str(corpus)])
+    status, _ = run([program, SILENT, "-merge=1", f"-merge_control_file={control}", str(fewest), str(corpus)])
+    control.unlink(missing_ok=True)
     if status != 0 or not any(fewest.iterdir()):
         shutil.rmtree(fewest)
         return False
@@ -61,10 +65,12 @@ def main():
         str(program), f"-max_total_time={int(minutes) * 60}", SILENT, f"-dict={corpus}.dict",
         f"-artifact_prefix={tree}/{name}-", "-print_final_stats=1", str(corpus)])
     runs = last_number(r"stat::number_of_executed_units:\s*(\d+)", text)
+    found = "a finding" if status else "no finding"
     if status == 0 and not minimise(str(program), corpus):
+        found = "the inputs could not be minimised"
         status = 1
     print(f"figures: {name}: {runs} inputs in {time.monotonic() - begun:.0f} s, {last_number(r'cov: ([0-9]+)', text)} "
-          f"edges, {len(list(corpus.iterdir()))} inputs kept, {'a finding' if status else 'no finding'}")
+          f"edges, {len(list(corpus.iterdir()))} inputs kept, {found}")
     return 1 if status or runs == 0 else 0
 
 
