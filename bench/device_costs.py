@@ -9,6 +9,7 @@ TABLE is one of:
   held-up  the time from a device's arrival in the kernel to the write that switches it off, beside
            devices and clients that do not answer
 
+Both are the daemon's own: without the gate, by which a device is off before anybody decides.
 DIR is an image that device/build.sh made, of this checkout if none is given: a table of another
 commit is had by building that one's. Times are the guest's: processor time as its scheduler counts
 it, moments by probes in its kernel. Emulated, and so much the longer the more the host does beside
@@ -26,7 +27,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
 
-from vdev import CATALOG, NotInTime, Probe, ready_machine, machine as vdev_machine  # noqa: E402
+from vdev import CATALOG, NO_GATE, NotInTime, Probe, ready_machine, machine as vdev_machine  # noqa: E402
 from vdev.catalog import RedirDevice  # noqa: E402
 from vdev.usbredir import INTERRUPT_IN, VENDOR_PAGE, Description, Interface  # noqa: E402
 
@@ -122,7 +123,7 @@ def plug_cost(machine, daemon):
 
 @contextlib.contextmanager
 def with_others(count):
-    with ready_machine() as machine:
+    with ready_machine(NO_GATE) as machine:
         set_policy(machine, f'<usbconfig mode="blacklist"><vid vendorid="{ADAPTER_VENDOR}"/></usbconfig>')
         attach_others(machine, count)
         yield machine
@@ -224,7 +225,7 @@ SITUATIONS = {
 
 def held_up_once(situation):
     """Milliseconds until a refused serial adapter on another bus is switched off; infinite for never."""
-    with ready_machine() as machine:
+    with ready_machine(NO_GATE) as machine:
         set_policy(machine, f'<usbconfig mode="blacklist"><vid vendorid="{GADGET_VENDOR}"/></usbconfig>')
         moments = Moments(machine)
         SITUATIONS[situation](machine)

@@ -20,7 +20,7 @@ vus_hotplug and busybox; the logs are in /data/log. Beside these:
   help, exit
 
 Ports 1 to 8; port 2 has a hub (2.1 to 2.8), its port 4 another (2.4.1 to 2.4.8). For a start:
-plug disk 3, vusctl list, devices.
+plug disk 3, vusctl list, devices. A device has no driver before its verdict.
 """
 
 

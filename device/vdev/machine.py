@@ -26,12 +26,16 @@ EMULATOR = "qemu-system-aarch64"
 HARDWARE = (
     "-M", "virt,acpi=off,gic-version=2", "-cpu", "cortex-a57", "-accel", "tcg", "-m", "256",
     "-nodefaults", "-display", "none", "-monitor", "none", "-no-reboot",
-    "-append", "console=ttyAMA0 quiet panic=-1 cryptomgr.notests",
     "-device", "virtio-serial-pci,romfile=", "-device", "virtserialport,chardev=agent,name=agent",
     "-device", "qemu-xhci,id=xhci,p2=8,p3=8,addr=0x8",
     "-device", "usb-hub,id=hub2,bus=xhci.0,port=2",
     "-device", "usb-hub,id=hub24,bus=xhci.0,port=2.4",
 )
+KERNEL_COMMAND_LINE = "console=ttyAMA0 quiet panic=-1 cryptomgr.notests"
+# How the component that reports devices is started: holding each back until its verdict.
+GATE = "--gate"
+# The old way, in which what is refused has its drivers until the verdict.
+NO_GATE = "--gate=off"
 
 
 class MachineError(Exception):
@@ -84,11 +88,13 @@ class Machine:
     """The hubs: port 2 of the super-speed controller (bus 1) has one, and its port 4 another,
     so that a device can be plugged at 1-2.4.1."""
 
-    def __init__(self, prompt_socket=None, state=None):
-        """With `state`, a file that save() wrote for the same image, it goes on from there."""
+    def __init__(self, prompt_socket=None, state=None, reporter=GATE):
+        """With `state`, a file that save() wrote for the same image, it goes on from there. Otherwise
+        it boots, and starts the component that reports devices with the options `reporter`."""
         self._dir = Path(tempfile.mkdtemp(prefix="vus-device."))
         self._prompt_socket = prompt_socket
         self._state = state
+        self._reporter = reporter
         self._process = None
         self._pending = b""
         self._plugged = {}
@@ -114,6 +120,7 @@ class Machine:
             EMULATOR, *HARDWARE,
             "-kernel", str(IMAGE_DIR / "Image"), "-dtb", str(IMAGE_DIR / "soc.dtb"),
             "-initrd", str(IMAGE_DIR / "device.cpio"),
+            "-append", f'{KERNEL_COMMAND_LINE} reporter="{self._reporter}"',
             "-serial", f"file:{self._dir}/console",
             "-qmp", f"unix:{self._dir}/qmp,server=on,wait=off",
             "-chardev", f"socket,id=agent,path={self._dir}/agent,server=on,wait=off",

@@ -2,7 +2,7 @@
 """A machine in which the service answers, in a fraction of the time that a boot takes.
 
 The first one of an image boots, and leaves its state beside the image; all others go on from
-there. Each is as fresh as if it had booted: nothing that one does reaches another.
+there. So does the first one in which the component that reports devices is started otherwise. Each is as fresh as if it had booted: nothing that one does reaches another.
 """
 
 import fcntl
@@ -10,35 +10,47 @@ import hashlib
 import subprocess
 
 from . import machine as machines
-from .machine import EMULATOR, HARDWARE, Machine, check_image
+from .machine import EMULATOR, GATE, HARDWARE, KERNEL_COMMAND_LINE, Machine, check_image
 
 
 def wait_for_service(machine):
     machine.wait_until("vusctl list >/dev/null 2>&1", what="the service")
 
 
-def ready_machine():
-    """A Machine, not entered yet."""
-    return Machine(state=_state())
+def wait_for_gate(machine):
+    """Until the door is shut, at every bus."""
+    switches = ("/sys/bus/usb/drivers_autoprobe /sys/bus/hid/drivers_autoprobe "
+                "/sys/bus/usb/devices/usb*/interface_authorized_default")
+    machine.wait_until(f"! cat {switches} | grep -q 1", what="the gate")
 
 
-def _state():
+def ready_machine(reporter=GATE):
+    """A Machine, not entered yet, in which the component that reports devices runs with those
+    options."""
+    return Machine(state=_state(reporter), reporter=reporter)
+
+
+def _state(reporter):
     """The state of the image's machine, made now if there is none or the image is another one."""
     check_image()
     with open(machines.IMAGE_DIR / ".state.lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)  # of several at once, one boots
-        path = machines.IMAGE_DIR / f"state-{_key()}"
-        if not path.exists():
-            for old in machines.IMAGE_DIR.glob("state-*"):
+        key = _key()
+        for old in machines.IMAGE_DIR.glob("state-*"):
+            if not old.name.startswith(f"state-{key}"):
                 old.unlink()
-            _make(path)
+        path = machines.IMAGE_DIR / f"state-{key}{reporter.replace(' ', '')}"
+        if not path.exists():
+            _make(path, reporter)
         return path
 
 
-def _make(path):
+def _make(path, reporter):
     unfinished = path.with_name(f".{path.name}")
-    with Machine() as machine:
+    with Machine(reporter=reporter) as machine:
         wait_for_service(machine)
+        if GATE in reporter.split():
+            wait_for_gate(machine)
         machine.save(unfinished)
     unfinished.rename(path)
 
@@ -48,5 +60,5 @@ def _key():
     files = [(name, (machines.IMAGE_DIR / name).stat()) for name in ("Image", "soc.dtb", "device.cpio")]
     parts = [f"{name} {found.st_size} {found.st_mtime_ns}" for name, found in files]
     parts += [subprocess.run([EMULATOR, "--version"], check=True, capture_output=True, text=True).stdout]
-    parts += HARDWARE
+    parts += [*HARDWARE, KERNEL_COMMAND_LINE]
     return hashlib.sha256("\n".join(parts).encode()).hexdigest()[:16]

@@ -9,12 +9,14 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "device"))
 
-from vdev import CATALOG, Probe, ready_machine  # noqa: E402
+from vdev import CATALOG, GATE, Probe, ready_machine  # noqa: E402
 from vdev.probe import SOC, SYSFS  # noqa: E402
 
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "soak: half an hour at random; ./test soak")
+    config.addinivalue_line("markers", "reporter(options): how the component that reports devices is started; "
+                                       "without it, with the gate")
 
 
 class Device:
@@ -103,6 +105,7 @@ def pytest_runtest_makereport(item, call):
 
 
 @pytest.fixture
-def device():
-    with ready_machine() as machine:
+def device(request):
+    marker = request.node.get_closest_marker("reporter")
+    with ready_machine(*(marker.args if marker else (GATE,))) as machine:
         yield Device(machine)

@@ -4,6 +4,7 @@
 import pytest
 
 from conftest import policy
+from vdev import NO_GATE
 from vdev.probe import BACKUP, POLICY
 
 VIDEO = "<class>USB_CLASS_VIDEO</class>"
@@ -74,6 +75,7 @@ def test_devices_are_judged_again_by_the_new_daemon(device):
     device.probe.judged_input("Keyboard")
 
 
+@pytest.mark.reporter(NO_GATE)
 def test_killed_in_the_middle_of_a_decision(device):
     """The daemon waits for a device that does not answer, and is killed meanwhile."""
     device.start_stuck_decision()

@@ -3,6 +3,7 @@
 
 import pytest
 
+from vdev import NO_GATE
 from vdev.probe import SYSFS
 
 STORAGE = "<class>USB_CLASS_MASS_STORAGE</class>"
@@ -60,6 +61,8 @@ def test_what_a_refused_device_brought_is_gone(device, kind, port, entry, functi
     assert_switched_off(device, entry)
 
 
+# Before it is an input device, the gate asks nobody on the USB side.
+@pytest.mark.reporter(NO_GATE)
 def test_a_keyboard_is_left_to_the_input_side(device):
     device.set_policy(KEYBOARD)
     device.plug("keyboard", "1")
@@ -70,6 +73,8 @@ def test_a_keyboard_is_left_to_the_input_side(device):
     assert device.probe.authorized("1-1") == ["1"]
 
 
+# Behind the gate its interface is off until it is allowed.
+@pytest.mark.reporter(NO_GATE)
 def test_a_refused_input_device_is_not_switched_off_as_a_usb_device(device):
     device.set_policy(STORAGE)
     device.plug("mouse", "1")
@@ -148,6 +153,8 @@ def test_hostile_strings_do_no_harm(device):
     assert "\x1b" not in table and len(table.splitlines()) == 2
 
 
+# Behind the gate it is asked about twice: held, and as what it becomes.
+@pytest.mark.reporter(NO_GATE)
 def test_automation_allows_everything_and_lists_nothing(device):
     device.set_policy(STORAGE)
     device.machine.shell("setprop ro.config.device.vus_automation 1")

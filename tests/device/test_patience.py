@@ -7,11 +7,14 @@ import time
 
 import pytest
 from conftest import SYSFS, policy
+from vdev import NO_GATE
 
 # Far below the 20 s for which the kernel keeps the silent device's attributes.
 AT_ONCE = 5
 
 
+# While a driver waits for a device, the kernel locks it: behind the gate a refused one has no driver.
+@pytest.mark.reporter(NO_GATE)
 def test_a_silent_device_holds_up_nobody_else(device):
     # On another bus: the kernel itself handles nothing on the silent one's hub meanwhile.
     device.plug("serial")
@@ -34,6 +37,7 @@ def plug_silent(device, port):
     device.machine.wait_until(f"[ -e {SYSFS}/1-{port}:1.0 ]")
 
 
+@pytest.mark.reporter(NO_GATE)
 @pytest.mark.parametrize("ports", [["5"], ["2.4.1", "2.1", "5"]], ids=["one", "behind-each-other"])
 def test_a_refusal_waits_for_no_silent_device(device, ports):
     """Behind hubs, the hubs are locked as well: the kernel is busy with what hangs on them."""

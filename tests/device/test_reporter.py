@@ -1,11 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
 """The reporter believes nothing: not what a device claims, not that it stays what it was, not that
-its driver was there in time, that somebody answers, or that it heard everything."""
+its driver was there in time, that somebody answers, or that it heard everything. Without the gate,
+behind which a refused device has no driver to begin with (see test_gate.py)."""
+
+import pytest
 
 from conftest import policy
-from vdev import RedirDevice
+from vdev import NO_GATE, RedirDevice
 from vdev.probe import POLICY, SYSFS
 from vdev.usbredir import Description, Endpoint, Interface
+
+pytestmark = pytest.mark.reporter(NO_GATE)
 
 STORAGE = "<class>USB_CLASS_MASS_STORAGE</class>"
 KEYBOARD = "<class>AINPUT_SOURCE_KEYBOARD</class>"

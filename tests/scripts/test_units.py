@@ -88,9 +88,11 @@ def test_the_daemons_steps_are_in_order():
                      ["ExecStart", "/usr/libexec/vus/vusd"]]
 
 
-def test_the_gate_is_closed_while_the_daemon_is_away():
+def test_the_gate_is_shut_and_stays_so_while_the_daemon_is_away():
     text = lines("vus-hotplug.service")
-    assert "ExecStart=/usr/sbin/vus_hotplug --fail-closed" in text
+    assert "ExecStart=/usr/sbin/vus_hotplug --gate --fail-closed" in text
+    # By which a HID interface is asked what it is.
+    assert "DeviceAllow=char-usb_device rw" in text
     assert not any(line.startswith(("Requires=", "BindsTo=")) and "vusd" in line for line in text)
 
 
@@ -127,6 +129,7 @@ class Sysfs:
             (top / name).mkdir(parents=True)
         for bus in ("usb", "hid"):
             (top / "bus" / bus / "drivers_probe").write_text("")
+            (top / "bus" / bus / "drivers_autoprobe").write_text("0\n")
 
     def usb(self, name, authorized, driver=True):
         folder = self.top / "bus" / "usb" / "devices" / name
@@ -135,6 +138,13 @@ class Sysfs:
         if driver:
             (folder / "driver").mkdir()
         return folder / "authorized"
+
+    def root_hub(self, name, default):
+        folder = self.top / "bus" / "usb" / "devices" / name
+        folder.mkdir()
+        (folder / "interface_authorized_default").write_text(f"{default}\n")
+        (folder / "driver").mkdir()
+        return folder / "interface_authorized_default"
 
     def input(self, name, inhibited):
         folder = self.top / "class" / "input" / name
@@ -173,6 +183,23 @@ def test_door_opens_what_is_closed(sysfs):
     assert [path.read_text() for path in (device, interface, key)] == ["1\n", "1\n", "0\n"]
     assert sysfs.probed("usb") == "1-2:1.0\n"
     assert sysfs.probed("hid") == "0003:046D:C31C.0001\n"
+
+
+def test_door_no_longer_holds_what_comes(sysfs):
+    """What a gate has left behind."""
+    defaults = [sysfs.root_hub("usb1", 0), sysfs.root_hub("usb2", 1)]
+    result = open_door(sysfs)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+    assert [path.read_text() for path in defaults] == ["1\n", "1\n"]
+    switches = [sysfs.top / "bus" / bus / "drivers_autoprobe" for bus in ("usb", "hid")]
+    assert [path.read_text() for path in switches] == ["1\n", "1\n"]
+
+
+def test_door_configures_what_waits_at_a_gate(sysfs):
+    """Without a driver a device has no interfaces: it goes before them."""
+    (sysfs.usb("1-2", 1, driver=False).parent / "bConfigurationValue").write_text("\n")
+    assert open_door(sysfs).returncode == 0
+    assert sysfs.probed("usb") == "1-2\n"
 
 
 def test_door_leaves_alone_what_is_open(sysfs):

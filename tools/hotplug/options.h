@@ -21,7 +21,7 @@ struct Options {
 };
 
 inline constexpr char kUsage[] =
-        "usage: vus_hotplug [--gate] [--once] [--fail-closed] [--verbose]\n"
+        "usage: vus_hotplug [--gate[=keep|off]] [--once] [--fail-closed] [--verbose]\n"
         "       vus_hotplug --open\n"
         "\n"
         "Reports USB and input devices to the vus daemon as the kernel finds and loses them,\n"
@@ -32,7 +32,8 @@ inline constexpr char kUsage[] =
         "\n"
         "  --gate         hold back each new device until its verdict, so that a refused one "
         "never\n"
-        "                 has a driver; the door stays shut when vus_hotplug ends\n"
+        "                 has a driver; the door stays shut when vus_hotplug ends (keep). off,\n"
+        "                 the default: drivers first, and what is refused loses them\n"
         "  --open         open that door, and let in everything that is held\n"
         "  --once         judge the devices that are present, and exit\n"
         "  --fail-closed  switch off what comes while the daemon is away, until it is back\n"
