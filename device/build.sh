@@ -21,7 +21,7 @@ memory_mb=256
 modules=(
     virtio_pci virtio_console binder_linux evdev
     xhci-pci usbhid hid-generic usb-storage sd_mod cdc_ether rndis_host cdc_acm ftdi_sio
-    dummy_hcd libcomposite usb_f_acm usb_f_ecm usb_f_mass_storage usb_f_hid
+    uhid dummy_hcd libcomposite usb_f_acm usb_f_ecm usb_f_mass_storage usb_f_hid
 )
 
 stamp_of() { cat "$@" 2>/dev/null | sha256sum | cut -c 1-16; }

@@ -14,6 +14,8 @@
 //    device, judged by the sources that are foreseen, or its vendor's own.
 //  - What the preview foresees to be allowed is let in, and the daemon is asked about what it has
 //    become. About what is not, the daemon is asked while it is held, and has the last word.
+//  - An input device that was let in, and that the preview foresees to be refused by now, is held
+//    from then on as if it came. What else has drivers loses them by the daemon's word alone.
 //  - An input device of a USB device is let in through HID's own driver only. Where that one does
 //    not take it, it is no input device, and is judged as its vendor's own.
 //  - A HID device of another bus shows no descriptor before it has a driver. Where its vendor and
@@ -28,6 +30,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -82,6 +85,8 @@ class Gate : public Switches {
     Admission admit(const Subject& device, bool anybody_there);
     // The same of a HID device of no USB device's own interface.
     Admission admit_hid(const std::string& hid_device);
+    // What the daemon said before is of another policy.
+    void policy_changed();
     // The daemon has answered: about a USB device, or about what is held of an input device.
     void answered(const Subject& subject, bool allowed);
     // It has gone. Answers behind what inputs were held.
@@ -111,6 +116,7 @@ class Gate : public Switches {
         Mutex mutex;  // held while something is let in or shut out
         std::optional<Identity> identity GUARDED_BY(mutex);
         std::string layout GUARDED_BY(mutex);
+        int policy GUARDED_BY(mutex) = 0;                             // under which it was said
         std::optional<bool> said GUARDED_BY(mutex);                   // by the daemon
         std::map<std::string, bool> said_of_input GUARDED_BY(mutex);  // by interface
         // By interface; nothing for one that is no HID in truth.
@@ -123,6 +129,7 @@ class Gate : public Switches {
         UsbInterface interface;
         Kind kind;
         bool wanted = false;
+        bool refused = false;         // an input device: for sure
         int32_t refused_sources = 0;  // of an input device, for which it is not
     };
 
@@ -143,7 +150,7 @@ class Gate : public Switches {
     bool bind_part(const Part& part, State* state) REQUIRES(state->mutex);
     void probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)
             REQUIRES(state->mutex);
-    void shut_parts(const Subject& device, const std::vector<Part>& parts);
+    void shut_parts(const Subject& device, std::vector<Part>* parts);
     void hold_inputs(const Subject& device, const Identity& identity,
                      const std::vector<Part>& parts, Admission* admission);
     bool is_refused(const std::string& hid_device);
@@ -153,6 +160,7 @@ class Gate : public Switches {
     Switches* const switches_;
     Preview* const preview_;
     const std::function<void(const std::string&)> notice_;
+    std::atomic<int> policies_{0};  // how many there have been
     Mutex mutex_;
     std::map<std::string, SharedState> states_ GUARDED_BY(mutex_);  // by the device's key
     std::set<const char*> open_ GUARDED_BY(mutex_);                 // buses that could not be shut

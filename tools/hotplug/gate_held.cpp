@@ -5,6 +5,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -46,6 +47,13 @@ int32_t hexadecimal_after(const std::string& name, char letter, size_t nth) {
                    : static_cast<int32_t>(strtol(name.c_str() + at + 1, nullptr, 16));
 }
 
+// Whether it is an input device already, which is judged by itself.
+bool is_one(const UsbInterface& interface) {
+    const std::vector<HidDevice>& hid_devices = interface.hid_devices;
+    return std::any_of(hid_devices.begin(), hid_devices.end(),
+                       [](const HidDevice& one) { return one.has_driver; });
+}
+
 Identity hid_identity(const std::string& hid_device, std::string label) {
     Identity identity;
     identity.deviceName = std::move(label);
@@ -61,7 +69,9 @@ void Gate::hold_inputs(const Subject& device, const Identity& identity,
     std::set<std::string> behind;
     const MutexLock lock(mutex_);
     for (const Part& part : parts) {
-        if (part.wanted || part.kind != Kind::kInput || admission->held) continue;
+        if (part.wanted || part.kind != Kind::kInput || admission->held || is_one(part.interface)) {
+            continue;
+        }
         HeldInput held = held_input(kFirstHeldOfUsb + device.number * kMostInterfaces +
                                             part.interface.number,
                                     part.interface.name, identity, part.refused_sources);
@@ -104,6 +114,12 @@ Admission Gate::admit_hid(const std::string& hid_device) {
     }
     system_->probe_hid(hid_device);
     return admission;
+}
+
+void Gate::policy_changed() {
+    ++policies_;
+    const MutexLock lock(mutex_);
+    said_of_hid_.clear();
 }
 
 void Gate::answered(const Subject& subject, bool allowed) {

@@ -16,12 +16,17 @@ Admission Gate::let_in(const Subject& device, State* state) {
     if (!state->identity) state->identity = system_->identity(device);
     if (!state->identity) return admission;
     const Identity& identity = *state->identity;
+    if (state->policy != policies_) {
+        state->policy = policies_;
+        state->said.reset();
+        state->said_of_input.clear();
+    }
     std::vector<Part> parts;
     do {
         parts = parts_of(device, state);
         admission.held = !judge_parts(identity, state, &parts);
     } while (!bind_parts(device, state, parts));
-    shut_parts(device, parts);
+    shut_parts(device, &parts);
     for (const Part& part : parts) {
         if (part.kind == Kind::kVendorHid) admission.vendor.insert(part.interface.name);
     }
@@ -119,15 +124,18 @@ void Gate::judge_input(const Identity& identity, State* state, Part* part) {
     const auto said = state->said_of_input.find(part->interface.name);
     for (const HidApplication& application : nature->second->applications) {
         if (application.sources == 0) continue;
-        const bool allowed =
-                preview_->of({application.sources, {}, identity.vendorId, identity.productId}) ==
-                Foreseen::kAllowed;
+        const Foreseen foreseen =
+                preview_->of({application.sources, {}, identity.vendorId, identity.productId});
+        const bool allowed = foreseen == Foreseen::kAllowed;
+        part->refused |= foreseen == Foreseen::kRefused;
         if (part->refused_sources == 0 || (part->wanted && !allowed)) {
             part->refused_sources = application.sources;
         }
         part->wanted &= allowed;
     }
-    if (said != state->said_of_input.end()) part->wanted = said->second;
+    if (said == state->said_of_input.end()) return;
+    part->wanted = said->second;
+    part->refused = !said->second;
 }
 
 // All of them are on before the first has its driver: one that serves two needs both.
@@ -179,12 +187,14 @@ void Gate::probe_hid_devices_of(const Subject& device, State* state,
     }
 }
 
-void Gate::shut_parts(const Subject& device, const std::vector<Part>& parts) {
-    for (const Part& part : parts) {
-        if (part.wanted || !part.interface.authorized || system_->has_driver(part.interface.name)) {
-            continue;
-        }
-        system_->authorize(device, part.interface.name, false);
+void Gate::shut_parts(const Subject& device, std::vector<Part>* parts) {
+    for (Part& part : *parts) {
+        UsbInterface& interface = part.interface;
+        if (part.wanted || !interface.authorized) continue;
+        if (!part.refused && system_->has_driver(interface.name)) continue;
+        system_->authorize(device, interface.name, false);
+        interface.driver.clear();
+        interface.hid_devices.clear();
     }
 }
 

@@ -23,11 +23,22 @@ void report_inputs(const Admission& admission, Reporter* reporter) {
     }
 }
 
+void judge_what_was_bound(const Subject& device, Reporter* reporter) {
+    const auto look = [&] {
+        const Sighting seen = read_usb_device(device);
+        return seen.bare ? Sighting() : seen;
+    };
+    reporter->judge_here(device, look, Ask::kFoundAlone);
+}
+
 // Nobody's answer is waited for while the device is let in: that takes the device's time.
 void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* reporter) {
     const bool anybody_there = reporter->has_service();
     const Admission admission = gate->admit(device, anybody_there);
-    if (!anybody_there) return;
+    if (!anybody_there) {
+        if (when == Ask::kFoundAlone) judge_what_was_bound(device, reporter);
+        return;
+    }
     report_inputs(admission, reporter);
     if (!admission.identity) return;
     const auto look = [&] {
@@ -58,8 +69,10 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
     actions.judge_usb = [gate, reporter](const Subject& device, Ask when) {
         reporter->run(device, [=] { let_in_and_judge(device, when, gate, reporter); });
     };
-    actions.judge_input = [gate, reporter](const std::string& input, const std::string& event) {
-        reporter->judge({input}, [=] { return read_input(input, event, gate); });
+    actions.judge_input = [gate, reporter](const std::string& input, const std::string& event,
+                                           Ask when) {
+        reporter->judge(
+                {input}, [=] { return read_input(input, event, gate); }, when);
     };
     actions.removed = [gate, reporter](const Subject& device) {
         if (device.is_usb()) {

@@ -24,15 +24,19 @@ using std::chrono::milliseconds;
 
 // How often the service manager is asked while the daemon is away, and never otherwise.
 constexpr milliseconds kServiceRetry(100);
+// How long a policy is waited for that is rewritten several times in a row.
+constexpr milliseconds kRewriteTime(50);
+// After a new policy the daemon has a board reset its controllers, one after the other.
+constexpr milliseconds kResetTime(1500);
 
 Tracker::Actions actions_of(Reporter* reporter) {
     return {[reporter](const Subject& device, Ask when) {
                 reporter->judge(
                         device, [device] { return read_usb_device(device); }, when);
             },
-            [reporter](const std::string& input, const std::string& event) {
-                reporter->judge({input},
-                                [input, event] { return read_input_device(input, event); });
+            [reporter](const std::string& input, const std::string& event, Ask when) {
+                reporter->judge(
+                        {input}, [input, event] { return read_input_device(input, event); }, when);
             },
             [reporter](const Subject& device) { reporter->removed(device); },
             [reporter](const Subject& device) {
@@ -76,13 +80,13 @@ bool Hotplug::run(int stop_fd) {
     if (!events_.open()) return false;
     if (gate_ != nullptr) gate_->shut();
     std::string why_not;
-    // Hubs are let in without anybody's word.
-    if (!connect(&why_not) && gate_ != nullptr) report_present(Ask::kAlways);
+    if (!connect(&why_not)) report_present(Ask::kFoundAlone);
     while (true) {
         pollfd sources[] = {{events_.fd(), POLLIN, 0},
                             {death_notice_->fd(), POLLIN, 0},
                             {stop_fd, POLLIN, 0},
-                            {wake_.get(), POLLIN, 0}};
+                            {wake_.get(), POLLIN, 0},
+                            {policy_watch_.fd(), POLLIN, 0}};
         poll(sources, std::size(sources), timeout_ms());
         if (sources[2].revents != 0) return true;
         if (sources[0].revents != 0) handle_events();
@@ -91,6 +95,7 @@ bool Hotplug::run(int stop_fd) {
         tracker_.judge_overdue(Tracker::Clock::now());
         reporter_.lose_patience(Reporter::Clock::now());
         follow_service();
+        follow_policy(Tracker::Clock::now());
     }
 }
 
@@ -105,6 +110,8 @@ bool Hotplug::connect(std::string* why_not) {
         return false;
     }
     service_ = binder;
+    policy_watch_.watch();
+    ask_again_at_.reset();
     reporter_.set_service(found.service);
     report_present(Ask::kAlways);
     return true;
@@ -139,7 +146,8 @@ void Hotplug::report_present_of(const char* subsystem, Ask when, Present* presen
 // -1, which is for ever, while no device settles and the daemon is there.
 int Hotplug::timeout_ms() const {
     auto wait = service_ == nullptr ? kServiceRetry : milliseconds::max();
-    for (const auto& deadline : {tracker_.next_deadline(), reporter_.next_deadline()}) {
+    for (const auto& deadline :
+         {tracker_.next_deadline(), reporter_.next_deadline(), ask_again_at_}) {
         if (!deadline) continue;
         const auto left = std::chrono::ceil<milliseconds>(*deadline - Tracker::Clock::now());
         wait = std::min(wait, std::max(left, milliseconds(0)));
@@ -177,6 +185,19 @@ void Hotplug::follow_service() {
     }
     std::string why_not;
     if (service_ == nullptr) connect(&why_not);
+}
+
+// From now on everything that comes is asked about under the new policy. What does not come anew,
+// because no board has reset its controller, is asked about when that is over.
+void Hotplug::follow_policy(Tracker::Clock::time_point now) {
+    if (policy_watch_.taken() && service_ != nullptr) {
+        reporter_.policy_changed();
+        if (gate_ != nullptr) gate_->policy_changed();
+        ask_again_at_ = now + (board_resets_controllers() ? kResetTime : kRewriteTime);
+    }
+    if (!ask_again_at_ || now < *ask_again_at_) return;
+    ask_again_at_.reset();
+    report_present(Ask::kIfChanged);
 }
 
 }  // namespace android::vus::hotplug

@@ -6,7 +6,8 @@
 // settled, input devices, and removals to the daemon. When the daemon goes it waits for it to come
 // back, and then reports everything that is present, because a new daemon knows of nothing. When
 // the kernel had more events than it could deliver, everything present is compared with what is
-// known.
+// known. So it is when the daemon has put another policy in force: nothing that is attached keeps
+// the verdict of the one before.
 //
 // With a gate, devices are held back until they are judged; see gate.h.
 //
@@ -18,6 +19,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <android-base/unique_fd.h>
@@ -26,6 +28,7 @@
 #include "tools/common/death_notice.h"
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/gate.h"
+#include "tools/hotplug/policy_watch.h"
 #include "tools/hotplug/reporter.h"
 #include "tools/hotplug/switches.h"
 #include "tools/hotplug/tracker.h"
@@ -57,6 +60,7 @@ class Hotplug {
     void handle_events();
     void handle_event(Event* event);
     void follow_service();
+    void follow_policy(Tracker::Clock::time_point now);
 
     const std::function<FoundService()> find_;
     UeventSocket events_;
@@ -66,6 +70,8 @@ class Hotplug {
     Tracker tracker_;
     sp<IBinder> service_;  // null while the daemon is away
     sp<DeathNotice> death_notice_;
+    PolicyWatch policy_watch_;
+    std::optional<Tracker::Clock::time_point> ask_again_at_;  // about everything present
 };
 
 }  // namespace android::vus::hotplug

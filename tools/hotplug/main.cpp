@@ -25,6 +25,7 @@
 namespace {
 
 using android::base::unique_fd;
+using android::vus::DeviceInfo;
 using android::vus::hotplug::Gate;
 using android::vus::hotplug::Hotplug;
 using android::vus::hotplug::kUsage;
@@ -64,6 +65,14 @@ void follow_gate(Gate* gate, Reporter::Manner* manner) {
     };
 }
 
+// Of what was there before the reporter, while the daemon is away.
+void follow_policy(PolicyPreview* preview, Reporter::Manner* manner) {
+    manner->refuses = [preview](const DeviceInfo& info) {
+        return preview->refuses(
+                {info.deviceClass, info.interfaceClassList, info.vendorId, info.productId});
+    };
+}
+
 int open_the_door() {
     SysfsSwitches switches(say);
     SysfsGate kernel;
@@ -85,6 +94,7 @@ int run(const Options& options) {
     manner.fail_closed = options.fail_closed;
     if (options.verbose) manner.report = print_line;
     manner.notice = say;
+    if (options.fail_closed) follow_policy(&preview, &manner);
     if (options.gate) follow_gate(&gate, &manner);
     Switches* const used = options.gate ? static_cast<Switches*>(&gate) : &switches;
     Hotplug hotplug(android::vus::find_service, used, manner, options.gate ? &gate : nullptr);

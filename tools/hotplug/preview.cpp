@@ -22,6 +22,15 @@ Foreseen PolicyPreview::of(const Claim& claim) {
     return allowed ? Foreseen::kAllowed : Foreseen::kRefused;
 }
 
+bool PolicyPreview::refuses(const Claim& claim) {
+    const MutexLock lock(mutex_);
+    for (File* file : {&policy_, &backup_}) {
+        const Policy* const policy = file->read();
+        if (policy != nullptr && !judge(claim, PolicyRules(*policy)).allowed) return true;
+    }
+    return false;
+}
+
 const Policy* PolicyPreview::File::read() {
     PolicyText read = read_policy_text(path_);
     if (!read.ok()) return nullptr;

@@ -34,6 +34,8 @@ class Preview {
 class PolicyPreview : public Preview {
   public:
     Foreseen of(const Claim& claim) override;
+    // Whether any of the two that is a policy refuses it.
+    bool refuses(const Claim& claim);
 
   private:
     class File {

@@ -85,6 +85,11 @@ void Reporter::set_service(const sp<IVUsbService>& service) {
     session_ = service == nullptr ? nullptr : std::make_shared<Session>(service);
 }
 
+void Reporter::policy_changed() {
+    const MutexLock lock(mutex_);
+    if (session_ != nullptr) session_ = session_->under_another_policy();
+}
+
 void Reporter::judge(const Subject& device, Read read, Ask when) {
     const SharedSession present = session();
     if (present == nullptr) {
@@ -174,7 +179,7 @@ void Reporter::compare_list(const SharedSession& session, const Present& present
                 gone.subject = {is_usb ? "-" : key, is_usb ? record->deviceId : 0};
                 gone.told = session;
                 gone.seen.info = record;
-                if (record_of(gone.subject).told != session) tell_removed(session, gone);
+                if (!knows(session, record_of(gone.subject))) tell_removed(session, gone);
             }
         });
     }
@@ -212,7 +217,8 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     const Record known = record_of(device);
     if (seen.info && seen.bare) recall(session, known, &seen);
     if (needs_no_answer(session, known, seen, when)) return;
-    if (session != nullptr && known.told == session && !is_same(known.seen, seen)) {
+    const bool outdated = known.told != session && known.verdict != Verdict::kElsewhere;
+    if (knows(session, known) && (outdated || !is_same(known.seen, seen))) {
         tell_removed(session, known);
     }
     if (!seen.info) {
@@ -221,11 +227,24 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
         return;
     }
     if (session == nullptr) {
-        if (known.verdict == Verdict::kNone) hold_silent(device, "the daemon is away");
+        close_unasked(known, *seen.info, when);
         return;
     }
     remove_stale(session.get(), device, *seen.info);
     ask_service(session, device, seen);
+}
+
+void Reporter::close_unasked(const Record& known, const DeviceInfo& info, Ask when) {
+    if (known.verdict != Verdict::kNone) return;
+    if (when != Ask::kFoundAlone) {
+        hold_silent(known.subject, "the daemon is away");
+        return;
+    }
+    // What may be nothing but input devices is judged as those.
+    const bool is_question = info.deviceType != kUsbType || !is_hid(info);
+    if (is_question && manner_.refuses && manner_.refuses(info)) {
+        hold_silent(known.subject, "the daemon is away, and the policy refuses it");
+    }
 }
 
 // A device that is off does not show what it is: it is what it was when it was refused. That is
@@ -332,12 +351,17 @@ void Reporter::forget(const SharedSession& session, const Subject& device) {
         const MutexLock lock(mutex_);
         records_.erase(device.key());
     }
-    if (session != nullptr && known.told == session) tell_removed(session, known);
+    if (knows(session, known)) tell_removed(session, known);
 }
 
 void Reporter::tell_removed(const SharedSession& session, const Record& record) {
     const binder::Status status = session->service().updateDeviceList(*record.seen.info, kRemoved);
     print(record.subject, *record.seen.info, status.isOk() ? "removed" : "unanswered");
+}
+
+// Whether the session's daemon was told of the device, under whatever policy.
+bool Reporter::knows(const SharedSession& session, const Record& record) {
+    return session != nullptr && record.told != nullptr && record.told->is_with_daemon_of(*session);
 }
 
 // The daemon may have a record of the device from an earlier reporter, or of another one that had

@@ -17,8 +17,9 @@
 //    is what it was, or a gate has let it in by the policy. So is the daemon's absence, if it was
 //    asked for ("fail closed"), for devices that come meanwhile.
 //  - Whatever was switched off here, or held back by a gate, is switched on by a "yes".
-//  - The daemon keeps the first record of an id. So a device that has become another one is
-//    reported as removed first, and so is what an earlier reporter told it and is true no more.
+//  - The daemon keeps the first record of an id. So a device that has become another one, or that
+//    is asked about under another policy, is reported as removed first, and so is what an earlier
+//    reporter told it and is true no more.
 //
 // Thread-safe.
 
@@ -44,7 +45,11 @@
 namespace android::vus::hotplug {
 
 // Whether a device of which nothing has changed is asked about again.
-enum class Ask { kAlways, kIfChanged };
+enum class Ask {
+    kAlways,
+    kIfChanged,
+    kFoundAlone,  // it was there before the reporter, and there is nobody to be asked
+};
 
 // What is there.
 struct Present {
@@ -65,6 +70,9 @@ class Reporter {
         Print notice;  // gets a line for what is switched without, or against, an answer
         // Hears each verdict before it is followed, if it is set.
         std::function<void(const Subject& device, bool allowed)> answered = nullptr;
+        // Whether the policy refuses the device, as far as anybody can tell while the daemon is
+        // away. What was there before is closed for that, if this is set, and left alone else.
+        std::function<bool(const DeviceInfo& info)> refuses = nullptr;
         // Called when next_deadline() may have changed on another thread, if it is set.
         std::function<void()> wake = nullptr;
     };
@@ -76,6 +84,9 @@ class Reporter {
     // new service must be told of everything. A report that waits in a lane is still made to the
     // service that was there when it was asked for.
     void set_service(const sp<IVUsbService>& service);
+
+    // The service has another policy: what was answered before is to be asked again.
+    void policy_changed();
 
     // Asks for the device's verdict, and sees to it.
     void judge(const Subject& device, Read read, Ask when = Ask::kAlways);
@@ -150,6 +161,8 @@ class Reporter {
     void let_go(const SharedSession& session, const Subject& device);
     void forget(const SharedSession& session, const Subject& device);
     void tell_removed(const SharedSession& session, const Record& record);
+    static bool knows(const SharedSession& session, const Record& record);
+    void close_unasked(const Record& known, const DeviceInfo& info, Ask when);
     void remove_stale(Session* session, const Subject& device, const DeviceInfo& present);
     void compare_list(const SharedSession& session, const Present& present);
     bool adopt(const SharedSession& session, const std::string& key,

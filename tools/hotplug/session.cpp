@@ -10,6 +10,17 @@
 
 namespace android::vus::hotplug {
 
+// What was not taken of the list is still to be.
+std::shared_ptr<Session> Session::under_another_policy() {
+    auto next = std::make_shared<Session>(service_);
+    const MutexLock lock(mutex_);
+    const MutexLock of_next(next->mutex_);
+    next->asked_ = asked_;
+    next->listed_ = std::move(listed_);
+    listed_.clear();
+    return next;
+}
+
 std::optional<DeviceInfo> Session::take_listed(const std::string& key) {
     const MutexLock lock(mutex_);
     ensure_list();

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Session: a daemon from the moment it was found until it dies, and what it knew before it was told
-// anything: a reporter may have told it, and died. Thread-safe.
+// Session: a daemon under one policy, from the moment it was found until it dies or the policy is
+// another one; and what it knew before it was told anything: a reporter may have told it, and died.
+// Thread-safe.
 
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -21,6 +23,10 @@ class Session {
     explicit Session(const sp<IVUsbService>& service) : service_(service) {}
 
     IVUsbService& service() { return *service_; }
+
+    // The same daemon under another policy.
+    std::shared_ptr<Session> under_another_policy();
+    bool is_with_daemon_of(const Session& other) const { return service_ == other.service_; }
 
     // The record that the daemon had under that key (see Subject) before this session, once.
     std::optional<DeviceInfo> take_listed(const std::string& key);

@@ -155,7 +155,7 @@ void Tracker::handle_input(const Event& event) {
         actions_.input_appeared(name, parent_of(base::Dirname(event.path)));
     }
     if (!is_event_node(name)) return;
-    if (event.action == "add") actions_.judge_input(parent_of(event.path), name);
+    if (event.action == "add") actions_.judge_input(parent_of(event.path), name, Ask::kAlways);
     if (event.action == "remove") actions_.removed({parent_of(event.path)});
 }
 
@@ -168,7 +168,7 @@ std::string Tracker::found(const Event& device, Ask when) {
         return subject(name).key();
     }
     if (device.subsystem == "input" && is_event_node(name)) {
-        actions_.judge_input(parent_of(device.path), name);
+        actions_.judge_input(parent_of(device.path), name, when);
         return parent_of(device.path);
     }
     if (device.subsystem != "hid") return "";

@@ -35,7 +35,8 @@ class Tracker {
 
     struct Actions {
         std::function<void(const Subject& device, Ask when)> judge_usb;
-        std::function<void(const std::string& input, const std::string& event)> judge_input;
+        std::function<void(const std::string& input, const std::string& event, Ask when)>
+                judge_input;
         std::function<void(const Subject& device)> removed;
         // An interface has appeared by itself, its device having been there before.
         std::function<void(const Subject& device)> interface_back;

@@ -266,6 +266,47 @@ TEST_F(GateTest, DaemonHasTheLastWord) {
     EXPECT_THAT(Tried(), IsEmpty());
 }
 
+TEST_F(GateTest, WordIsOfThePolicyUnderWhichItWasSaid) {
+    Plug({{0, Disk()}});
+    EXPECT_TRUE(Admit().held);
+    gate_.answered(kPlugged, false);
+    preview_.classes = {kDiskClass};
+    EXPECT_TRUE(Admit().held);
+    gate_.policy_changed();
+    EXPECT_FALSE(Admit().held);
+    EXPECT_THAT(Tried(), ElementsAre("usb-storage 1-1:1.0"));
+}
+
+TEST_F(GateTest, InputDeviceThatARewrittenPolicyRefusesIsHeldAsIfItCame) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    EXPECT_FALSE(Tried().empty());
+    preview_.knows_nothing = true;  // it is being rewritten
+    EXPECT_THAT(Admit().inputs, IsEmpty()) << "it is one already, and is asked about as that";
+    EXPECT_EQ(Of(0).driver, kHidDriver);
+    preview_.knows_nothing = false;
+    preview_.sources = {};
+    gate_.policy_changed();
+    EXPECT_THAT(Admit().inputs, SizeIs(1));
+    EXPECT_EQ(Of(0).driver, "");
+    EXPECT_FALSE(Of(0).authorized);
+    preview_.sources = {kSourceKeyboard};
+    gate_.policy_changed();
+    EXPECT_THAT(Admit().released, ElementsAre("1-1:1.0"));
+    EXPECT_EQ(Of(0).driver, kHidDriver);
+}
+
+TEST_F(GateTest, UsbDeviceThatARewrittenPolicyRefusesKeepsItsDriverUntilTheDaemonSaysSo) {
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()}});
+    EXPECT_FALSE(Admit().held);
+    preview_.classes = {};
+    gate_.policy_changed();
+    EXPECT_TRUE(Admit().held);
+    EXPECT_EQ(Of(0).driver, "usb-storage");
+}
+
 TEST_F(GateTest, AnotherConfigurationIsAnotherQuestion) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}});

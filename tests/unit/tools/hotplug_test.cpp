@@ -14,6 +14,7 @@
 #include <optional>
 #include <thread>
 
+#include "android/vus/paths.h"
 #include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 #include "tests/unit/tools/fake_service.h"
@@ -195,6 +196,44 @@ TEST_F(HotplugTest, EverythingIsJudgedWhenTheDaemonComesBack) {
     EXPECT_THAT(next->TakeAtLeast(2), UnorderedElementsAre("judge 1002", "judge 1005"));
     Usb("remove", "1-1");
     EXPECT_THAT(next->TakeAtLeast(1), ElementsAre("update 1002 0"));
+}
+
+TEST_F(HotplugTest, EverythingIsAskedAboutUnderAnotherPolicy) {
+    MakeDir(kConfigDir);
+    Start();
+    AddDevice("1-1", 2);
+    AddInterface("1-1", 0, 8);
+    Usb("bind", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    fake_->allow = [](const DeviceInfo&) { return false; };
+    WriteFile(kPolicyFile, "");  // not in force yet
+    WriteFile(kPolicyBackupFile, "");
+    EXPECT_THAT(fake_->TakeAtLeast(2), ElementsAre("update 1002 0", "judge 1002"));
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
+    // And opened by the next.
+    fake_->allow = [](const DeviceInfo&) { return true; };
+    WriteFile(kPolicyBackupFile, "");
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("open 1-1"));
+}
+
+TEST_F(HotplugTest, WhatABoardHasResetIsAskedAboutOnce) {
+    MakeDir(kConfigDir);
+    MakeDir(std::string(kSocDir) + "a800000.ssusb");
+    WriteFile(std::string(kSocDir) + kSuperSpeedModeFile, "host\n");
+    Start();
+    for (const auto& [entry, number] : {std::pair("1-1", 2), std::pair("1-2", 3)}) {
+        AddDevice(entry, number);
+        Usb("bind", entry);
+        fake_->TakeAtLeast(1);
+    }
+    WriteFile(kPolicyBackupFile, "");
+    RemoveDevice("1-1");
+    Usb("remove", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("update 1002 0"));
+    AddDevice("1-1", 4);
+    Usb("bind", "1-1");
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1004"));
+    EXPECT_THAT(fake_->TakeAtLeast(2), ElementsAre("update 1003 0", "judge 1003"));
 }
 
 TEST_F(HotplugTest, BurstOfEventsIsReportedInFull) {

@@ -52,6 +52,16 @@ TEST_F(PreviewTest, NothingIsForeseenOfWhatARewriteChanges) {
     EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed);
 }
 
+TEST_F(PreviewTest, WhatEitherRefusesIsRefused) {
+    EXPECT_FALSE(preview_.refuses(kFlashDrive)) << "nobody has";
+    WriteFile(kPolicyFile, PolicyOf(kListsKeyboards));
+    EXPECT_TRUE(preview_.refuses(kFlashDrive));
+    Set(PolicyOf(kListsStorage), PolicyOf(kListsKeyboards));
+    EXPECT_TRUE(preview_.refuses(kFlashDrive));
+    Set("<usbconfig", PolicyOf(kListsStorage));
+    EXPECT_FALSE(preview_.refuses(kFlashDrive));
+}
+
 TEST_F(PreviewTest, MalformedPolicyForeseesNothing) {
     Set("<usbconfig", PolicyOf(kListsStorage));
     EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kUnknown);

@@ -75,6 +75,17 @@ TEST_F(SwitchingTest, InputDeviceThatIsAllowedLaterGetsItsDriverBack) {
     EXPECT_THAT(next->Take(), ElementsAre("judge 5", "update 5 0"));
 }
 
+TEST_F(SwitchingTest, InputDeviceThatIsClosedIsAskedAboutUnderAnotherPolicy) {
+    Refuse(kInputDevice, Input(5, kHid));
+    reporter_->removed(kInputDevice);  // with its HID device's driver
+    reporter_->drain();
+    reporter_->policy_changed();
+    allows_ = true;
+    reporter_->keep_only({{kHid}, {}});
+    EXPECT_THAT(Calls(), ElementsAre("update 5 0", "judge 5", "update 5 0"));
+    EXPECT_THAT(Switched(), ElementsAre("unhush input5", std::string("probe ") + kHid));
+}
+
 TEST_F(SwitchingTest, InputDeviceOfNoHidDeviceIsHeardAgainWhenItIsAllowedLater) {
     Refuse(kInputDevice, Input(5, ""));
     allows_ = true;

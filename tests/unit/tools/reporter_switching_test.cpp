@@ -271,6 +271,62 @@ TEST_F(SwitchingTest, NothingIsClosedWhileTheDaemonIsAwayUnlessAskedFor) {
     EXPECT_THAT(Switched(), IsEmpty());
 }
 
+TEST_F(SwitchingTest, WhatWasThereBeforeIsClosedIfThePolicyRefusesIt) {
+    auto manner = Manner(/*fail_closed=*/true);
+    manner.refuses = [](const DeviceInfo& info) { return info.deviceId != 1006; };
+    reporter_ = std::make_unique<Reporter>(&switches_, manner);
+    Judge(kStick, Usb(1005, {8}), Ask::kFoundAlone);
+    Judge({"1-3", 1006}, Usb(1006, {8}), Ask::kFoundAlone);
+    Judge({"1-4", 1007}, Usb(1007, {3}), Ask::kFoundAlone);  // its input devices are judged
+    Judge(kInputDevice, Input(5, kHid), Ask::kFoundAlone);
+    EXPECT_THAT(Switched(), UnorderedElementsAre("close 1-2", "hush input5"));
+    EXPECT_THAT(Notices(), Contains("closed 1-2: the daemon is away, and the policy refuses it"));
+    reporter_->set_service(fake_);
+    Judge(kStick, Usb(1005, {8}));
+    Judge(kInputDevice, Input(5, kHid));
+    EXPECT_THAT(Switched(), UnorderedElementsAre("open 1-2", "unhush input5"));
+}
+
+TEST_F(SwitchingTest, WhatWasThereBeforeIsLeftAloneIfNothingIsKnownOfThePolicy) {
+    reporter_ = std::make_unique<Reporter>(&switches_, Manner(/*fail_closed=*/true));
+    Judge(kStick, Usb(1005, {8}), Ask::kFoundAlone);
+    EXPECT_THAT(Switched(), IsEmpty());
+    Judge({"1-3", 1006}, Usb(1006, {8}));
+    EXPECT_THAT(Switched(), ElementsAre("close 1-3")) << "it came afterwards";
+}
+
+TEST_F(SwitchingTest, AnotherPolicyIsAnotherQuestion) {
+    Judge(kStick, Usb(1005, {8}), Ask::kIfChanged);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
+    reporter_->policy_changed();
+    allows_ = false;
+    Judge(kStick, Usb(1005, {8}), Ask::kIfChanged);
+    // The daemon would keep the record that it has.
+    EXPECT_THAT(Calls(), ElementsAre("update 1005 0", "judge 1005"));
+    EXPECT_THAT(Switched(), ElementsAre("close 1-2"));
+    Judge(kStick, Usb(1005, {8}), Ask::kIfChanged);
+    EXPECT_THAT(Calls(), IsEmpty());
+    reporter_->policy_changed();
+    allows_ = true;
+    Judge(kStick, Usb(1005, {8}), Ask::kIfChanged);
+    EXPECT_THAT(Switched(), Contains("open 1-2"));
+}
+
+TEST_F(SwitchingTest, RemovalUnderAnotherPolicyIsToldOnce) {
+    Judge(kStick, Usb(1005, {8}));
+    reporter_->drain();
+    reporter_->policy_changed();
+    reporter_->removed(kStick);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005", "update 1005 0"));
+    // Nobody was told of a device that is nothing but its input devices.
+    allows_ = false;
+    Judge(kStick, Usb(1005, {3}));
+    reporter_->drain();
+    reporter_->policy_changed();
+    Judge(kStick, Usb(1005, {3}), Ask::kIfChanged);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005", "judge 1005"));
+}
+
 TEST_F(SwitchingTest, DaemonThatDiesInsteadOfAnsweringRefuses) {
     reporter_ = std::make_unique<Reporter>(&switches_, Manner(/*fail_closed=*/true));
     const RemoteService remote = Remote(fake_);

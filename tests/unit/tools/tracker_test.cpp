@@ -52,7 +52,7 @@ class TrackerTest : public testing::Test {
                  actions_.push_back("judge " + NameOf(device) +
                                     (when == Ask::kIfChanged ? " if changed" : ""));
              },
-             [this](const std::string& input, const std::string& event) {
+             [this](const std::string& input, const std::string& event, Ask /*when*/) {
                  actions_.push_back("judge " + input + " by " + event);
              },
              [this](const Subject& device) { actions_.push_back("removed " + NameOf(device)); },
@@ -214,7 +214,8 @@ class HeldTrackerTest : public TrackerTest {
             actions_.push_back("judge " + NameOf(device) +
                                (when == Ask::kIfChanged ? " if changed" : ""));
         };
-        actions.judge_input = [this](const std::string& input, const std::string& event) {
+        actions.judge_input = [this](const std::string& input, const std::string& event,
+                                     Ask /*when*/) {
             actions_.push_back("judge " + input + " by " + event);
         };
         actions.removed = [this](const Subject& device) {
