@@ -1,0 +1,249 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the gate costs, and what it closes, on the virtual device.
+
+    /usr/bin/python3 bench/gate_costs.py [--image DIR] [--runs N] [--pairs N] [--others N,N...] [TABLE...]
+
+TABLE is one of:
+  ways   no gate, fail-closed and gate, with 0, 10 and 30 other devices attached: how long a refused
+         device has drivers, when the daemon's word is written, when an allowed one is usable, and
+         what both programs need
+  delay  how much later an allowed disk and keyboard is usable behind the gate: pairs of plugs, one
+         in a machine without a gate, one in a machine with it
+
+Both without one, in some 15 minutes on an idle machine with two cores; Markdown. DIR is an image
+that device/build.sh made, of this checkout if none is given.
+
+Moments are the guest's kernel's, by probes in it: a device is added (device_add), an interface gets
+a driver (driver_bound) and loses it (usb_unbind_interface), somebody writes its `authorized`
+(interface_authorized_store). Nothing is by the word of the programs that are measured. Processor
+time is what the guest's scheduler counts. Emulated: ratios are what to look at, and nothing else
+should run.
+"""
+
+import argparse
+import contextlib
+import re
+import statistics
+import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+
+from device_costs import ADAPTER_VENDOR, OTHERS, TRACING, attach_others, set_policy  # noqa: E402
+from vdev import CATALOG, GATE, NO_GATE, MachineError, ready_machine, machine as vdev_machine  # noqa: E402
+
+WAYS = {"no gate": NO_GATE, "fail-closed": f"{NO_GATE} --fail-closed", "gate": f"{GATE} --fail-closed"}
+DOCK_VENDOR = 0x1D6B
+REFUSED = f'<usbconfig mode="blacklist"><vid vendorid="{ADAPTER_VENDOR}"/><vid vendorid="{DOCK_VENDOR}"/></usbconfig>'
+PORT = "8"  # the one that the others leave free
+PROBES = ("p:added device_add name=+0(+0($arg1)):string",
+          "p:bound driver_bound name=+0(+0($arg1)):string",
+          "p:unbound usb_unbind_interface name=+0(+0($arg1)):string",
+          "p:wrote interface_authorized_store name=+0(+0($arg1)):string value=+0($arg3):string")
+PROGRAMS = ("vusd", "vus_hotplug")
+IDLE_SECONDS = 5
+LIMIT_SECONDS = 60
+NEVER = "–"
+
+
+class Moments:
+    """What the kernel did to devices, by name, since forget()."""
+
+    def __init__(self, machine):
+        self.machine = machine
+        machine.shell(f"[ -e {TRACING}/trace ] || mount -t tracefs tracefs {TRACING}")
+        for probe in PROBES:
+            machine.shell(f"echo '{probe}' >>{TRACING}/kprobe_events")
+        machine.shell(f"echo 1 >{TRACING}/events/kprobes/enable")
+
+    def forget(self):
+        self.machine.shell(f"echo >{TRACING}/trace")
+
+    def of(self, event, name, value=""):
+        """Milliseconds, of the guest's clock."""
+        trace = self.machine.read(f"{TRACING}/trace")
+        row = rf'(\d+\.\d+): {event}: .*name="{name}"' + (rf' value="{value}' if value else "")
+        return [float(at) * 1000 for at in re.findall(row, trace)]
+
+    def wait(self, *wanted):
+        return self.machine.wait_until(lambda: self.of(*wanted), seconds=LIMIT_SECONDS, what=" ".join(wanted))[0]
+
+
+class Programs:
+    """Both, as the kernel counts them."""
+
+    def __init__(self, machine):
+        self.machine = machine
+
+    def _read(self, name):
+        files = " ".join(f"/proc/$(cat /run/{program}.pid)/{name}" for program in PROGRAMS)
+        return self.machine.shell(f"cat {files}")
+
+    def cpu_ms(self):
+        return sum(int(line.split()[0]) for line in self._read("task/*/schedstat").splitlines()) / 1e6
+
+    def resident_kb(self):
+        return sum(map(int, re.findall(r"^Rss: +(\d+) kB", self._read("smaps"), re.MULTILINE)))
+
+    def switches(self):
+        return sum(map(int, re.findall(r"ctxt_switches:\s+(\d+)", self._read("task/*/status"))))
+
+    def wait_until_idle(self):
+        """Until neither has done anything for three tenths of a second."""
+        last = None
+        while last != (last := self.cpu_ms()):
+            time.sleep(0.3)
+
+
+class Bench:
+    """A machine in which devices are plugged, one after the other."""
+
+    def __init__(self, machine):
+        self.machine = machine
+        self.programs = Programs(machine)
+        self.moments = Moments(machine)
+
+    @contextlib.contextmanager
+    def plugged(self, kind, entry, port=PORT):
+        self.programs.wait_until_idle()
+        self.moments.forget()
+        self.machine.plug(CATALOG[kind], port=port)
+        try:
+            yield
+        finally:
+            self.machine.unplug(kind)
+            self.machine.wait_until(f"[ ! -e /sys/bus/usb/devices/{entry} ]")
+            self.programs.wait_until_idle()
+
+    def refused(self, kind, entry, port=PORT):
+        """(milliseconds with a driver, milliseconds until the daemon's word is written)"""
+        interfaces = re.escape(entry) + r":1\.\d+"
+        with self.plugged(kind, entry, port):
+            word = self.moments.wait("wrote", re.escape(f"{entry}:1.0"), "0")
+            self.programs.wait_until_idle()
+            added = self.moments.of("added", re.escape(entry))[0]
+            bound, unbound = self.moments.of("bound", interfaces), self.moments.of("unbound", interfaces)
+            return (max(unbound) - min(bound)) if bound else 0.0, word - added
+
+    def allowed(self, kind, entry, event, name):
+        """Milliseconds until it is usable."""
+        with self.plugged(kind, entry):
+            usable = self.moments.wait(event, name)
+            return usable - self.moments.of("added", re.escape(entry))[0]
+
+    def serial(self):
+        return self.refused("usb-serial", f"1-{PORT}")
+
+    def dock(self):
+        return self.refused("dock", "3-1", None)
+
+    def disk(self):
+        return self.allowed("disk", f"2-{PORT}", "bound", re.escape(f"2-{PORT}:1.0"))
+
+    def keyboard(self):
+        return self.allowed("keyboard", f"1-{PORT}", "added", r"event\d+")
+
+    def cpu_of_a_plug(self):
+        self.programs.wait_until_idle()
+        before = self.programs.cpu_ms()
+        self.serial()
+        return self.programs.cpu_ms() - before
+
+    def idle_switches(self):
+        self.programs.wait_until_idle()
+        before = self.programs.switches()
+        time.sleep(IDLE_SECONDS)
+        return self.programs.switches() - before
+
+
+@contextlib.contextmanager
+def bench_of(way, others=0):
+    with ready_machine(WAYS[way]) as machine:
+        set_policy(machine, REFUSED)
+        attach_others(machine, others)
+        yield Bench(machine)
+
+
+def middle(values, digits=1):
+    return f"{statistics.median(values):.{digits}f}"
+
+
+def spread(values):
+    return f"{middle(values)} ({min(values):.1f} to {max(values):.1f})"
+
+
+def row_of(bench, runs):
+    # Once for nothing: the emulator translates what is executed for the first time.
+    for measure in (bench.serial, bench.dock, bench.disk, bench.keyboard):
+        measure()
+    serial = [bench.serial() for _ in range(runs)]
+    dock = [bench.dock() for _ in range(runs)]
+    disk = [bench.disk() for _ in range(runs)]
+    keyboard = [bench.keyboard() for _ in range(runs)]
+    cpu = [bench.cpu_of_a_plug() for _ in range(runs)]
+    (serial_on, serial_word), (dock_on, dock_word) = zip(*serial), zip(*dock)
+    return [spread(serial_on), spread(dock_on), middle(serial_word), middle(dock_word), middle(disk),
+            middle(keyboard), spread(cpu), f"{bench.programs.resident_kb() / 1024:.1f}", str(bench.idle_switches())]
+
+
+def ways_table(arguments):
+    heads = ["", "Others", "Refused serial adapter exposed, ms", "Refused dock exposed, ms",
+             "Serial adapter: the daemon's word written after, ms", "Dock: after, ms", "Allowed disk has its driver after, ms",
+             "Allowed keyboard has its event node after, ms", "Processor time a plug, both programs, ms",
+             "Resident, both, MB", f"Wake-ups in {IDLE_SECONDS} idle s"]
+    print_row(heads)
+    print_row(["---"] * len(heads))
+    for way in WAYS:
+        for others in arguments.others:
+            try:
+                with bench_of(way, others) as bench:
+                    cells = row_of(bench, arguments.runs)
+            except MachineError as error:  # the others are worth having
+                print(f"{way}, {others} others: {error}", file=sys.stderr)
+                cells = [NEVER] * (len(heads) - 2)
+            print_row([way, str(others), *cells])
+    print()
+
+
+def delay_table(arguments):
+    heads = ["Allowed", "No gate, ms", "Gate, ms", f"Later behind the gate, ms: median of {arguments.pairs} pairs"]
+    print_row(heads)
+    print_row(["---"] * len(heads))
+    with bench_of("no gate") as without, bench_of("gate") as behind:
+        for name in ("disk", "keyboard"):
+            plugs = [getattr(bench, name) for bench in (without, behind)]
+            for plug in plugs:
+                plug()
+            pairs = [(plugs[0](), plugs[1]()) for _ in range(arguments.pairs)]
+            print_row([name, *(middle(column) for column in zip(*pairs)), spread([later - at for at, later in pairs])])
+    print()
+
+
+def print_row(cells):
+    print(f"| {' | '.join(cells)} |", flush=True)
+
+
+TABLES = {"ways": ways_table, "delay": delay_table}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--image", type=Path, help="the image's folder")
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--pairs", type=int, default=20)
+    parser.add_argument("--others", type=lambda text: [int(part) for part in text.split(",")], default=OTHERS)
+    parser.add_argument("tables", nargs="*", metavar="TABLE", help="ways or delay; both without one")
+    arguments = parser.parse_args()
+    unknown = set(arguments.tables) - set(TABLES)
+    if unknown:
+        parser.error(f"no table {', '.join(sorted(unknown))}")
+    if arguments.image:
+        vdev_machine.IMAGE_DIR = arguments.image
+    for name in arguments.tables or TABLES:
+        TABLES[name](arguments)
+
+
+if __name__ == "__main__":
+    main()
