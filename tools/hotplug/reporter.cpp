@@ -31,13 +31,6 @@ bool is_same(const Sighting& one, const Sighting& other) {
            one.held == other.held;
 }
 
-// Or has no interfaces, which the daemon judges as little.
-bool is_hid(const DeviceInfo& info) {
-    const std::vector<int32_t>& classes = info.interfaceClassList;
-    return std::all_of(classes.begin(), classes.end(),
-                       [](int32_t code) { return code == kHidClass; });
-}
-
 using Ids = std::pair<int32_t, int32_t>;
 
 Ids ids_of(const DeviceInfo& info) {
@@ -232,19 +225,6 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     }
     remove_stale(session.get(), device, *seen.info);
     ask_service(session, device, seen);
-}
-
-void Reporter::close_unasked(const Record& known, const DeviceInfo& info, Ask when) {
-    if (known.verdict != Verdict::kNone) return;
-    if (when != Ask::kFoundAlone) {
-        hold_silent(known.subject, "the daemon is away");
-        return;
-    }
-    // What may be nothing but input devices is judged as those.
-    const bool is_question = info.deviceType != kUsbType || !is_hid(info);
-    if (is_question && manner_.refuses && manner_.refuses(info)) {
-        hold_silent(known.subject, "the daemon is away, and the policy refuses it");
-    }
 }
 
 // A device that is off does not show what it is: it is what it was when it was refused. That is

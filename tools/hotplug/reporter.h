@@ -162,7 +162,6 @@ class Reporter {
     void forget(const SharedSession& session, const Subject& device);
     void tell_removed(const SharedSession& session, const Record& record);
     static bool knows(const SharedSession& session, const Record& record);
-    void close_unasked(const Record& known, const DeviceInfo& info, Ask when);
     void remove_stale(Session* session, const Subject& device, const DeviceInfo& present);
     void compare_list(const SharedSession& session, const Present& present);
     bool adopt(const SharedSession& session, const std::string& key,
@@ -175,6 +174,7 @@ class Reporter {
     void follow(const Subject& device, Verdict verdict);
     void want(const Subject& device, Hold hold);
     void hold_silent(const Subject& device, const std::string& why);
+    void close_unasked(const Record& known, const DeviceInfo& info, Ask when);
     void queue_switching(const Subject& device);
 
     // On the lane of its switches.

@@ -62,6 +62,17 @@ void Reporter::hold_silent(const Subject& device, const std::string& why) {
     want(device, Hold::kSilence);
 }
 
+// The daemon is away.
+void Reporter::close_unasked(const Record& known, const DeviceInfo& info, Ask when) {
+    if (known.verdict != Verdict::kNone) return;
+    if (when != Ask::kFoundAlone) return hold_silent(known.subject, "the daemon is away");
+    // What may be nothing but input devices is judged as those.
+    const bool is_question = info.deviceType != kUsbType || !is_hid(info);
+    if (is_question && manner_.refuses && manner_.refuses(info)) {
+        hold_silent(known.subject, "the daemon is away, and the policy refuses it");
+    }
+}
+
 void Reporter::want(const Subject& device, Hold hold) {
     const MutexLock lock(mutex_);
     Record& record = records_[device.key()];

@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,13 @@ inline constexpr int32_t kInputType = 1;
 // Classes of interfaces, likewise.
 inline constexpr int32_t kHidClass = 3;
 inline constexpr int32_t kVendorSpecificClass = 255;
+
+// Whether a USB device is nothing but HID, or has no interfaces, which the daemon judges as little.
+inline bool is_hid(const DeviceInfo& info) {
+    const auto& classes = info.interfaceClassList;
+    return std::all_of(classes.begin(), classes.end(),
+                       [](int32_t code) { return code == kHidClass; });
+}
 
 // Which device is meant. A USB device is its port and its number: at the same port there may be
 // another one by now. An input device's name is never used again.
