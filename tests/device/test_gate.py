@@ -9,7 +9,7 @@ import pytest
 from conftest import policy
 from test_reporter import (FALSE_CLAIMS, KEYBOARD, LOG, NOT_LISTED, STORAGE, drivers, start_daemon, stop_daemon,
                            stop_reporter)
-from vdev import NO_GATE, RedirDevice
+from vdev import GATE, NO_GATE, RedirDevice
 from vdev.probe import POLICY, SOC, SYSFS
 from vdev.usbredir import BOOT_KEYBOARD, INTERRUPT_IN, VENDOR_PAGE, Description, Endpoint, Interface
 
@@ -242,3 +242,24 @@ def test_a_keyboard_that_was_there_before_is_judged_not_torn_away(device):
     device.plug("webcam", "5")
     assert device.probe.judged("1-5")["status"] == 1
     assert device.machine.shell("readlink /sys/class/input/event0") == before
+
+
+# A disk that brings a serial adapter along: the class of that neither admits nor refuses.
+CARRIER = RedirDevice("carrier", "a disk that brings a serial adapter along", lambda: Description(
+    0x0403, 0x6001, [Interface(8, 6, 0x50, (Endpoint(0x82), Endpoint(1))),
+                     Interface(0xFF, 0, 0, (Endpoint(0x81), Endpoint(2)))], product_name="Carrier"))
+
+
+@pytest.mark.reporter(f"{GATE} --interfaces")
+def test_what_rides_along_stays_shut_if_so_wished(gate):
+    gate.set_policy(STORAGE)
+    gate.machine.plug(CARRIER, port="5")
+    assert gate.probe.judged("1-5")["status"] == 1
+    gate.machine.wait_until(lambda: gate.probe.authorized("1-5") == ["1", "0"])
+    assert {name for _, name in gate.trials.tried()} == {"1-5:1.0"}
+    # Its vendor admits all of it, and a whitelist of classes takes that back.
+    gate.set_policy('<vid vendorid="1027"/>')
+    gate.machine.wait_until(lambda: gate.probe.authorized("1-5") == ["1", "1"])
+    gate.set_policy(STORAGE)
+    gate.machine.wait_until(lambda: gate.probe.authorized("1-5") == ["1", "0"])
+    assert gate.probe.judged("1-5")["status"] == 1

@@ -30,8 +30,12 @@ std::string own_interface(const std::string& root_hub) {
 }  // namespace
 
 Gate::Gate(GateSystem* system, Switches* switches, Preview* preview,
-           std::function<void(const std::string&)> notice)
-      : system_(system), switches_(switches), preview_(preview), notice_(std::move(notice)) {}
+           std::function<void(const std::string&)> notice, Composites composites)
+      : system_(system),
+        switches_(switches),
+        preview_(preview),
+        notice_(std::move(notice)),
+        composites_(composites) {}
 
 void Gate::shut() {
     shut_bus(kUsbAutoprobeFile);

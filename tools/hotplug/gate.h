@@ -18,6 +18,9 @@
 //    from then on as if it came. What else has drivers loses them by the daemon's word alone.
 //  - An input device of a USB device is let in through HID's own driver only. Where that one does
 //    not take it, it is no input device, and is judged as its vendor's own.
+//  - Of a composite device that listed classes admit, the interfaces of classes that neither admit
+//    nor refuse come in, too; or they do not, where that is wanted (Composites). Vendor rules admit
+//    the whole.
 //  - A HID device of another bus shows no descriptor before it has a driver. Where its vendor and
 //    product do not settle it, it is let in silenced, and judged by what it is (see hushes()).
 //
@@ -69,9 +72,12 @@ struct Admission {
 
 class Gate : public Switches {
   public:
+    enum class Composites { kWhole, kInPart };
+
     // All of them outlive the gate. `notice` gets a line for what is not as it should be.
     Gate(GateSystem* system, Switches* switches, Preview* preview,
-         std::function<void(const std::string&)> notice);
+         std::function<void(const std::string&)> notice,
+         Composites composites = Composites::kWhole);
 
     // Shuts the door. What of it this kernel does not have is said, and gone without.
     void shut();
@@ -129,7 +135,7 @@ class Gate : public Switches {
         UsbInterface interface;
         Kind kind;
         bool wanted = false;
-        bool refused = false;         // an input device: for sure
+        bool refused = false;         // by itself, and for sure
         int32_t refused_sources = 0;  // of an input device, for which it is not
     };
 
@@ -160,6 +166,7 @@ class Gate : public Switches {
     Switches* const switches_;
     Preview* const preview_;
     const std::function<void(const std::string&)> notice_;
+    const Composites composites_;
     std::atomic<int> policies_{0};  // how many there have been
     Mutex mutex_;
     std::map<std::string, SharedState> states_ GUARDED_BY(mutex_);  // by the device's key

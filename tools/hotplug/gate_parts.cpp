@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "android/vus/class_names.h"
 #include "tools/hotplug/gate.h"
 
 namespace android::vus::hotplug {
@@ -110,8 +111,14 @@ bool Gate::judge_parts(const Identity& identity, State* state, std::vector<Part>
     }
     const bool allowed = !is_question ||
                          (state->said ? *state->said : preview_->of(claim) == Foreseen::kAllowed);
+    const bool in_part = composites_ == Composites::kInPart && preview_->admits_by_class(claim);
     for (Part& part : *parts) {
         part.wanted = allowed;
+        if (allowed && in_part && part.kind != Kind::kInput) {
+            part.refused =
+                    part.kind == Kind::kVendorHid || isRestrictedClass(part.interface.class_code);
+            part.wanted = !part.refused;
+        }
         if (allowed && part.kind == Kind::kInput) judge_input(identity, state, &part);
     }
     return allowed;

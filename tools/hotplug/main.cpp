@@ -89,7 +89,8 @@ int run(const Options& options) {
     SysfsSwitches switches(say);
     SysfsGate kernel;
     PolicyPreview preview;
-    Gate gate(&kernel, &switches, &preview, say);
+    Gate gate(&kernel, &switches, &preview, say,
+              options.interfaces ? Gate::Composites::kInPart : Gate::Composites::kWhole);
     Reporter::Manner manner;
     manner.fail_closed = options.fail_closed;
     if (options.verbose) manner.report = print_line;

@@ -23,6 +23,8 @@ Options parse_options(const std::vector<std::string>& arguments) {
             options.gate = true;
         } else if (argument == "--gate=off") {
             options.gate = false;
+        } else if (argument == "--interfaces") {
+            options.interfaces = true;
         } else if (argument == "--open") {
             options.open = true;
         } else if (argument == "--verbose") {
@@ -36,6 +38,7 @@ Options parse_options(const std::vector<std::string>& arguments) {
             return options;
         }
     }
+    if (options.interfaces && !options.gate) options.error = "--interfaces goes with --gate";
     if (options.open && arguments.size() > 1) options.error = "--open goes with nothing else";
     return options;
 }

@@ -14,6 +14,7 @@ struct Options {
     bool verbose = false;
     bool fail_closed = false;
     bool gate = false;
+    bool interfaces = false;
     bool open = false;
     bool help = false;
     bool version = false;
@@ -21,7 +22,8 @@ struct Options {
 };
 
 inline constexpr char kUsage[] =
-        "usage: vus_hotplug [--gate[=keep|off]] [--once] [--fail-closed] [--verbose]\n"
+        "usage: vus_hotplug [--gate[=keep|off]] [--interfaces] [--once] [--fail-closed] "
+        "[--verbose]\n"
         "       vus_hotplug --open\n"
         "\n"
         "Reports USB and input devices to the vus daemon as the kernel finds and loses them,\n"
@@ -34,6 +36,9 @@ inline constexpr char kUsage[] =
         "never\n"
         "                 has a driver; the door stays shut when vus_hotplug ends (keep). off,\n"
         "                 the default: drivers first, and what is refused loses them\n"
+        "  --interfaces   behind the gate: of a device that is allowed by its classes, keep shut "
+        "the\n"
+        "                 interfaces of the classes that neither admit nor refuse\n"
         "  --open         open that door, and let in everything that is held\n"
         "  --once         judge the devices that are present, and exit\n"
         "  --fail-closed  switch off what comes while the daemon is away, until it is back\n"

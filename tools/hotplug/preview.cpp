@@ -23,10 +23,21 @@ Foreseen PolicyPreview::of(const Claim& claim) {
 }
 
 bool PolicyPreview::refuses(const Claim& claim) {
+    return either(claim, [](const Judgement& judgement) { return !judgement.allowed; });
+}
+
+bool PolicyPreview::admits_by_class(const Claim& claim) {
+    return either(claim, [](const Judgement& judgement) {
+        return judgement.allowed && !judgement.matched.empty() &&
+               judgement.matched[0].kind == Rule::Kind::kClass;
+    });
+}
+
+bool PolicyPreview::either(const Claim& claim, bool (*is_such)(const Judgement& judgement)) {
     const MutexLock lock(mutex_);
     for (File* file : {&policy_, &backup_}) {
         const Policy* const policy = file->read();
-        if (policy != nullptr && !judge(claim, PolicyRules(*policy)).allowed) return true;
+        if (policy != nullptr && is_such(judge(claim, PolicyRules(*policy)))) return true;
     }
     return false;
 }

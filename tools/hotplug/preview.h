@@ -29,11 +29,15 @@ class Preview {
   public:
     virtual ~Preview() = default;
     virtual Foreseen of(const Claim& claim) = 0;
+    // Whether it is by listed classes, and not by its vendor, that it may be allowed: then what its
+    // other interfaces are has played no part.
+    virtual bool admits_by_class(const Claim& claim) = 0;
 };
 
 class PolicyPreview : public Preview {
   public:
     Foreseen of(const Claim& claim) override;
+    bool admits_by_class(const Claim& claim) override;
     // Whether any of the two that is a policy refuses it.
     bool refuses(const Claim& claim);
 
@@ -49,6 +53,9 @@ class PolicyPreview : public Preview {
         std::string text_;
         std::variant<Policy, PolicyFailure> parsed_ = PolicyFailure();
     };
+
+    // Whether the judgement by any of the two that is a policy is such a one.
+    bool either(const Claim& claim, bool (*is_such)(const Judgement& judgement));
 
     Mutex mutex_;
     File policy_ GUARDED_BY(mutex_);

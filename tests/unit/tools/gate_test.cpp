@@ -46,6 +46,8 @@ class FakePreview : public Preview {
         return any ? Foreseen::kAllowed : Foreseen::kRefused;
     }
 
+    bool admits_by_class(const Claim& claim) override { return vendors.count(claim.vendorId) == 0; }
+
     std::set<int32_t> classes, sources, vendors;
     bool knows_nothing = false;
     std::vector<Claim> claims;
@@ -205,6 +207,32 @@ TEST_F(GateTest, RideAlongKeyboardIsJudgedByItself) {
     EXPECT_THAT(admission.inputs, SizeIs(1));
     EXPECT_THAT(Tried(), ElementsAre("usb-storage 1-1:1.0"));
     EXPECT_FALSE(Of(1).authorized);
+}
+
+TEST_F(GateTest, WhatRidesAlongWithListedClassesStaysShutIfSoWished) {
+    Gate gate{&kernel_, &switches_, &preview_, [](const std::string&) {},
+              Gate::Composites::kInPart};
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()}, {1, {kVendorSpecificClass, {"ftdi_sio"}}}, {2, Programmer()}});
+    EXPECT_FALSE(gate.admit(kPlugged, true).held) << "the device is allowed";
+    EXPECT_THAT(Tried(), ElementsAre("usb-storage 1-1:1.0"));
+    EXPECT_FALSE(Of(1).authorized || Of(2).authorized);
+    // Its vendor admits all of it.
+    preview_.vendors = {0x1209};
+    gate.admit(kPlugged, true);
+    EXPECT_THAT(Tried(), testing::IsSupersetOf({"ftdi_sio 1-1:1.1", "usbhid 1-1:1.2"}));
+    // And no longer.
+    preview_.vendors = {};
+    gate.admit(kPlugged, true);
+    EXPECT_EQ(Of(0).driver, "usb-storage");
+    EXPECT_EQ(Of(1).driver + Of(2).driver, "");
+}
+
+TEST_F(GateTest, CompositeThatIsAllowedComesInAsAWholeByDefault) {
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()}, {1, {kVendorSpecificClass, {"ftdi_sio"}}}});
+    EXPECT_FALSE(Admit().held);
+    EXPECT_THAT(Tried(), ElementsAre("usb-storage 1-1:1.0", "ftdi_sio 1-1:1.1"));
 }
 
 TEST_F(GateTest, RefusedCompositeHasNoInputEither) {

@@ -31,6 +31,13 @@ TEST(Options, GateIsOffByDefaultAndByName) {
     EXPECT_EQ(parse_options({"--gate=open"}).error, "unknown argument: --gate=open");
 }
 
+TEST(Options, PartsAreAdmittedByAGateAlone) {
+    EXPECT_FALSE(parse_options({"--gate"}).interfaces);
+    EXPECT_TRUE(parse_options({"--interfaces", "--gate"}).interfaces);
+    EXPECT_EQ(parse_options({"--interfaces", "--gate"}).error, "");
+    EXPECT_EQ(parse_options({"--interfaces"}).error, "--interfaces goes with --gate");
+}
+
 TEST(Options, DoorIsOpenedByThatOptionAlone) {
     EXPECT_TRUE(parse_options({"--open"}).open);
     EXPECT_EQ(parse_options({"--open"}).error, "");

@@ -52,6 +52,19 @@ TEST_F(PreviewTest, NothingIsForeseenOfWhatARewriteChanges) {
     EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed);
 }
 
+TEST_F(PreviewTest, ClassesAdmitOrTheVendorDoes) {
+    const Claim with_serial = {0, {8, 255}, 1133, 1};
+    EXPECT_FALSE(preview_.admits_by_class(with_serial));
+    Set(PolicyOf(kListsStorage), PolicyOf(kListsStorage));
+    EXPECT_TRUE(preview_.admits_by_class(with_serial));
+    Set(PolicyOf(kListsMaker), PolicyOf(kListsMaker));
+    EXPECT_FALSE(preview_.admits_by_class(with_serial));
+    Set(PolicyOf("", "blacklist"), PolicyOf("", "default"));
+    EXPECT_FALSE(preview_.admits_by_class(with_serial)) << "nothing lists it";
+    Set(PolicyOf(kListsMaker), PolicyOf(kListsStorage));
+    EXPECT_TRUE(preview_.admits_by_class(with_serial)) << "by one of them";
+}
+
 TEST_F(PreviewTest, WhatEitherRefusesIsRefused) {
     EXPECT_FALSE(preview_.refuses(kFlashDrive)) << "nobody has";
     WriteFile(kPolicyFile, PolicyOf(kListsKeyboards));
