@@ -137,6 +137,10 @@ bool rewrite(const base::unique_fd& file, std::string_view text) {
     return true;
 }
 
+void make_durable(const base::unique_fd& file) {
+    if (file.get() >= 0) (void)TEMP_FAILURE_RETRY(fdatasync(file.get()));
+}
+
 bool rewrite_file(const std::string& path, std::string_view text) {
     const base::unique_fd file = open_in_place(path);
     return file.get() >= 0 && rewrite(file, text);

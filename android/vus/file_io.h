@@ -62,7 +62,9 @@ base::unique_fd open_for_copy(const std::string& path);
 
 // Makes `text` the whole content; false if it does not all fit.
 bool rewrite(const base::unique_fd& file, std::string_view text);
-// The same of the regular file at `path`, or of a new one.
+// Returns when the content is on the disk, or cannot be brought there. Nothing for an invalid file.
+void make_durable(const base::unique_fd& file);
+// The same as rewrite() of the regular file at `path`, or of a new one.
 bool rewrite_file(const std::string& path, std::string_view text);
 
 // True if both names lead to one file.

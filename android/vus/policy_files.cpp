@@ -248,18 +248,21 @@ void PolicyFiles::backUp(const std::string& loaded) {
     const std::optional<std::string> last_good = read_for_copy(kPolicyBackupFile);
     const std::optional<std::string> now = readAsCopied(kPolicyFile);
     const std::string wanted = as_copied(loaded);
+    // On the disk one of the two is whole at any time, and a power cut finds it.
+    make_durable(open_in_place(kPolicyFile, O_RDONLY));
     // Never what the policy holds now, not even for a moment: it may be another one.
     const base::unique_fd file = open_in_place(kPolicyBackupFile);
     const bool opened = file.get() >= 0;
     const bool written = opened && rewrite(file, wanted);
     const int failure = errno;
+    if (written) make_durable(file);
     reportCopy(now, opened);
     if (written && now == wanted) return;
     LOG(ERROR) << "the backup is not the policy that was loaded: writing that";
     if (written) return;
     errno = failure;
     PLOG(ERROR) << "the backup cannot be written: keeping the last one";
-    if (opened) rewrite(file, last_good.value_or(""));
+    if (opened && rewrite(file, last_good.value_or(""))) make_durable(file);
 }
 
 }  // namespace android::vus

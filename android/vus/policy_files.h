@@ -74,7 +74,8 @@ class PolicyFiles {
     // Copies the policy to the backup, where `loaded` is what was loaded. A writer may be at the
     // policy again by now, or the disk be full: a copy that is not what was loaded is replaced by
     // that or, where it does not fit, by the last good backup. From a bad backup no bad policy
-    // could ever be rolled back.
+    // could ever be rolled back. The policy is on the disk before the backup is emptied, and the
+    // backup when this returns.
     static void backUp(const std::string& loaded);
 };
 

@@ -93,6 +93,7 @@ class Restore {
     RestoreResult fill(const base::unique_fd& file) {
         const size_t before = closes_waiting_();
         rewrite(file, text_);  // a disk that fills up keeps what it took; that will be rejected
+        make_durable(file);
         return {Restored::kDone, before};
     }
 
