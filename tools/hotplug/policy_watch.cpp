@@ -12,6 +12,7 @@
 
 #include <android-base/file.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 
 namespace android::vus::hotplug {
@@ -28,12 +29,15 @@ bool is_of_backup(const inotify_event& event) {
 
 }  // namespace
 
-PolicyWatch::PolicyWatch() : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+PolicyWatch::PolicyWatch()
+      : fd_(insistently([] { return inotify_init1(IN_CLOEXEC | IN_NONBLOCK); })) {
     watch();
 }
 
 void PolicyWatch::watch() {
-    inotify_add_watch(fd_.get(), kConfigDir, IN_CLOSE_WRITE | IN_ONLYDIR);
+    insistently([this] {
+        return inotify_add_watch(fd_.get(), kConfigDir, IN_CLOSE_WRITE | IN_ONLYDIR);
+    });
 }
 
 bool PolicyWatch::taken() {
