@@ -24,6 +24,9 @@ modules=(
     uhid dummy_hcd libcomposite usb_f_acm usb_f_ecm usb_f_mass_storage usb_f_hid
 )
 
+# Loaded by a test that attaches disks; see /modules/disks.
+disk_modules=(virtio_blk ext4 f2fs loop)
+
 stamp_of() { cat "$@" 2>/dev/null | sha256sum | cut -c 1-16; }
 
 # made STAMP-FILE KEY: whether the part was made from what KEY sums up.
@@ -114,13 +117,16 @@ make_board_module() {
 
 pack() { (cd "$1" && find . | LC_ALL=C sort | cpio -o -H newc -R 0:0 --quiet) >"$2"; }
 
+# copy_modules ROOT LIST MODULE...: with what they need that no earlier list has.
 copy_modules() {
-    local file
-    mkdir -p "$1/modules"
-    /sbin/modprobe -d "$packages" -S "$(kernel_version)" -a --show-depends "${modules[@]}" |
+    local root=$1 list=$2 file
+    shift 2
+    mkdir -p "$root/modules"
+    /sbin/modprobe -d "$packages" -S "$(kernel_version)" -a --show-depends "$@" |
         awk '$1 == "insmod" && !seen[$2]++ { print $2 }' | while read -r file; do
-        cp "$file" "$1/modules/"
-        basename "$file" >>"$1/modules/order"
+        [ ! -e "$root/modules/$(basename "$file")" ] || continue
+        cp "$file" "$root/modules/"
+        basename "$file" >>"$root/modules/$list"
     done
 }
 
@@ -131,7 +137,8 @@ base_archive() {
     mkdir -p "$root"/{bin,dev,proc,sys,run,tmp,data,etc,usr/bin,usr/lib}
     cp "$packages/bin/busybox" "$root/bin/"
     ln -s usr/lib "$root/lib"
-    copy_modules "$root"
+    copy_modules "$root" order "${modules[@]}"
+    copy_modules "$root" disks "${disk_modules[@]}"
     cp "$out/board/vus_board.ko" "$root/modules/"
     cp "$here/guest/init" "$root/init"
     cp "$here/guest/profile" "$root/etc/"
@@ -141,7 +148,7 @@ base_archive() {
 
 make_base() {
     local key
-    key=$(stamp_of "$here"/guest/* "$out/board/vus_board.ko")-$(kernel_version)-${modules[*]}
+    key=$(stamp_of "$here"/guest/* "$out/board/vus_board.ko")-$(kernel_version)-${modules[*]}-${disk_modules[*]}
     made "$out/.base" "$key" && return
     base_archive
     printf '%s' "$key" >"$out/.base"

@@ -25,7 +25,7 @@ packages=(
     # to fetch and unpack libbinder's source and the device's packages
     dpkg-dev cpio xz-utils
     # to make and run the virtual device
-    qemu-system-arm device-tree-compiler kmod make gcc-12-aarch64-linux-gnu
+    qemu-system-arm device-tree-compiler kmod make gcc-12-aarch64-linux-gnu e2fsprogs f2fs-tools
 )
 
 packaging=(debhelper fakeroot lintian mmdebstrap)

@@ -88,13 +88,15 @@ class Machine:
     """The hubs: port 2 of the super-speed controller (bus 1) has one, and its port 4 another,
     so that a device can be plugged at 1-2.4.1."""
 
-    def __init__(self, prompt_socket=None, state=None, reporter=GATE):
+    def __init__(self, prompt_socket=None, state=None, reporter=GATE, arguments=()):
         """With `state`, a file that save() wrote for the same image, it goes on from there. Otherwise
-        it boots, and starts the component that reports devices with the options `reporter`."""
+        it boots, and starts the component that reports devices with the options `reporter`.
+        `arguments` are more hardware, for the emulator; a state has none of it."""
         self._dir = Path(tempfile.mkdtemp(prefix="vus-device."))
         self._prompt_socket = prompt_socket
         self._state = state
         self._reporter = reporter
+        self._arguments = arguments
         self._process = None
         self._pending = b""
         self._plugged = {}
@@ -117,7 +119,7 @@ class Machine:
     def _command(self):
         """The emulator's command line; with a state, for a machine that waits for it."""
         command = [
-            EMULATOR, *HARDWARE,
+            EMULATOR, *HARDWARE, *self._arguments,
             "-kernel", str(IMAGE_DIR / "Image"), "-dtb", str(IMAGE_DIR / "soc.dtb"),
             "-initrd", str(IMAGE_DIR / "device.cpio"),
             "-append", f'{KERNEL_COMMAND_LINE} reporter="{self._reporter}"',

@@ -15,6 +15,7 @@ from vdev.probe import SOC, SYSFS  # noqa: E402
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "soak: half an hour at random; ./test soak")
+    config.addinivalue_line("markers", "power: every write to a disk; ./test power")
     config.addinivalue_line("markers", "reporter(options): how the component that reports devices is started; "
                                        "without it, with the gate")
 
