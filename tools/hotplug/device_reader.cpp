@@ -14,9 +14,9 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
-#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 #include "tools/common/input_sources.h"
+#include "tools/hotplug/device_node.h"
 #include "tools/hotplug/names.h"
 #include "tools/hotplug/sysfs_paths.h"
 #include "tools/hotplug/usb_entry.h"
@@ -118,8 +118,8 @@ Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
 
 Sighting read_input_device(const std::string& input, const std::string& event) {
     const std::string node = std::string(kInputNodesDir) + "/" + event;
-    const base::unique_fd fd(
-            insistently([&] { return open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+    const base::unique_fd fd =
+            open_node(node, O_RDONLY | O_NONBLOCK, std::string(kInputClassDir) + "/" + event);
     libevdev* opened = nullptr;
     if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) return {};
     const Evdev device(opened, libevdev_free);

@@ -10,6 +10,8 @@
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
+#include "android/vus/paths.h"
+#include "tools/hotplug/device_node.h"
 #include "tools/hotplug/hid_descriptor.h"
 #include "tools/hotplug/sysfs_paths.h"
 
@@ -27,7 +29,8 @@ std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device
                                                            int32_t interface_number) {
     const std::string node = base::StringPrintf("%s/%03d/%03d", kUsbNodesDir, device.number / 1000,
                                                 device.number % 1000);
-    const base::unique_fd fd(open(node.c_str(), O_RDWR | O_CLOEXEC));
+    const base::unique_fd fd =
+            open_node(node, O_RDWR, std::string(kUsbDevicesDir) + "/" + device.name);
     if (!fd.ok()) return std::nullopt;
     std::vector<uint8_t> descriptor(kMaxReportDescriptor);
     usbdevfs_ctrltransfer request = {};
