@@ -7,7 +7,7 @@ with a test case for each program, ctest.log, what it printed, and for each prog
 a test case for each of the program's own tests. All are JUnit's XML. A program without a report,
 with one that shows no test, or that fails although every test in its report passed, counts as one
 failed test: nothing is lost because a program crashed. Where a file named single lies, every
-program is one test and leaves no report. Each file NAME.failed is a step that failed before any
+program is one test and leaves no report; one that CTest calls skipped is no passed test. Each file NAME.failed is a step that failed before any
 program was run, and counts as one failed test.
 
 usage: tally.py [--filtered] [--expected-skips FILE] [--strict-skips] DIRECTORY...
@@ -120,6 +120,9 @@ def excerpt(log, length=12):
 def run_cases(directory, run, filtered):
     suite = directory.name
     if (directory / "single").exists():
+        # A check that says that it did not run has said why in its last line.
+        if run.selected_nothing:
+            return [Case(suite, run.name, SKIPPED, (run.output.strip().splitlines() or [""])[-1])]
         return [Case(suite, run.name, FAILED if run.end else PASSED, run.output)]
     tests = read_junit(directory / f"{run.name}.xml")
     end = "\n".join([f"{run.name} {run.end or 'ended well'}", *excerpt(run.output)])

@@ -10,7 +10,8 @@
 #endif
 
 // The logging library is used as it starts, without InitLogging: the default tag and INFO from
-// the first line on, and no environment variable that could silence an admission daemon.
+// the first line on, and no environment variable that could silence an admission daemon. On Android
+// a property still can: log.tag.vusd, which is the shell's and the system's to set.
 int main(int argc, char** argv) {
 #ifndef __ANDROID__
     android::vus::platform::unblockStandardStreams();

@@ -154,6 +154,18 @@ def test_strict_fails_on_a_skip_that_is_not_expected(results):
     assert results.tally(*options)[:2] == (0, "1 passed, 0 failed, 1 skipped")
 
 
+def test_check_that_was_not_run_has_not_passed(results):
+    results.leave_run("policy", None, end="Skipped", log="reading\nnot run: no tree\n", suite="format")
+    results.leave_run("style", None, suite="format")
+    (results.directory / "format" / "single").touch()
+    assert results.tally()[:2] == (0, "1 passed, 0 failed, 1 skipped")
+    assert "SKIPPED format: policy: not run: no tree" in results.tally()[2]
+    expected = results.directory / "expected.txt"
+    expected.write_text("# none\n")
+    options = ["--strict-skips", "--expected-skips", expected]
+    assert results.tally(*options)[:2] == (1, "1 passed, 1 failed")
+
+
 def test_pytest_report(results):
     results.leave_run("test_a", None, end="Failed", suite="device")
     (results.directory / "device" / "test_a.xml").write_text(

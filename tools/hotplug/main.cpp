@@ -7,6 +7,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#ifdef __ANDROID__
+#include <android-base/logging.h>
+#endif
 #include <android-base/unique_fd.h>
 #include <binder/ProcessState.h>
 
@@ -43,7 +46,11 @@ void print_line(const std::string& line) {
     fflush(stdout);
 }
 
+// Under Android's init nobody has the standard streams.
 void say(const std::string& line) {
+#ifdef __ANDROID__
+    LOG(WARNING) << line;
+#endif
     fprintf(stderr, "vus_hotplug: %s\n", line.c_str());
 }
 
