@@ -20,7 +20,7 @@ packages=(
     # to test
     libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3 python3-pytest
     gcovr clang-format blueprint-tools checkpolicy m4 llvm util-linux
-    clang-tidy shellcheck python3-pyflakes python3-z3 libxml2-utils mandoc systemd
+    clang-tidy shellcheck python3-pyflakes python3-z3 spin libxml2-utils mandoc systemd
     reuse chromium chromium-driver python3-selenium python3-pil zsh fish
     # to fetch and unpack libbinder's source and the device's packages
     dpkg-dev cpio xz-utils
