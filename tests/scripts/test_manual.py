@@ -58,7 +58,7 @@ def test_hotplug_has_the_programs_options():
     options = re.findall(r'^ +"  --([a-z-]+) ', usage, flags=re.M)
     assert len(options) >= 5
     text = page("vus_hotplug.8")
-    assert re.findall(r"^\.It Fl -([a-z-]+)$", text, flags=re.M) == options
+    assert re.findall(r"^\.It Fl -([a-z-]+)(?: Ar \w+)?$", text, flags=re.M) == options
     synopsis = text.split(".Sh SYNOPSIS")[1].split(".Sh DESCRIPTION")[0]
     assert set(re.findall(r"Fl -([a-z-]+)", synopsis)) == set(options)
 

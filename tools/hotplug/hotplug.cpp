@@ -48,9 +48,10 @@ Tracker::Actions actions_of(Reporter* reporter) {
 }  // namespace
 
 Hotplug::Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner,
-                 Gate* gate)
+                 Gate* gate, Meter* meter)
       : find_(std::move(find)),
         gate_(gate),
+        meter_(meter),
         wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
         reporter_(switches, waking(std::move(manner))),
         tracker_(gate == nullptr ? actions_of(&reporter_)
@@ -128,13 +129,15 @@ void Hotplug::report_present(Ask when) {
         }
         present.keys.merge(gate_->held_keys());
     }
+    if (meter_ != nullptr) meter_->keep_only(present.keys);
     reporter_.keep_only(present);
 }
 
 void Hotplug::report_present_of(const char* subsystem, Ask when, Present* present) {
     for (const std::string& path : present_devices(subsystem)) {
-        const std::string key =
-                tracker_.found({"", subsystem, path, usb_number(base::Basename(path))}, when);
+        const Event device = {"", subsystem, path, usb_number(base::Basename(path))};
+        if (meter_ != nullptr) meter_->found(device);
+        const std::string key = tracker_.found(device, when);
         if (key.empty()) continue;
         present->keys.insert(key);
         const bool has_driver = access((path + "/driver").c_str(), F_OK) == 0;
@@ -159,6 +162,7 @@ void Hotplug::handle_event(Event* event) {
     if (event->number == 0 && event->action != "remove") {
         event->number = usb_number(base::Basename(event->path));
     }
+    if (meter_ != nullptr) meter_->heard(*event);
     tracker_.handle(*event, Tracker::Clock::now());
 }
 
@@ -175,6 +179,7 @@ void Hotplug::handle_events() {
         lost |= heard == Heard::kLost || heard == Heard::kFailed;
         if (heard == Heard::kNothing || heard == Heard::kFailed) break;
     }
+    if (lost && meter_ != nullptr) meter_->events_lost();
     if (lost) report_present(Ask::kIfChanged);
 }
 

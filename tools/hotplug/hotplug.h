@@ -28,6 +28,7 @@
 #include "tools/common/death_notice.h"
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/gate.h"
+#include "tools/hotplug/meter.h"
 #include "tools/hotplug/policy_watch.h"
 #include "tools/hotplug/reporter.h"
 #include "tools/hotplug/switches.h"
@@ -39,9 +40,10 @@ namespace android::vus::hotplug {
 class Hotplug {
   public:
     // `find` answers the daemon's service, or at once why there is none. `switches` outlives this
-    // object. So does `gate`, if there is one, which the switches are then to be.
+    // object. So does `gate`, if there is one, which the switches are then to be; and `meter`, if
+    // there is one, which hears what this object hears.
     Hotplug(std::function<FoundService()> find, Switches* switches, Reporter::Manner manner,
-            Gate* gate = nullptr);
+            Gate* gate = nullptr, Meter* meter = nullptr);
     ~Hotplug();
 
     // Reports what is present and returns when all of it is judged. False without a daemon;
@@ -65,6 +67,7 @@ class Hotplug {
     const std::function<FoundService()> find_;
     UeventSocket events_;
     Gate* const gate_;
+    Meter* const meter_;
     const base::unique_fd wake_;  // the loop; the reporter's threads use it
     Reporter reporter_;
     Tracker tracker_;

@@ -20,6 +20,7 @@
 #include "tools/common/service_finder.h"
 #include "tools/hotplug/gate.h"
 #include "tools/hotplug/hotplug.h"
+#include "tools/hotplug/metering.h"
 #include "tools/hotplug/options.h"
 #include "tools/hotplug/preview.h"
 #include "tools/hotplug/sysfs_gate.h"
@@ -32,6 +33,7 @@ using android::vus::DeviceInfo;
 using android::vus::hotplug::Gate;
 using android::vus::hotplug::Hotplug;
 using android::vus::hotplug::kUsage;
+using android::vus::hotplug::Metering;
 using android::vus::hotplug::Options;
 using android::vus::hotplug::PolicyPreview;
 using android::vus::hotplug::Reporter;
@@ -59,9 +61,11 @@ int fail(const std::string& why) {
     return 1;
 }
 
-int run_once(Hotplug* hotplug) {
+int run_once(Hotplug* hotplug, Metering* metering) {
     std::string why_not;
-    return hotplug->run_once(&why_not) ? 0 : fail(why_not);
+    const bool done = hotplug->run_once(&why_not);
+    metering->finish();
+    return done ? 0 : fail(why_not);
 }
 
 // What comes while nobody answers is held: that is what a gate is for.
@@ -93,7 +97,10 @@ int run(const Options& options) {
     if (!android::vus::has_binder(&why_not)) return fail(why_not);
     const unique_fd end = options.once ? unique_fd() : android::vus::open_interrupts();
     android::ProcessState::self()->startThreadPool();
-    SysfsSwitches switches(say);
+    Metering metering(options, print_line, say);
+    SysfsSwitches switches(say, [&metering](const std::string& input, bool silent) {
+        metering.silenced(input, silent);
+    });
     SysfsGate kernel;
     PolicyPreview preview;
     Gate gate(&kernel, &switches, &preview, say,
@@ -104,12 +111,15 @@ int run(const Options& options) {
     manner.notice = say;
     if (options.fail_closed) follow_policy(&preview, &manner);
     if (options.gate) follow_gate(&gate, &manner);
+    metering.listen(&manner);
     Switches* const used = options.gate ? static_cast<Switches*>(&gate) : &switches;
-    Hotplug hotplug(android::vus::find_service, used, manner, options.gate ? &gate : nullptr);
-    if (options.once) return run_once(&hotplug);
+    Hotplug hotplug(android::vus::find_service, used, manner, options.gate ? &gate : nullptr,
+                    metering.meter());
+    if (options.once) return run_once(&hotplug, &metering);
     if (!hotplug.run(end.get())) {
         return fail(std::string("the kernel's events cannot be heard: ") + strerror(errno));
     }
+    metering.finish();
     // At once: a report can be stuck behind a device that does not answer.
     _exit(0);
 }

@@ -14,7 +14,8 @@ std::string version_line() {
 
 Options parse_options(const std::vector<std::string>& arguments) {
     Options options;
-    for (const std::string& argument : arguments) {
+    for (size_t at = 0; at < arguments.size(); ++at) {
+        const std::string& argument = arguments[at];
         if (argument == "--once") {
             options.once = true;
         } else if (argument == "--fail-closed") {
@@ -29,6 +30,12 @@ Options parse_options(const std::vector<std::string>& arguments) {
             options.open = true;
         } else if (argument == "--verbose") {
             options.verbose = true;
+        } else if (argument == "--events") {
+            if (++at == arguments.size() || arguments[at].empty()) {
+                options.error = "--events needs a file";
+                return options;
+            }
+            options.events = arguments[at];
         } else if (argument == "--version") {
             options.version = true;
         } else if (argument == "--help" || argument == "-h") {

@@ -18,12 +18,13 @@ struct Options {
     bool open = false;
     bool help = false;
     bool version = false;
-    std::string error;  // what is wrong with the command line; empty if nothing is
+    std::string events;  // the file; empty: none
+    std::string error;   // what is wrong with the command line; empty if nothing is
 };
 
 inline constexpr char kUsage[] =
-        "usage: vus_hotplug [--gate[=keep|off]] [--interfaces] [--once] [--fail-closed] "
-        "[--verbose]\n"
+        "usage: vus_hotplug [--gate[=keep|off]] [--interfaces] [--once] [--fail-closed]\n"
+        "                   [--verbose] [--events FILE]\n"
         "       vus_hotplug --open\n"
         "\n"
         "Reports USB and input devices to the vus daemon as the kernel finds and loses them,\n"
@@ -42,7 +43,9 @@ inline constexpr char kUsage[] =
         "  --open         open that door, and let in everything that is held\n"
         "  --once         judge the devices that are present, and exit\n"
         "  --fail-closed  switch off what comes while the daemon is away, until it is back\n"
-        "  --verbose      print a line a report: entry, kind, vendor:product, classes, answer\n"
+        "  --verbose      print a line a report: entry, kind, vendor:product, classes, answer;\n"
+        "                 and for each device whether it worked before it was allowed\n"
+        "  --events FILE  append that to FILE, for `vusctl exposure`; at 4 MiB it becomes FILE.1\n"
         "  --version      print the version\n"
         "  --help         print this\n"
         "\n"

@@ -273,6 +273,7 @@ bool Reporter::needs_no_answer(const SharedSession& session, const Record& known
 void Reporter::ask_service(const SharedSession& session, const Subject& device,
                            const Sighting& seen) {
     remember(session, device, seen);
+    if (manner_.asked) manner_.asked(device, seen);
     bool answer = false;
     const binder::Status status = session->service().isDeviceAllowed(*seen.info, &answer);
     print(device, *seen.info, !status.isOk() ? "unanswered" : answer ? "allowed" : "not-allowed");

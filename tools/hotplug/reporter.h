@@ -68,6 +68,8 @@ class Reporter {
         bool fail_closed = false;
         Print report;  // gets a line for each report, if it is set
         Print notice;  // gets a line for what is switched without, or against, an answer
+        // Hears what the daemon is asked, if it is set, before it is.
+        std::function<void(const Subject& device, const Sighting& seen)> asked = nullptr;
         // Hears each verdict before it is followed, if it is set.
         std::function<void(const Subject& device, bool allowed)> answered = nullptr;
         // Whether the policy refuses the device, as far as anybody can tell while the daemon is

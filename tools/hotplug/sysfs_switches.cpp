@@ -75,7 +75,11 @@ void SysfsSwitches::unhush_input(const std::string& input) {
 void SysfsSwitches::inhibit(const std::string& input, char value) {
     const std::string directory = std::string(kInputClassDir) + "/" + input;
     const std::string path = directory + "/inhibited";
-    if (write_attribute(path, {value}) || access(directory.c_str(), F_OK) != 0) return;
+    if (write_attribute(path, {value})) {
+        if (silenced_) silenced_(input, value == '1');
+        return;
+    }
+    if (access(directory.c_str(), F_OK) != 0) return;
     // Kernels before 5.11 have no such file.
     complain_("cannot switch " + path);
 }

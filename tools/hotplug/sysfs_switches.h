@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "tools/hotplug/switches.h"
 
@@ -14,9 +15,11 @@ namespace android::vus::hotplug {
 class SysfsSwitches : public Switches {
   public:
     // `complain` gets a line for each switch that could not be set, of a device that is still
-    // there.
-    explicit SysfsSwitches(std::function<void(const std::string&)> complain)
-          : complain_(std::move(complain)) {}
+    // there. `silenced` is told of each input device that is silent from now on, or no longer.
+    explicit SysfsSwitches(
+            std::function<void(const std::string&)> complain,
+            std::function<void(const std::string& input, bool silent)> silenced = nullptr)
+          : complain_(std::move(complain)), silenced_(std::move(silenced)) {}
 
     void close_interfaces(const Subject& device) override;
     void open_interfaces(const Subject& device) override;
@@ -34,6 +37,7 @@ class SysfsSwitches : public Switches {
     void complain(const std::string& path);
 
     const std::function<void(const std::string&)> complain_;
+    const std::function<void(const std::string& input, bool silent)> silenced_;
 };
 
 }  // namespace android::vus::hotplug

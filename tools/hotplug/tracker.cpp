@@ -5,9 +5,8 @@
 #include <utility>
 
 #include <android-base/file.h>
-#include <android-base/strings.h>
 
-#include "tools/hotplug/usb_entry.h"
+#include "tools/hotplug/entry_names.h"
 
 namespace android::vus::hotplug {
 
@@ -17,39 +16,6 @@ namespace {
 // more. Judging earlier would gain nothing: the kernel keeps all others from the device meanwhile.
 constexpr std::chrono::seconds kBindLimit(30);
 constexpr std::chrono::milliseconds kQuietTime(500);
-
-// A USB device's name is its bus and ports. Root hubs are the controllers', not plugged in; they
-// are called "usb1", and their interfaces "1-0:1.0".
-bool is_device_name(const std::string& name) {
-    return !name.empty() && isdigit(static_cast<unsigned char>(name[0])) &&
-           !base::EndsWith(name, "-0");
-}
-
-bool is_interface_name(const std::string& name) {
-    return is_device_name(name) && name.find(':') != std::string::npos && !is_hid_name(name);
-}
-
-bool is_root_hub(const std::string& name) {
-    return base::StartsWith(name, "usb");
-}
-
-bool is_input_device(const std::string& name) {
-    return base::StartsWith(name, "input");
-}
-
-bool is_event_node(const std::string& name) {
-    return base::StartsWith(name, "event");
-}
-
-// The event node's directory is in the input device's, a HID device's in the interface's.
-std::string parent_of(const std::string& path) {
-    return base::Basename(base::Dirname(path));
-}
-
-// The name of the USB device that an interface, or the device itself, belongs to.
-std::string device_of(const std::string& name) {
-    return name.substr(0, name.find(':'));
-}
 
 }  // namespace
 
@@ -152,7 +118,7 @@ void Tracker::handle_driver(const Event& event) {
 void Tracker::handle_input(const Event& event) {
     const std::string name = base::Basename(event.path);
     if (holds() && event.action == "add" && is_input_device(name)) {
-        actions_.input_appeared(name, parent_of(base::Dirname(event.path)));
+        actions_.input_appeared(name, bearer_of(event.path));
     }
     if (!is_event_node(name)) return;
     if (event.action == "add") actions_.judge_input(parent_of(event.path), name, Ask::kAlways);

@@ -23,10 +23,11 @@ namespace android::vus::hotplug {
 
 // A kernel event, or a device that was found.
 struct Event {
-    std::string action;     // "add", "bind", "remove", ...
-    std::string subsystem;  // "usb", "hid", "input" or "drivers"; of others nothing is heard
-    std::string path;       // where the device is, or was, in sysfs
-    int32_t number = 0;     // of a USB device, if it is known (see Subject)
+    std::string action;       // "add", "bind", "remove", ...
+    std::string subsystem;    // "usb", "hid", "input" or "drivers"; of others nothing is heard
+    std::string path;         // where the device is, or was, in sysfs
+    int32_t number = 0;       // of a USB device, if it is known (see Subject)
+    std::string driver = {};  // that the device has got, of a "bind"
 };
 
 class Tracker {

@@ -69,7 +69,8 @@ std::optional<Event> parse_uevent(std::string_view message) {
     if (action.empty() || path.empty() || path[0] != '/') return std::nullopt;
     const int32_t device = number(message, "DEVNUM");
     return Event{std::string(action), std::string(subsystem), kSysfs + std::string(path),
-                 device == 0 ? 0 : number(message, "BUSNUM") * 1000 + device};
+                 device == 0 ? 0 : number(message, "BUSNUM") * 1000 + device,
+                 action == "bind" ? std::string(variable(message, "DRIVER")) : ""};
 }
 
 std::vector<std::string> present_devices(const std::string& subsystem) {

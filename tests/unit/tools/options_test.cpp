@@ -44,6 +44,13 @@ TEST(Options, DoorIsOpenedByThatOptionAlone) {
     EXPECT_EQ(parse_options({"--open", "--gate"}).error, "--open goes with nothing else");
 }
 
+TEST(Options, EventsGoToAFileThatIsNamed) {
+    EXPECT_EQ(parse_options({}).events, "");
+    EXPECT_EQ(parse_options({"--events", "/x", "--verbose"}).events, "/x");
+    EXPECT_EQ(parse_options({"--events"}).error, "--events needs a file");
+    EXPECT_EQ(parse_options({"--verbose", "--events", ""}).error, "--events needs a file");
+}
+
 TEST(Options, UnknownOnesAreErrors) {
     EXPECT_EQ(parse_options({"--once", "-x", "--y"}).error, "unknown argument: -x");
     EXPECT_EQ(parse_options({""}).error, "unknown argument: ");

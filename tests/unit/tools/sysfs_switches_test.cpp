@@ -51,6 +51,21 @@ TEST_F(SysfsSwitchesTest, InterfacesThatAreOnAreClosed) {
     EXPECT_THAT(complaints_, IsEmpty());
 }
 
+TEST_F(SysfsSwitchesTest, SilenceIsToldOnlyIfTheKernelTookIt) {
+    std::vector<std::string> told;
+    SysfsSwitches switches([](const std::string&) {},
+                           [&told](const std::string& input, bool silent) {
+                               told.push_back(input + (silent ? " silent" : " heard"));
+                           });
+    WriteFile("/sys/class/input/input5/inhibited", "0\n");
+    WriteFile("/sys/class/input/input6/name", "of an older kernel\n");
+    switches.hush_input("input5");
+    switches.hush_input("input6");
+    switches.hush_input("input7");
+    switches.unhush_input("input5");
+    EXPECT_THAT(told, ElementsAre("input5 silent", "input5 heard"));
+}
+
 TEST_F(SysfsSwitchesTest, DeviceThatHasBecomeAnotherIsLeftAlone) {
     const Subject before = {"1-2", 1004};
     switches_.close_interfaces(before);

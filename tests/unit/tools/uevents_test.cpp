@@ -43,12 +43,13 @@ TEST(UeventTest, DeviceIsReadWithItsNumber) {
     EXPECT_EQ(event->number, 1005);
 }
 
-TEST(UeventTest, InterfaceHasNoNumber) {
+TEST(UeventTest, InterfaceHasNoNumberButADriver) {
     const auto event = parse_uevent(
             Message("bind@/devices/usb1/1-2/1-2:1.0\nACTION=bind\n"
                     "DEVPATH=/devices/usb1/1-2/1-2:1.0\nSUBSYSTEM=usb\nDRIVER=usbhid\n"));
     ASSERT_TRUE(event);
     EXPECT_EQ(event->number, 0);
+    EXPECT_EQ(event->driver, "usbhid");
 }
 
 // The last line may lack its end, and what the kernel has never sent must do no harm.
