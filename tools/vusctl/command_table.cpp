@@ -40,6 +40,13 @@ constexpr char kVerifyNotes[] =
         "switched off and without a driver, what is attached has to be listed. Exit\n"
         "status 1: there is a difference.\n";
 
+constexpr char kExposureNotes[] =
+        "Sums up what `vus_hotplug --events FILE` has written: how many devices there\n"
+        "were, how many of them were refused, and for how long they worked nevertheless.\n"
+        "FILE is where the shipped units write if you name none; FILE.1 is read, too.\n"
+        "Lines that are none are counted. Exit status 1: some device worked for longer\n"
+        "than MS without being allowed, or does so still.\n";
+
 constexpr char kRecordNotes[] =
         "An object a line, to the output or to DIR/devices.json, for --list of the other\n"
         "commands. With --redact each name and serial number becomes a hash, keyed with\n"
@@ -149,6 +156,10 @@ std::vector<Option> surface_options() {
            json();
 }
 
+std::vector<Option> exposure_options() {
+    return std::vector<Option>{{"--fail-above", "MS", "exit status 1 if one is longer"}} + json();
+}
+
 std::vector<Option> test_options() {
     return {{"--policy", "FILE", "the policy, where the cases name none, or another one"},
             {"--junit", "FILE", "write the results for a build server"},
@@ -186,6 +197,8 @@ std::vector<Command> daemon_rows() {
              "why a listed device has its verdict", kWhyNotes, explain_listed},
             {"verify", "", "", 0, 0, json(), "--json or nothing",
              "is what the list says true of this machine?", kVerifyNotes, verify_list},
+            {"exposure", "", "[FILE]", 0, 1, exposure_options(), "at most one FILE",
+             "did refused devices work, and for how long?", kExposureNotes, show_exposure},
             {"record", "", "[DIR]", 0, 1, redact(), "at most one DIR, --redact and --key FILE",
              "this machine's devices as a list", kRecordNotes, record_devices},
             {"judge", "", "", 0, 0, device_options() + json(), "a device's description",

@@ -20,5 +20,7 @@ int explain_listed(Context& context, const Call& call);
 int verify_list(Context& context, const Call& call);
 int record_devices(Context& context, const Call& call);
 int forget_device(Context& context, const Call& call);
+// Without the daemon: of a file that the reporter writes.
+int show_exposure(Context& context, const Call& call);
 
 }  // namespace android::vus::ctl
