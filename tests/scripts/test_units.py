@@ -90,10 +90,22 @@ def test_the_daemons_steps_are_in_order():
 
 def test_the_gate_is_shut_and_stays_so_while_the_daemon_is_away():
     text = lines("vus-hotplug.service")
-    assert "ExecStart=/usr/sbin/vus_hotplug --gate --fail-closed" in text
+    command = next(line for line in text if line.startswith("ExecStart="))
+    assert command.split()[:3] == ["ExecStart=/usr/sbin/vus_hotplug", "--gate", "--fail-closed"]
     # By which a HID interface is asked what it is.
     assert "DeviceAllow=char-usb_device rw" in text
     assert not any(line.startswith(("Requires=", "BindsTo=")) and "vusd" in line for line in text)
+
+
+def test_the_meter_writes_where_vusctl_reads():
+    text = lines("vus-hotplug.service")
+    events = re.search(r'kEventsFile\[\] = "([^"]+)"', (ROOT / "tools/vusctl/exposures.h").read_text()).group(1)
+    command = next(line for line in text if line.startswith("ExecStart=")).split()
+    assert command[command.index("--events") + 1] == events
+    # Which systemd makes, and lets it write to.
+    folder = str(pathlib.PurePath(events).parent)
+    assert f"StateDirectory={folder.removeprefix('/var/lib/')}" in text
+    assert f"rm -rf /var/lib/vus {folder} " in (ROOT / "debian" / "vus.postrm").read_text()
 
 
 @pytest.mark.parametrize("unit", DAEMONS)
