@@ -6,12 +6,14 @@ appeared and what vanished) with what had to be seen; the exit status is 0 only 
 """
 
 import argparse
+import json
 import sys
 import time
 
 import shell
-from vdev import CATALOG, Machine, MachineError, Probe, wait_for_gate
+from vdev import CATALOG, NO_GATE, Machine, MachineError, Probe, wait_for_gate
 from vdev.probe import BACKUP, POLICY, SOC, SYSFS
+from vdev.trials import Trials
 
 WHITELIST = """<usbconfig mode="whitelist">
   <class>USB_CLASS_MASS_STORAGE</class>
@@ -34,6 +36,11 @@ NEW = """<usbconfig mode="whitelist">
   <class>AINPUT_SOURCE_KEYBOARD</class>
   <vid vendorid="1027"><pid>24577</pid></vid>
   <vid vendorid="1208"/>
+</usbconfig>
+"""
+
+ONLY_STORAGE = """<usbconfig mode="whitelist">
+  <class>USB_CLASS_MASS_STORAGE</class>
 </usbconfig>
 """
 
@@ -279,10 +286,60 @@ class Story:
         self.page.tell(label, output)
         self.page.expect(f"output of {label}", expected in output, True)
 
+    def plug_what_is_refused(self):
+        """A keyboard, on which somebody types, and a dock. Returns the drivers that the kernel tried."""
+        trials = Trials.begin(self.machine)
+        self.machine.plug(CATALOG["keyboard"], port="1")
+        self.page.tell("plugged", f"{CATALOG['keyboard'].summary}, at 1-1, on which somebody types")
+        for _ in range(20):
+            self.machine.qmp.execute("send-key", keys=[{"type": "qcode", "data": "a"}])
+        self.machine.plug(CATALOG["dock"])
+        self.page.tell("", f"{CATALOG['dock'].summary}, at 3-1")
+        self.check_record("keyboard", self.probe.judged_input("Keyboard", NO_WHITELIST_RULE), False, NO_WHITELIST_RULE)
+        self.check_record("dock", self.probe.judged("3-1", NO_WHITELIST_RULE), False, NO_WHITELIST_RULE)
+        self.machine.wait_until(lambda: not self.probe.functions("1-1") | self.probe.functions("3-1"),
+                                what="the keyboard and the dock off")
+        return {driver for driver, _ in trials.tried()}
+
+    def read_meter(self):
+        """What `vusctl exposure` says, for people and for this story."""
+        self.page.tell("meter", self.machine.shell("vusctl exposure"))
+        return json.loads(self.machine.shell("vusctl exposure --json"))
+
+    def nothing_appears(self):
+        self.page.scene("11. A refused keyboard and a refused dock: nothing of them was ever there")
+        for name in ("keyboard", "disk"):
+            self.machine.unplug(name)
+        self.set_policy(ONLY_STORAGE)
+        tried = self.plug_what_is_refused()
+        self.page.tell("kernel", f"drivers tried since: {', '.join(sorted(tried)) or 'none'}")
+        self.page.expect("drivers tried", tried, set())
+        nodes = self.machine.run("cd /dev; ls -d input/event* hidraw* ttyACM* sd* /sys/class/net/usb* 2>/dev/null")[1]
+        self.page.tell("appeared", ", ".join(nodes.split()) or "nothing: what is typed reaches nobody")
+        self.page.expect("what appeared", nodes, "")
+        measured = self.read_meter()
+        self.page.expect("exposure of all that was refused in this story",
+                         (measured["exposedMs"], measured["stillOn"], measured["notMeasured"]["refused"]), (0, 0, 0))
+        self.page.expect("refusals measured", measured["refused"] >= 2, True)
+
+    def old_way(self):
+        """On a machine of its own."""
+        self.page.scene("12. The same without the gate (--gate=off): both work until they are refused")
+        self.machine.wait_until("vusctl list", what="the service")
+        self.set_policy(ONLY_STORAGE)
+        tried = self.plug_what_is_refused()
+        self.page.tell("kernel", f"drivers tried since: {', '.join(sorted(tried))}")
+        self.page.expect("drivers tried", tried >= {"usbhid", "hid-generic", "cdc_ether", "cdc_acm", "usb-storage"}, True)
+        self.machine.wait_until("vusctl exposure --json | grep '\"refused\":2,' | grep -q '\"stillOn\":0'",
+                                what="the last line of the meter")
+        measured = self.read_meter()
+        self.page.expect("refused", measured["refused"], 2)
+        self.page.expect("exposed", measured["exposedMs"] > 0, True)
+
     def tell_all(self):
         for scene in (self.start, self.default_policy, self.whitelist, self.one_by_one, self.blacklist,
                       self.broken_policy, self.undock_by_properties, self.undock_by_controller, self.crash,
-                      self.workbench):
+                      self.workbench, self.nothing_appears):
             scene()
 
 
@@ -301,6 +358,10 @@ def run_story():
     with Machine() as machine:
         try:
             Story(machine, page).tell_all()
+            # On a machine that has had no gate: one would hold what comes after it, too.
+            with Machine(reporter=NO_GATE) as other:
+                machine = other
+                Story(machine, page).old_way()
         except MachineError as error:
             page.wrong += 1
             page.tell("WRONG", str(error), "1;31")
