@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the gate costs, and what it closes, on the virtual device.
 
-    /usr/bin/python3 bench/gate_costs.py [--image DIR] [--runs N] [--pairs N] [--others N,N...] [TABLE...]
+    /usr/bin/python3 bench/gate_costs.py [--image DIR] [--runs N] [--pairs N] [--others N,N...]
+                                         [--minutes N] [TABLE...]
 
 TABLE is one of:
   ways   no gate, fail-closed and gate, with 0, 10 and 30 other devices attached: how long a refused
@@ -10,8 +11,9 @@ TABLE is one of:
   delay  how much later an allowed disk and keyboard is usable behind the gate: pairs of plugs, one
          in a machine without a gate, one in a machine with it
 
-Both without one, in some 15 minutes on an idle machine with two cores; Markdown. DIR is an image
-that device/build.sh made, of this checkout if none is given.
+Both without one, in some 15 minutes on an idle machine with two cores; Markdown. Where that is not
+enough, fewer plugs are made than --runs and --pairs ask for, and the tables say how many. DIR is an
+image that device/build.sh made, of this checkout if none is given.
 
 Moments are the guest's kernel's, by probes in it: a device is added (device_add), an interface gets
 a driver (driver_bound) and loses it (usb_unbind_interface), somebody writes its `authorized`
@@ -46,6 +48,9 @@ PROGRAMS = ("vusd", "vus_hotplug")
 IDLE_SECONDS = 5
 TICKS_A_SECOND = 100  # what the kernel counts processor time in, for everybody
 LIMIT_SECONDS = 60
+# What a row may take of the time that is left, before its last plug begins; and a row of delays.
+SHARE_OF_PLUGS = 0.75
+DELAY_SECONDS = 110
 NEVER = "–"
 
 
@@ -129,6 +134,8 @@ class Bench:
             self.programs.wait_until_idle()
             added = self.moments.of("added", re.escape(entry))[0]
             bound, unbound = self.moments.of("bound", interfaces), self.moments.of("unbound", interfaces)
+            if len(unbound) < len(bound):
+                raise MachineError(f"{entry}: of {len(bound)} drivers {len(unbound)} were taken away")
             return (max(unbound) - min(bound)) if bound else 0.0, word - added
 
     def allowed(self, kind, entry, event, name):
@@ -149,11 +156,11 @@ class Bench:
     def keyboard(self):
         return self.allowed("keyboard", f"1-{PORT}", "added", r"event\d+")
 
-    def cpu_of_a_plug(self, plugs):
+    def serial_and_its_cpu(self):
         self.programs.wait_until_idle()
         before = self.programs.cpu_ms()
-        serial = [self.serial() for _ in range(plugs)]
-        return (self.programs.cpu_ms() - before) / plugs, serial
+        times = self.serial()
+        return (*times, self.programs.cpu_ms() - before)
 
     def idle_switches(self):
         self.programs.wait_until_idle()
@@ -178,49 +185,58 @@ def spread(values):
     return f"{middle(values)} ({min(values):.1f} to {max(values):.1f})"
 
 
-def row_of(bench, runs):
-    # Once for nothing: the emulator translates what is executed for the first time.
-    for measure in (bench.serial, bench.dock, bench.disk, bench.keyboard):
-        measure()
-    cpu, serial = bench.cpu_of_a_plug(runs)
-    dock = [bench.dock() for _ in range(runs)]
-    disk = [bench.disk() for _ in range(runs)]
-    keyboard = [bench.keyboard() for _ in range(runs)]
-    (serial_on, serial_word), (dock_on, dock_word) = zip(*serial), zip(*dock)
-    return [spread(serial_on), spread(dock_on), middle(serial_word), middle(dock_word), middle(disk),
-            middle(keyboard), f"{cpu:.0f}", f"{bench.programs.resident_kb() / 1024:.1f}", str(bench.idle_switches())]
+def repeat(measure, times, deadline):
+    """What `measure` answers, that often, but no longer than until the deadline; once in any case.
+    Once before for nothing: the emulator translates what is executed for the first time."""
+    measure()
+    answers = [measure()]
+    while len(answers) < times and time.monotonic() < deadline:
+        answers.append(measure())
+    return answers
+
+
+def row_of(bench, runs, deadline):
+    def measure():
+        return *bench.serial_and_its_cpu(), *bench.dock(), bench.disk(), bench.keyboard()
+    rows = repeat(measure, runs, deadline)
+    serial_on, serial_word, cpu, dock_on, dock_word, disk, keyboard = zip(*rows)
+    return [str(len(rows)), spread(serial_on), spread(dock_on), middle(serial_word), middle(dock_word), middle(disk),
+            middle(keyboard), f"{statistics.mean(cpu):.0f}", f"{bench.programs.resident_kb() / 1024:.1f}",
+            str(bench.idle_switches())]
 
 
 def ways_table(arguments):
-    heads = ["", "Others", "Refused serial adapter exposed, ms", "Refused dock exposed, ms",
+    heads = ["", "Others", "Runs", "Refused serial adapter exposed, ms", "Refused dock exposed, ms",
              "Serial adapter: the daemon's word written after, ms", "Dock: after, ms", "Allowed disk has its driver after, ms",
              "Allowed keyboard has its event node after, ms", "Processor time a plug, both programs, ms",
              "Resident, both, MB", f"Wake-ups in {IDLE_SECONDS} idle s"]
     print_row(heads)
     print_row(["---"] * len(heads))
-    for way in WAYS:
-        for others in arguments.others:
-            try:
-                with bench_of(way, others) as bench:
-                    cells = row_of(bench, arguments.runs)
-            except MachineError as error:  # the others are worth having
-                print(f"{way}, {others} others: {error}", file=sys.stderr)
-                cells = [NEVER] * (len(heads) - 2)
-            print_row([way, str(others), *cells])
+    rows = [(way, others) for way in WAYS for others in arguments.others]
+    for number, (way, others) in enumerate(rows):
+        now = time.monotonic()
+        deadline = now + SHARE_OF_PLUGS * (arguments.deadline - now) / (len(rows) - number)
+        try:
+            with bench_of(way, others) as bench:
+                cells = row_of(bench, arguments.runs, deadline)
+        except MachineError as error:  # the others are worth having
+            print(f"{way}, {others} others: {error}", file=sys.stderr)
+            cells = [NEVER] * (len(heads) - 2)
+        print_row([way, str(others), *cells])
     print()
 
 
 def delay_table(arguments):
-    heads = ["Allowed", "No gate, ms", "Gate, ms", f"Later behind the gate, ms: median of {arguments.pairs} pairs"]
+    heads = ["Allowed", "Pairs", "No gate, ms", "Gate, ms", "Later behind the gate, ms: median of the pairs"]
     print_row(heads)
     print_row(["---"] * len(heads))
     with bench_of("no gate") as without, bench_of("gate") as behind:
         for name in ("disk", "keyboard"):
             plugs = [getattr(bench, name) for bench in (without, behind)]
-            for plug in plugs:
-                plug()
-            pairs = [(plugs[0](), plugs[1]()) for _ in range(arguments.pairs)]
-            print_row([name, *(middle(column) for column in zip(*pairs)), spread([later - at for at, later in pairs])])
+            deadline = time.monotonic() + DELAY_SECONDS
+            pairs = repeat(lambda both=plugs: (both[0](), both[1]()), arguments.pairs, deadline)
+            delays = [later - at for at, later in pairs]
+            print_row([name, str(len(pairs)), *(middle(column) for column in zip(*pairs)), spread(delays)])
     print()
 
 
@@ -228,7 +244,7 @@ def print_row(cells):
     print(f"| {' | '.join(cells)} |", flush=True)
 
 
-TABLES = {"ways": ways_table, "delay": delay_table}
+TABLES = {"delay": delay_table, "ways": ways_table}
 
 
 def main():
@@ -236,9 +252,11 @@ def main():
     parser.add_argument("--image", type=Path, help="the image's folder")
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--pairs", type=int, default=20)
+    parser.add_argument("--minutes", type=float, default=18)
     parser.add_argument("--others", type=lambda text: [int(part) for part in text.split(",")], default=OTHERS)
     parser.add_argument("tables", nargs="*", metavar="TABLE", help="ways or delay; both without one")
     arguments = parser.parse_args()
+    arguments.deadline = time.monotonic() + arguments.minutes * 60
     unknown = set(arguments.tables) - set(TABLES)
     if unknown:
         parser.error(f"no table {', '.join(sorted(unknown))}")
