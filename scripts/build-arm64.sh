@@ -13,7 +13,7 @@ sysroot=$vus_build/sysroot-arm64
 out=$vus_build/arm64
 objects=$vus_build/arm64/cmake
 programs=("$@")
-[ $# -gt 0 ] || programs=(vusd vus_hotplug vusctl getprop setprop servicemanager vus_malformed_call)
+[ $# -gt 0 ] || programs=(vusd vus_hotplug vusctl getprop setprop servicemanager vus_malformed_call vus_usbfs)
 
 # Where the target's linker looks: what our programs' run path says, the system's, and the
 # folder that libbacktrace names for 7z.so.

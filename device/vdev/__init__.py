@@ -4,7 +4,7 @@
 from .catalog import CATALOG, Gadget, QemuDevice, RedirDevice
 from .machine import GATE, NO_GATE, GuestError, Machine, MachineError, NotInTime
 from .probe import Probe
-from .ready import ready_machine, wait_for_gate, wait_for_service
+from .ready import prepared_machine, ready_machine, wait_for_gate, wait_for_service
 
 __all__ = ["CATALOG", "GATE", "Gadget", "GuestError", "Machine", "MachineError", "NO_GATE", "NotInTime", "Probe",
-           "QemuDevice", "RedirDevice", "ready_machine", "wait_for_gate", "wait_for_service"]
+           "QemuDevice", "RedirDevice", "prepared_machine", "ready_machine", "wait_for_gate", "wait_for_service"]

@@ -18,10 +18,12 @@ CONTROLLER = "xhci.0"
 
 @dataclass
 class Plugged:
-    """A device at its port; unplug() takes it out, stop() only frees what the host holds."""
+    """A device at its port; unplug() takes it out, stop() only frees what the host holds. One that
+    can leave by itself and come back as something else becomes what a Description says."""
 
     unplug: callable
     stop: callable = lambda: None
+    become: callable = None
 
 
 @dataclass
@@ -77,7 +79,7 @@ class RedirDevice:
         def unplug():
             _remove(machine, name)  # takes its chardev with it
             server.stop()
-        return Plugged(unplug=unplug, stop=server.stop)
+        return Plugged(unplug=unplug, stop=server.stop, become=server.become)
 
 
 @dataclass

@@ -276,6 +276,10 @@ class Machine:
             raise MachineError(f"{name} is not plugged")
         self._plugged.pop(name).unplug()
 
+    def become(self, name, description):
+        """Has a device that is described in Python leave, and come back as another one."""
+        self._plugged[name].become(description)
+
     def plugged(self):
         return sorted(self._plugged)
 

@@ -2,7 +2,9 @@
 """A machine in which the service answers, in a fraction of the time that a boot takes.
 
 The first one of an image boots, and leaves its state beside the image; all others go on from
-there. So does the first one in which the component that reports devices is started otherwise. Each is as fresh as if it had booted: nothing that one does reaches another.
+there. So does the first one in which the component that reports devices is started otherwise. Each
+is as fresh as if it had booted: nothing that one does reaches another. Machines that have more in
+common go on from a state of their own, which is made in the same way.
 """
 
 import fcntl
@@ -27,32 +29,49 @@ def wait_for_gate(machine):
 def ready_machine(reporter=GATE):
     """A Machine, not entered yet, in which the component that reports devices runs with those
     options."""
-    return Machine(state=_state(reporter), reporter=reporter)
+    return Machine(state=_state(reporter, _boot), reporter=reporter)
 
 
-def _state(reporter):
+def prepared_machine(reporter, prepare, what):
+    """The same, for which prepare(machine) has been done, without anything left plugged. `what` is
+    all that this depends on, besides the machine itself: another text is another state."""
+    def go_on(unfinished, reporter):
+        with ready_machine(reporter) as machine:
+            prepare(machine)
+            machine.save(unfinished)
+    return Machine(state=_state(reporter, go_on, f"-prepared-{_digest(what)}"), reporter=reporter)
+
+
+def _state(reporter, make, preparation=""):
     """The state of the image's machine, made now if there is none or the image is another one."""
     check_image()
-    with open(machines.IMAGE_DIR / ".state.lock", "w", encoding="ascii") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)  # of several at once, one boots
+    kind = reporter.replace(" ", "")
+    lock_name = f".state{kind if preparation else ''}.lock"
+    with open(machines.IMAGE_DIR / lock_name, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)  # of several at once, one makes it
         key = _key()
         for old in machines.IMAGE_DIR.glob("state-*"):
-            if not old.name.startswith(f"state-{key}"):
-                old.unlink()
-        path = machines.IMAGE_DIR / f"state-{key}{reporter.replace(' ', '')}"
+            prepared_otherwise = preparation and old.name.startswith(f"state-{key}{kind}-prepared-")
+            if not old.name.startswith(f"state-{key}") or prepared_otherwise and not old.name.endswith(preparation):
+                old.unlink(missing_ok=True)
+        path = machines.IMAGE_DIR / f"state-{key}{kind}{preparation}"
         if not path.exists():
-            _make(path, reporter)
+            unfinished = path.with_name(f".{path.name}")
+            make(unfinished, reporter)
+            unfinished.rename(path)
         return path
 
 
-def _make(path, reporter):
-    unfinished = path.with_name(f".{path.name}")
+def _boot(unfinished, reporter):
     with Machine(reporter=reporter) as machine:
         wait_for_service(machine)
         if GATE in reporter.split():
             wait_for_gate(machine)
         machine.save(unfinished)
-    unfinished.rename(path)
+
+
+def _digest(text):
+    return hashlib.sha256(text.encode()).hexdigest()[:16]
 
 
 def _key():
@@ -61,4 +80,4 @@ def _key():
     parts = [f"{name} {found.st_size} {found.st_mtime_ns}" for name, found in files]
     parts += [subprocess.run([EMULATOR, "--version"], check=True, capture_output=True, text=True).stdout]
     parts += [*HARDWARE, KERNEL_COMMAND_LINE]
-    return hashlib.sha256("\n".join(parts).encode()).hexdigest()[:16]
+    return _digest("\n".join(parts))

@@ -39,6 +39,7 @@ class Endpoint:
 
 
 INTERRUPT_IN = Endpoint(0x81, 3, 8, 10)
+BULK_PAIR = (Endpoint(0x81), Endpoint(2))
 
 
 @dataclass
@@ -48,8 +49,19 @@ class Interface:
     protocol: int = 0
     endpoints: tuple = ()
     report: bytes = None  # a HID report descriptor
+    later_report: bytes = None  # what it says instead when it is asked again
     extra: bytes = b""    # class-specific descriptors
     name: str = None
+    alternates: tuple = ()  # its settings 1, 2, ..., as interfaces without any of their own
+
+    @property
+    def settings(self):
+        return (self, *self.alternates)
+
+    def next_report(self):
+        report = self.report
+        self.report = self.later_report or report
+        return report
 
     def hid_descriptor(self):
         if self.report is None:
@@ -70,8 +82,14 @@ class Description:
     speed: int = FULL
     # The last control requests are not answered: the kernel waits for them until it gives up.
     answers: bool = True
+    # So are these requests of a class or vendor.
+    unanswered: tuple = ()
     # How often it refuses to be configured; None: it never answers that.
     refusals: int = 0
+    # Whether it stalls when it is asked for data, and not only never has any.
+    stalls: bool = False
+    # What it is after it has been reset: a Description, if that is something else.
+    after_reset: object = None
     _strings: list = field(default_factory=lambda: [None])
 
     def __post_init__(self):
@@ -92,8 +110,12 @@ class Description:
         return len(self._strings) - 1
 
     def _interface(self, number, interface):
+        return b"".join(self._setting(number, alternate, setting)
+                        for alternate, setting in enumerate(interface.settings))
+
+    def _setting(self, number, alternate, interface):
         descriptor = struct.pack(
-            "<BBBBBBBBB", 9, INTERFACE, number, 0, len(interface.endpoints), interface.class_code,
+            "<BBBBBBBBB", 9, INTERFACE, number, alternate, len(interface.endpoints), interface.class_code,
             interface.subclass, interface.protocol, self._string_index(interface.name))
         descriptor += interface.hid_descriptor() + interface.extra
         for endpoint in interface.endpoints:
@@ -124,7 +146,8 @@ class Description:
         if request == GET_DESCRIPTOR and request_type == 0x80:
             answer = self._descriptor(value)
         elif request == GET_DESCRIPTOR and request_type == 0x81 and value >> 8 == REPORT:
-            answer = self.interfaces[index & 0xFF].report
+            reports = [setting.next_report() for setting in self.interfaces[index & 0xFF].settings]
+            answer = next((report for report in reports if report is not None), None)
         elif request == GET_STATUS:
             answer = bytes(2)
         else:
@@ -133,7 +156,7 @@ class Description:
 
 
 # Packet types of the usbredir protocol.
-HELLO, DEVICE_CONNECT, INTERFACE_INFO, EP_INFO = 0, 1, 4, 5
+HELLO, DEVICE_CONNECT, DEVICE_DISCONNECT, RESET, INTERFACE_INFO, EP_INFO = 0, 1, 2, 3, 4, 5
 SET_CONFIGURATION, GET_CONFIGURATION, CONFIGURATION_STATUS = 6, 7, 8
 SET_ALT, GET_ALT, ALT_STATUS = 9, 10, 11
 START_INTERRUPT, STOP_INTERRUPT, INTERRUPT_STATUS = 15, 16, 17
@@ -148,12 +171,23 @@ ID_64BIT = 1 << 5
 class Server(threading.Thread):
     def __init__(self, description, path):
         super().__init__(daemon=True)
-        self._description = description
-        self._configuration = 0
-        self._refusals = description.refusals
+        self._is(description)
         self._wide_ids = False
+        self._sending = threading.Lock()
         self._socket = _connected(path)
         self.start()
+
+    def become(self, description):
+        """Leaves the bus by itself, and comes back as something else."""
+        self._send(DEVICE_DISCONNECT, 0, b"")
+        self._is(description)
+        self._announce()
+
+    def _is(self, description):
+        self._configuration = 0
+        self._settings = {}
+        self._refusals = description.refusals
+        self._description = description
 
     def stop(self):
         try:
@@ -173,7 +207,8 @@ class Server(threading.Thread):
 
     def _send(self, kind, packet_id, body):
         header = struct.pack("<IIQ" if self._wide_ids else "<III", kind, len(body), packet_id)
-        self._socket.sendall(header + body)
+        with self._sending:
+            self._socket.sendall(header + body)
 
     def _read(self, length):
         data = b""
@@ -206,7 +241,8 @@ class Server(threading.Thread):
         types, intervals, owners, sizes = [255] * 32, [0] * 32, [0] * 32, [0] * 32
         for control in (0, 16):
             types[control], sizes[control] = 0, 64
-        interfaces = self._description.interfaces
+        interfaces = [interface.settings[self._settings.get(number, 0)]
+                      for number, interface in enumerate(self._description.interfaces)]
         for number, interface in enumerate(interfaces):
             for endpoint in interface.endpoints:
                 at = (endpoint.address & 0x80) >> 3 | endpoint.address & 15
@@ -225,17 +261,29 @@ class Server(threading.Thread):
             self._configure(packet_id, body[0])
         elif kind == GET_CONFIGURATION:
             self._send(CONFIGURATION_STATUS, packet_id, bytes([0, self._configuration]))
-        elif kind in (SET_ALT, GET_ALT):
-            alternate = body[1] if kind == SET_ALT else 0
-            self._send(ALT_STATUS, packet_id, bytes([0, body[0], alternate]))
+        elif kind == RESET:
+            self._reset()
+        elif kind == SET_ALT:
+            self._settings[body[0]] = body[1]
+            self._send_interfaces()
+            self._send(ALT_STATUS, packet_id, bytes([0, *body[:2]]))
+        elif kind == GET_ALT:
+            self._send(ALT_STATUS, packet_id, bytes([0, body[0], self._settings.get(body[0], 0)]))
         elif kind in (START_INTERRUPT, STOP_INTERRUPT):
             self._send(INTERRUPT_STATUS, packet_id, bytes([0, body[0]]))
         elif kind == CONTROL:
             self._answer_control(packet_id, body)
-        elif kind == BULK and not body[0] & TO_HOST:
-            self._send(BULK, packet_id, struct.pack("<BBHIH", body[0], 0, *struct.unpack("<H", body[2:4]), 0, 0))
+        elif kind == BULK and (self._description.stalls or not body[0] & TO_HOST):
+            status = STALL if body[0] & TO_HOST else 0
+            self._send(BULK, packet_id, struct.pack("<BBHIH", body[0], status, *struct.unpack("<H", body[2:4]), 0, 0))
         elif kind == INTERRUPT and not body[0] & TO_HOST:
             self._send(INTERRUPT, packet_id, struct.pack("<BBH", body[0], 0, *struct.unpack("<H", body[2:4])))
+
+    def _reset(self):
+        # The kernel resets what it has not met yet, too.
+        if self._configuration and self._description.after_reset:
+            self._is(self._description.after_reset)
+            self._send_interfaces()
 
     def _configure(self, packet_id, configuration):
         if self._refusals is None:
@@ -250,7 +298,10 @@ class Server(threading.Thread):
 
     def _answer_control(self, packet_id, body):
         endpoint, request, request_type, _, value, index, length = struct.unpack("<BBBBHHH", body[:10])
-        if not self._description.answers and request_type & CLASS_OR_VENDOR | (request_type == 0x81):
+        special = request_type & CLASS_OR_VENDOR
+        if special and request in self._description.unanswered:
+            return
+        if not self._description.answers and special | (request_type == 0x81):
             return
         answer = self._description.control(request_type, request, value, index, length)
         status = STALL if answer is None else 0
