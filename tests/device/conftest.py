@@ -13,6 +13,11 @@ from vdev import CATALOG, GATE, Probe, ready_machine  # noqa: E402
 from vdev.probe import SOC, SYSFS  # noqa: E402
 
 
+def pytest_addoption(parser):
+    parser.addoption("--write-table", action="store_true", help="keep what the attacks' exposure is measured to be, and "
+                     "write docs/attacks.md")
+
+
 def pytest_configure(config):
     config.addinivalue_line("markers", "soak: half an hour at random; ./test soak")
     config.addinivalue_line("markers", "power: every write to a disk; ./test power")
@@ -96,7 +101,8 @@ def pytest_runtest_makereport(item, call):
     """A failed test shows what its machine said last."""
     outcome = yield
     report = outcome.get_result()
-    device = item.funcargs.get("device") if hasattr(item, "funcargs") else None
+    fixtures = getattr(item, "funcargs", {})
+    device = fixtures.get("device") or fixtures.get("scene")
     if report.when == "call" and report.failed and device is not None:
         try:
             text = device.machine.run("tail -n 15 /data/log/*.log; dmesg | tail -n 15", seconds=10)[1]
