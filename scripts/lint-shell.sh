@@ -9,5 +9,5 @@ cd "$vus_root"
 
 mapfile -t scripts < <(git grep --untracked -lE '^#!/bin/(ba)?sh|^# shellcheck shell=')
 shellcheck "${scripts[@]}"
-shellcheck --shell=dash device/guest/*
+shellcheck --shell=dash device/guest/* device/host/start
 printf '%d scripts of the host\n' "${#scripts[@]}"

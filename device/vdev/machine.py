@@ -20,17 +20,17 @@ import time
 from pathlib import Path
 
 IMAGE_DIR = Path(__file__).resolve().parents[2] / "build" / "device"
-BOOT_SECONDS = 60
 EMULATOR = "qemu-system-aarch64"
-# The same in every machine: what is saved of one fits another.
-HARDWARE = (
-    "-M", "virt,acpi=off,gic-version=2", "-cpu", "cortex-a57", "-accel", "tcg", "-m", "256",
-    "-nodefaults", "-display", "none", "-monitor", "none", "-no-reboot",
+BOARD = (
+    "-M", "virt,acpi=off,gic-version=2", "-cpu", "cortex-a57", "-accel", "tcg",
+    "-nodefaults", "-display", "none", "-monitor", "none",
     "-device", "virtio-serial-pci,romfile=", "-device", "virtserialport,chardev=agent,name=agent",
     "-device", "qemu-xhci,id=xhci,p2=8,p3=8,addr=0x8",
     "-device", "usb-hub,id=hub2,bus=xhci.0,port=2",
     "-device", "usb-hub,id=hub24,bus=xhci.0,port=2.4",
 )
+# The same in every machine: what is saved of one fits another.
+HARDWARE = (*BOARD, "-m", "256", "-no-reboot")
 KERNEL_COMMAND_LINE = "console=ttyAMA0 quiet panic=-1 cryptomgr.notests"
 # How the component that reports devices is started: holding each back until its verdict.
 GATE = "--gate"
@@ -88,6 +88,8 @@ class Machine:
     """The hubs: port 2 of the super-speed controller (bus 1) has one, and its port 4 another,
     so that a device can be plugged at 1-2.4.1."""
 
+    BOOT_SECONDS = 60
+
     def __init__(self, prompt_socket=None, state=None, reporter=GATE, arguments=()):
         """With `state`, a file that save() wrote for the same image, it goes on from there. Otherwise
         it boots, and starts the component that reports devices with the options `reporter`.
@@ -116,13 +118,17 @@ class Machine:
 
     # Life.
 
+    def _image(self):
+        """The part of the emulator's command line that says what it runs."""
+        check_image()
+        return [*HARDWARE, "-kernel", str(IMAGE_DIR / "Image"), "-dtb", str(IMAGE_DIR / "soc.dtb"),
+                "-initrd", str(IMAGE_DIR / "device.cpio"),
+                "-append", f'{KERNEL_COMMAND_LINE} reporter="{self._reporter}"']
+
     def _command(self):
         """The emulator's command line; with a state, for a machine that waits for it."""
         command = [
-            EMULATOR, *HARDWARE, *self._arguments,
-            "-kernel", str(IMAGE_DIR / "Image"), "-dtb", str(IMAGE_DIR / "soc.dtb"),
-            "-initrd", str(IMAGE_DIR / "device.cpio"),
-            "-append", f'{KERNEL_COMMAND_LINE} reporter="{self._reporter}"',
+            EMULATOR, *self._image(), *self._arguments,
             "-serial", f"file:{self._dir}/console",
             "-qmp", f"unix:{self._dir}/qmp,server=on,wait=off",
             "-chardev", f"socket,id=agent,path={self._dir}/agent,server=on,wait=off",
@@ -135,18 +141,21 @@ class Machine:
         return command
 
     def _launch(self):
-        check_image()
+        command = self._command()
         with open(self._dir / "stderr", "wb") as errors:
             self._process = subprocess.Popen(
-                self._command(), stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
+                command, stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
         self.qmp = Qmp(self._connect("qmp"))
         self._agent = self._connect("agent")
 
     def _boot(self):
         start = time.monotonic()
         self._launch()
-        self._read_until(rb"@@READY [\d.]+\n", BOOT_SECONDS)
+        self._wait_for_agent()
         self.boot_seconds = time.monotonic() - start
+
+    def _wait_for_agent(self):
+        self._read_until(rb"@@READY [\d.]+\n", self.BOOT_SECONDS)
 
     def _resume(self):
         self._launch()
@@ -166,7 +175,7 @@ class Machine:
     def _carry_over(self, command, state):
         self.qmp.execute("getfd", file=state, fdname="state")
         self.qmp.execute(command, uri="fd:state")
-        deadline = time.monotonic() + BOOT_SECONDS
+        deadline = time.monotonic() + self.BOOT_SECONDS
         while True:
             status = self.qmp.execute("query-migrate").get("status")
             if status == "completed":
