@@ -23,6 +23,14 @@ endif()
 # the same precompiled headers.
 add_compile_options(-fPIE)
 add_link_options(-pie -fuse-ld=lld)
+# A g++ for another machine looks for the linker under a name of its own; the one there is has it for
+# all machines. Not -B of a folder of programs: it would find the assembler of this machine there.
+if(CMAKE_CROSSCOMPILING AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  find_program(LLD_PROGRAM ld.lld REQUIRED)
+  file(REAL_PATH "${LLD_PROGRAM}" lld)
+  get_filename_component(lld_directory "${lld}" DIRECTORY)
+  add_link_options("-B${lld_directory}")
+endif()
 
 # Source paths in binaries and logs are relative to the tree, so that a build does not
 # depend on where it was made.

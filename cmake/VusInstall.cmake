@@ -36,9 +36,12 @@ foreach(page IN LISTS manual_pages)
   install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
 endforeach()
 
-# Completions are the program's own answer; one for another machine cannot be asked, and the trees of
-# the sanitizers are not for installing.
-if(TARGET vusctl AND NOT CMAKE_CROSSCOMPILING AND NOT VUS_SANITIZE AND NOT VUS_COVERAGE)
+# Completions are the program's own answer. One for another machine cannot be asked: VUS_COMPLETIONS
+# names a directory of what one for this machine has answered. The trees of the sanitizers are not
+# for installing.
+set(VUS_COMPLETIONS "" CACHE PATH "Completions that are there already: bash, zsh and fish")
+set(completions "${VUS_COMPLETIONS}")
+if(TARGET vusctl AND NOT completions AND NOT CMAKE_CROSSCOMPILING AND NOT VUS_SANITIZE AND NOT VUS_COVERAGE)
   set(completions "${CMAKE_BINARY_DIR}/completions")
   file(MAKE_DIRECTORY "${completions}")
   set(scripts)
@@ -48,6 +51,8 @@ if(TARGET vusctl AND NOT CMAKE_CROSSCOMPILING AND NOT VUS_SANITIZE AND NOT VUS_C
     list(APPEND scripts "${completions}/${shell}")
   endforeach()
   add_custom_target(vus_completions ALL DEPENDS ${scripts})
+endif()
+if(completions)
   set(data "${CMAKE_INSTALL_DATADIR}")
   install(FILES "${completions}/bash" RENAME vusctl DESTINATION "${data}/bash-completion/completions")
   install(FILES "${completions}/zsh" RENAME _vusctl DESTINATION "${data}/zsh/vendor-completions")
