@@ -70,7 +70,7 @@ def test_programs_are_where_they_belong():
                 if mode.startswith("-rwx")}
     assert programs == {"/usr/bin/vusctl", "/usr/sbin/vus_hotplug", "/usr/libexec/vus/vusd",
                         "/usr/libexec/vus/servicemanager", "/usr/libexec/vus/binder-up",
-                        "/usr/libexec/vus/open-door"}
+                        "/usr/libexec/vus/open-door", "/usr/libexec/vus/still-alive"}
 
 
 def test_tools_need_no_daemon():

@@ -9,8 +9,9 @@ import subprocess
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-TEMPLATES = sorted((ROOT / "packaging" / "systemd").glob("*.service.in"))
+TEMPLATES = sorted((ROOT / "packaging" / "systemd").glob("*.in"))
 DAEMONS = ["vus-servicemanager.service", "vusd.service", "vus-hotplug.service"]
+ASKS = "vus-alive.service"
 PLACES = {"VUS_BIN_DIR": "/usr/bin", "VUS_SBIN_DIR": "/usr/sbin",
           "VUS_PRIVATE_DIR": "/usr/libexec/vus"}
 # The best-known daemon of this kind has 2.9.
@@ -68,7 +69,7 @@ def test_systemd_would_complain(root):
     assert any("NoSuchSetting" in line for line in about_ours(result.stderr))
 
 
-@pytest.mark.parametrize("unit", DAEMONS)
+@pytest.mark.parametrize("unit", [*DAEMONS, ASKS])
 def test_exposure(root, unit):
     result = analyze(root, "security", "--offline=yes", "--no-pager", unit)
     exposure = re.search(r"Overall exposure level for \S+: ([0-9.]+)", result.stdout)
@@ -115,10 +116,15 @@ def test_each_comes_back_and_is_there_before_anything_else(unit):
     assert "Before=sysinit.target shutdown.target" in text and "DefaultDependencies=no" in text
 
 
+@pytest.mark.parametrize("unit", DAEMONS)
+def test_no_function_is_looked_for_when_it_is_needed(unit):
+    assert "Environment=LD_BIND_NOW=1" in lines(unit)
+
+
 def test_every_unit_is_installed():
     installed = re.search(r"foreach\(unit IN ITEMS ([^)]+)\)",
                           (ROOT / "cmake" / "VusInstall.cmake").read_text()).group(1).split()
-    assert sorted(f"{name}.service" for name in installed) == [each.stem for each in TEMPLATES]
+    assert sorted(installed) == [each.stem for each in TEMPLATES]
 
 
 def test_nothing_with_anothers_name_is_on_a_path():
@@ -255,3 +261,29 @@ def test_users_and_paths_of_the_units_are_made():
     properties = re.search(r'kPropertyDir\[\] = "([^"]+)"',
                            (ROOT / "platform" / "property_store.h").read_text()).group(1)
     assert f"d {properties} " in paths
+
+
+def ask(tmp_path, vusctl):
+    """Runs the question with this vusctl; returns what the system manager was told to do."""
+    for name, text in (("vusctl", vusctl), ("systemctl", f'echo "$*" >>{tmp_path}/told')):
+        program = tmp_path / name
+        program.write_text(f"#!/bin/sh\n{text}\n")
+        program.chmod(0o755)
+    subprocess.run([ROOT / "packaging" / "still-alive", "0.2"], check=True, capture_output=True, timeout=60,
+                   env={**os.environ, "PATH": f"{tmp_path}:{os.environ['PATH']}"})
+    told = tmp_path / "told"
+    return told.read_text().splitlines() if told.exists() else []
+
+
+def test_a_daemon_that_does_not_answer_is_killed(tmp_path):
+    kill = "kill --kill-who=main --signal=KILL"
+    assert ask(tmp_path, "exec sleep 60") == [f"{kill} vusd", f"{kill} vus-servicemanager"]
+
+
+def test_neither_is_who_asks_kept_by_a_signal_that_he_does_not_hear(tmp_path):
+    assert len(ask(tmp_path, "trap '' TERM; while :; do sleep 1; done")) == 2
+
+
+@pytest.mark.parametrize("status", [0, 1, 3, 4])
+def test_a_daemon_that_answers_or_is_not_there_is_left_alone(tmp_path, status):
+    assert ask(tmp_path, f"exit {status}") == []
