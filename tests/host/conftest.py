@@ -6,6 +6,7 @@ import re
 import subprocess
 import sys
 import time
+from dataclasses import dataclass
 from pathlib import Path
 
 import pytest
@@ -55,6 +56,19 @@ def repositories(tmp_path_factory):
     (top / "files" / "services").chmod(0o755)
     disk_of(top / "files", top / "repositories.img")
     return top / "repositories.img"
+
+
+@dataclass(frozen=True)
+class Device:
+    """One of the catalog, where it is plugged in, and the kernel's name for that."""
+
+    kind: str
+    port: str
+    entry: str
+
+    @property
+    def interface(self):
+        return f"{self.entry}:1.0"
 
 
 class Host:
@@ -119,35 +133,46 @@ class Host:
         status, text = self.run("vusctl list --json 2>/dev/null")
         return json.loads(text) if status == 0 else []
 
-    def plug(self, kind, port):
-        self.machine.plug(CATALOG[kind], port=port)
-        self.machine.wait_until(f"[ -e {SYSFS}/1-{port}:1.0 ]", SECONDS)
+    def plug(self, device):
+        self.machine.plug(CATALOG[device.kind], port=device.port)
+        self.machine.wait_until(f"[ -e {SYSFS}/{device.entry} ]", SECONDS)
 
-    def unplug(self, kind, port):
-        self.machine.unplug(kind)
-        self.machine.wait_until(f"[ ! -e {SYSFS}/1-{port} ]", SECONDS)
+    def unplug(self, device):
+        self.machine.unplug(device.kind)
+        self.machine.wait_until(f"[ ! -e {SYSFS}/{device.entry} ]", SECONDS)
 
-    def is_off(self, interface):
-        """Switched off, and no driver has it."""
-        return self.run(f"[ $(cat {SYSFS}/{interface}/authorized) = 0 ] && [ ! -e {SYSFS}/{interface}/driver ]")[0] == 0
+    def is_off(self, device):
+        """Switched off, and no driver has it. Behind the gate it may not even be configured."""
+        at = f"{SYSFS}/{device.interface}"
+        return self.run(f"[ ! -e {at}/driver ] && [ \"$(cat {at}/authorized 2>/dev/null)\" != 1 ]")[0] == 0
 
-    def is_on(self, interface):
-        return self.run(f"[ $(cat {SYSFS}/{interface}/authorized) = 1 ] && [ -e {SYSFS}/{interface}/driver ]")[0] == 0
+    def is_on(self, device):
+        at = f"{SYSFS}/{device.interface}"
+        return self.run(f"[ $(cat {at}/authorized) = 1 ] && [ -e {at}/driver ]")[0] == 0
 
-    def wait_until_off(self, interface):
-        self.machine.wait_until(lambda: self.is_off(interface), SECONDS, f"{interface} being off")
+    def is_refused(self, device):
+        """The daemon says so, and it is off."""
+        numbers = self.run(f"cat {SYSFS}/{device.entry}/busnum {SYSFS}/{device.entry}/devnum")[1].split()
+        wanted = int(numbers[0]) * 1000 + int(numbers[1]) if len(numbers) == 2 else None
+        said = [record["status"] for record in self.records()
+                if record["deviceType"] == 0 and record["deviceId"] == wanted]
+        return said == [0] and self.is_off(device)
 
-    def wait_until_on(self, interface):
-        self.machine.wait_until(lambda: self.is_on(interface), SECONDS, f"{interface} being on")
+    def wait_until_refused(self, device):
+        self.machine.wait_until(lambda: self.is_refused(device), SECONDS, f"{device} being refused")
 
-    def taken(self, interface):
-        """How often a disk's driver has had the interface, since the machine's start."""
-        return int(self.run(f"dmesg | grep -c 'usb-storage {interface}: USB Mass Storage device detected'")[1])
+    def wait_until_on(self, device):
+        self.machine.wait_until(lambda: self.is_on(device), SECONDS, f"{device} being on")
 
-    def types(self, port):
-        """Whether a key that is pressed on the keyboard at the port reaches the system."""
-        event = self.run(f"ls -d {SYSFS}/1-{port}:1.0/*/input/input*/event*")[1].strip().rsplit("/", 1)[-1]
-        if not event.startswith("event"):
+    def taken(self, device):
+        """How often a disk's driver has had it, since the machine's start."""
+        return int(self.run(f"dmesg | grep -c 'usb-storage {device.interface}: USB Mass Storage device detected'")[1])
+
+    def types(self, device):
+        """Whether a key that is pressed on the keyboard reaches the system."""
+        found = self.run(f"ls -d {SYSFS}/{device.interface}/*/input/input*/event*")
+        event = found[1].strip().rsplit("/", 1)[-1]
+        if found[0] != 0 or not event.startswith("event"):
             return False
         self.shell("rm -f /run/typed; touch /run/typed; "
                    f"(timeout {SECONDS} head -c 24 /dev/input/{event} >/run/typed 2>/dev/null &)")

@@ -4,11 +4,13 @@ packages alone. The tests are chapters of one story: each goes on where the one 
 
 import pytest
 
-from conftest import SECONDS
+from conftest import SECONDS, Device
 
 POLICY = "/data/system/usbdeviceconfig/usb_device_config.xml"
-KEYBOARD, DISK, DOCK = ("keyboard", "1"), ("disk", "3"), ("displaylink", "2.2")
-DISK_INTERFACE, DOCK_INTERFACE, KEYBOARD_INTERFACE = "1-3:1.0", "1-2.2:1.0", "1-1:1.0"
+KEYBOARD = Device("keyboard", "1", "1-1")
+DISK = Device("disk", "3", "2-3")
+# Behind a hub; two interfaces of a vendor's own.
+DOCK = Device("displaylink", "2.2", "1-2.2")
 
 
 @pytest.fixture(scope="module")
@@ -36,14 +38,14 @@ def test_a_member_of_the_group_asks_and_nobody_else(host, before):
 
 def test_what_is_there_at_the_start_works(host, before):
     for device in (KEYBOARD, DISK, DOCK):
-        host.plug(*device)
+        host.plug(device)
     assert host.machine.reboot() == "running"
     host.wait_until_it_answers()
-    host.wait_until_on(DISK_INTERFACE)
-    host.wait_until_on(KEYBOARD_INTERFACE)
-    assert host.types("1")
+    host.wait_until_on(DISK)
+    host.wait_until_on(KEYBOARD)
+    assert host.types(KEYBOARD)
     host.machine.wait_until(lambda: len(host.records()) >= 5, SECONDS, lambda: str(host.records()))
-    assert [record for record in host.records() if not record["allowed"]] == []
+    assert [record for record in host.records() if record["status"] != 1] == []
 
 
 def test_the_services_are_there_before_everything_else(host, before):
@@ -68,7 +70,7 @@ def test_the_packages_own_test(host, before):
 
 
 def test_a_policy_by_a_member_of_the_group(host, before):
-    host.unplug(*DISK)
+    host.unplug(DISK)
     for command in ("vusctl policy learn --live > new.xml", "vusctl policy check new.xml",
                     "vusctl policy try new.xml --seconds 600"):
         status, text = host.as_alice(command, SECONDS)
@@ -77,37 +79,37 @@ def test_a_policy_by_a_member_of_the_group(host, before):
     assert status == 0, text
     host.machine.wait_until("vusctl verify", SECONDS)
     assert host.as_alice("vusctl verify")[0] == 0
-    assert host.types("1") and host.is_on(KEYBOARD_INTERFACE)
+    assert host.types(KEYBOARD) and host.is_on(KEYBOARD)
 
 
 def test_what_the_policy_does_not_name_is_switched_off(host, before):
-    host.plug(*DISK)
-    host.wait_until_off(DISK_INTERFACE)
+    host.plug(DISK)
+    host.wait_until_refused(DISK)
     assert host.run("ls /sys/block/sd*")[0] != 0
-    host.unplug(*DOCK)
-    host.plug(*DOCK)
-    host.machine.wait_until(f"[ $(cat /sys/bus/usb/devices/{DOCK_INTERFACE}/authorized) = 1 ]", SECONDS)
-    assert host.types("1")
+    host.unplug(DOCK)
+    host.plug(DOCK)
+    host.machine.wait_until(f"[ $(cat /sys/bus/usb/devices/{DOCK.interface}/authorized) = 1 ]", SECONDS)
+    assert host.types(KEYBOARD)
 
 
 def test_what_is_refused_is_off_after_the_start(host, before):
     assert host.machine.reboot() == "running"
     host.wait_until_it_answers()
-    host.wait_until_off(DISK_INTERFACE)
-    assert host.types("1") and host.is_on(KEYBOARD_INTERFACE)
+    host.wait_until_refused(DISK)
+    assert host.types(KEYBOARD) and host.is_on(KEYBOARD)
     host.machine.wait_until("vusctl verify", SECONDS)
 
 
 @pytest.mark.parametrize("unit", ["vusd", "vus-servicemanager", "vus-hotplug"])
 def test_a_killed_service_comes_back_and_nothing_refused_works(host, before, unit):
-    old, taken = host.process(unit), host.taken(DISK_INTERFACE)
+    old, taken = host.process(unit), host.taken(DISK)
     host.shell(f"kill -9 {old}")
-    assert host.is_off(DISK_INTERFACE)
+    assert host.is_off(DISK)
     host.machine.wait_until(lambda: host.process(unit) not in (0, old), SECONDS, f"{unit} coming back")
     host.wait_until_it_answers()
-    assert host.is_off(DISK_INTERFACE) and host.types("1")
+    assert host.is_off(DISK) and host.types(KEYBOARD)
     host.machine.wait_until("vusctl verify", SECONDS)
-    assert host.taken(DISK_INTERFACE) == taken
+    assert host.taken(DISK) == taken
 
 
 def test_a_torn_policy_is_mended_before_anything_is_judged(host, before):
@@ -117,35 +119,35 @@ def test_a_torn_policy_is_mended_before_anything_is_judged(host, before):
     assert host.machine.cut_power() == "running"
     host.wait_until_it_answers()
     assert host.shell(f"cat {POLICY}") == whole
-    host.wait_until_off(DISK_INTERFACE)
-    assert host.types("1")
+    host.wait_until_refused(DISK)
+    assert host.types(KEYBOARD)
 
 
 def test_a_word_on_the_command_line_lets_a_locked_out_administrator_in(host, before):
     assert host.machine.cut_power(words="vus.off") == "running"
     assert set(host.states().values()) == {"inactive"}
-    host.wait_until_on(DISK_INTERFACE)
-    assert host.types("1")
+    host.wait_until_on(DISK)
+    assert host.types(KEYBOARD)
     assert host.machine.cut_power() == "running"
     host.wait_until_it_answers()
-    host.wait_until_off(DISK_INTERFACE)
+    host.wait_until_refused(DISK)
 
 
 def test_an_upgrade_opens_nothing(host, before):
-    taken = host.taken(DISK_INTERFACE)
+    taken = host.taken(DISK)
     host.use("now")
     host.apt("install vus")
     assert host.version() != "0.0.9~before"
     host.wait_until_it_answers()
-    assert host.is_off(DISK_INTERFACE) and host.taken(DISK_INTERFACE) == taken
-    assert host.types("1")
+    assert host.is_off(DISK) and host.taken(DISK) == taken
+    assert host.types(KEYBOARD)
     assert host.run("systemctl --failed --no-legend")[1].strip() == ""
 
 
 def test_removal_opens_the_door_and_keeps_the_policy(host, before):
     host.apt("remove vus")
-    host.wait_until_on(DISK_INTERFACE)
-    assert host.types("1")
+    host.wait_until_on(DISK)
+    assert host.types(KEYBOARD)
     assert host.machine.exists("/var/lib/vus/usb_device_config.xml")
     assert host.run("pgrep -x 'vusd|vus_hotplug|servicemanager'")[0] == 1
 
@@ -154,5 +156,5 @@ def test_purge_leaves_nothing_behind(host, before):
     host.apt("purge vus vus-tools")
     assert host.files() - before == set()
     assert host.machine.reboot() == "running"
-    host.wait_until_on(DISK_INTERFACE)
-    assert host.types("1")
+    host.wait_until_on(DISK)
+    assert host.types(KEYBOARD)
