@@ -52,8 +52,6 @@ def repositories(tmp_path_factory):
         listing = subprocess.run(["dpkg-scanpackages", "."], cwd=top / "files" / name, check=True,
                                  capture_output=True, text=True).stdout
         (top / "files" / name / "Packages").write_text(listing)
-    (top / "files" / "services").write_bytes((ROOT / "debian" / "tests" / "services").read_bytes())
-    (top / "files" / "services").chmod(0o755)
     disk_of(top / "files", top / "repositories.img")
     return top / "repositories.img"
 
@@ -113,9 +111,6 @@ class Host:
     def all_active(self):
         return set(self.states().values()) == {"active"}
 
-    def process(self, unit):
-        return int(self.shell(f"systemctl show -P MainPID {unit}"))
-
     def answers(self):
         return self.run("vusctl list >/dev/null 2>&1")[0] == 0
 
@@ -163,10 +158,6 @@ class Host:
 
     def wait_until_on(self, device):
         self.machine.wait_until(lambda: self.is_on(device), SECONDS, f"{device} being on")
-
-    def taken(self, device):
-        """How often a disk's driver has had it, since the machine's start."""
-        return int(self.run(f"dmesg | grep -c 'usb-storage {device.interface}: USB Mass Storage device detected'")[1])
 
     def types(self, device):
         """Whether a key that is pressed on the keyboard reaches the system."""
