@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The packages that ./package has built: what is in them, and that it runs."""
 
+import json
 import pathlib
 import re
 import subprocess
@@ -11,6 +12,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 PACKAGES = ROOT / "build" / "packages"
 VERSION = re.search(r"^project\(vus VERSION (\S+) ", (ROOT / "CMakeLists.txt").read_text(),
                     flags=re.M).group(1)
+# What a package depends on that is no library.
+OTHERS = {"kmod", "mount", "systemd", "vus-tools"}
 
 
 def deb(name):
@@ -46,6 +49,20 @@ def installed(tmp_path_factory):
 @pytest.mark.parametrize("name", ["vus", "vus-tools"])
 def test_version(name):
     assert field(name, "Version") == VERSION
+
+
+@pytest.mark.parametrize("name", ["vus", "vus-tools"])
+def test_the_bill_of_materials_names_what_is_in_it(name, installed):
+    bill = json.loads((installed / "usr/share/doc" / name / "sbom.spdx.json").read_text())
+    assert (bill["spdxVersion"], bill["SPDXID"], bill["dataLicense"]) == ("SPDX-2.3", "SPDXRef-DOCUMENT", "CC0-1.0")
+    packages = {package["name"]: package for package in bill["packages"]}
+    assert packages[name]["versionInfo"] == VERSION
+    related = {row["relatedSpdxElement"] for row in bill["relationships"]}
+    assert related == {package["SPDXID"] for package in bill["packages"]}
+    assert len({package["SPDXID"] for package in bill["packages"]}) == len(packages)
+    libraries = {text.split()[0] for text in field(name, "Depends").split(", ")} - OTHERS
+    assert libraries <= set(packages), "a library that the bill does not name"
+    assert "android-platform-frameworks-native" in packages
 
 
 def test_packages_fit_together():

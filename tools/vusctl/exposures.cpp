@@ -71,9 +71,9 @@ bool Exposures::add_device(const Json::Value& line) {
 Exposures::Sum Exposures::sum() const {
     Sum sum;
     std::set<Device> devices, refused, not_judged, present, unheard;
-    const auto longest = [](const Case** longest, const Case& other) {
+    const auto longest = [](const Case** known, const Case& other) {
         if (other.exposed_ms == 0) return;
-        if (*longest == nullptr || (*longest)->exposed_ms < other.exposed_ms) *longest = &other;
+        if (*known == nullptr || (*known)->exposed_ms < other.exposed_ms) *known = &other;
     };
     for (auto at = cases_.begin(); at != cases_.end(); ++at) {
         const auto& [device, turn] = at->first;

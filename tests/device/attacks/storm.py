@@ -15,9 +15,9 @@ class ATTACK(Attack):
     def run(self, scene):
         for round_ in range(2):
             for port in PORTS:
-                scene.plug("programmer", port, f"{round_}-{port}")
+                scene.plug("programmer", port, f"round-{round_}-{port}")
             for port in PORTS[round_:]:
-                scene.machine.unplug(f"{round_}-{port}")
+                scene.machine.unplug(f"round-{round_}-{port}")
         for port in PORTS[1:]:
             scene.plug("programmer", port, f"last-{port}")
         for port in PORTS:
