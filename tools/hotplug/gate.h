@@ -11,7 +11,8 @@
 //  - A hub is bound by the hub's driver and no other; what that does not take is no hub, whatever
 //    its class says. Root hubs shut their bus before they are bound.
 //  - A HID interface is asked for its report descriptor before it has a driver: it is an input
-//    device, judged by the sources that are foreseen, or its vendor's own.
+//    device, judged by the sources that are foreseen, or its vendor's own. One that would be the
+//    source of nothing is its vendor's own, whatever its applications are called.
 //  - What the preview foresees to be allowed is let in, and the daemon is asked about what it has
 //    become. About what is not, the daemon is asked while it is held, and has the last word.
 //  - An input device that was let in, and that the preview foresees to be refused by now, is held

@@ -11,6 +11,18 @@
 
 namespace android::vus::hotplug {
 
+namespace {
+
+// The input side judges sources. What says that it is an input device, and is the source of
+// nothing, has hidraw all the same: nobody else would be asked about it.
+bool is_source_of_input(const HidNature& nature) {
+    return nature.is_input &&
+           std::any_of(nature.applications.begin(), nature.applications.end(),
+                       [](const HidApplication& one) { return one.sources != 0; });
+}
+
+}  // namespace
+
 Admission Gate::let_in(const Subject& device, State* state) {
     Admission admission;
     // Once: a device that is stuck in its driver would keep who asks it again.
@@ -86,7 +98,7 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
         }
         nature = state->natures.emplace(interface->name, nature_of(device, *interface)).first;
     }
-    return nature->second && nature->second->is_input ? Kind::kInput : Kind::kVendorHid;
+    return nature->second && is_source_of_input(*nature->second) ? Kind::kInput : Kind::kVendorHid;
 }
 
 std::optional<HidNature> Gate::nature_of(const Subject& device, const UsbInterface& interface) {

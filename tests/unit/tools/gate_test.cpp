@@ -199,6 +199,19 @@ TEST_F(GateTest, VendorsOwnIsJudgedOnTheUsbSide) {
     EXPECT_TRUE(gate_.hushes("0003:1209:0011.0001")) << "it said that it is no input device";
 }
 
+// The input side is never asked about it, so that the USB side has to be.
+TEST_F(GateTest, InputDeviceThatIsTheSourceOfNothingIsItsVendorsOwn) {
+    for (const auto& report : {kMouseInNameOnly, kAxesWithoutButtons}) {
+        Plug({{0, {kHidClass, {kHidDriver}, report}}});
+        const Admission admission = Admit();
+        EXPECT_TRUE(admission.held && admission.is_question);
+        EXPECT_THAT(admission.vendor, ElementsAre("1-1:1.0"));
+        EXPECT_THAT(Tried(), IsEmpty());
+        EXPECT_FALSE(Of(0).authorized);
+        gate_.forget(kPlugged);
+    }
+}
+
 TEST_F(GateTest, RideAlongKeyboardIsJudgedByItself) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}, {1, Keyboard()}});

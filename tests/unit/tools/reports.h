@@ -46,6 +46,11 @@ inline const std::vector<uint8_t> kTouchscreen =
               "0501 26ff0f 7510 0930 8102 0931 8102 c0 c0");
 inline const std::vector<uint8_t> kVendorsOwn =
         Bytes("0600ff 0901 a101 1500 26ff00 7508 9540 0901 8102 9540 0901 9102 c0");
+// Called a mouse, and nothing in it is one's; called a joystick, and there is no button on it.
+inline const std::vector<uint8_t> kMouseInNameOnly =
+        Bytes("0501 0902 a101 0600ff 0901 1500 26ff00 7508 9540 8102 c0");
+inline const std::vector<uint8_t> kAxesWithoutButtons =
+        Bytes("0501 0904 a101 0930 0931 1500 26ff00 7508 9502 8102 c0");
 inline const std::vector<uint8_t> kSecurityKey = Bytes(
         "06d0f1 0901 a101 0920 1500 26ff00 7508 9540 8102 0921 1500 26ff00 7508 9540 9102 c0");
 
