@@ -121,9 +121,12 @@ Sighting read_input_device(const std::string& input, const std::string& event) {
     const base::unique_fd fd =
             open_node(node, O_RDONLY | O_NONBLOCK, std::string(kInputClassDir) + "/" + event);
     libevdev* opened = nullptr;
-    if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) return {};
-    const Evdev device(opened, libevdev_free);
     Sighting seen;
+    if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) {
+        seen.settled = false;
+        return seen;
+    }
+    const Evdev device(opened, libevdev_free);
     see_behind(input, &seen);
     seen.info = input_info(input, device.get());
     if (seen.info->deviceClass == 0) seen.info.reset();

@@ -41,6 +41,12 @@ void Gate::shut() {
     shut_bus(kUsbAutoprobeFile);
     shut_bus(kHidAutoprobeFile);
     for (const std::string& hub : system_->root_hubs()) root_hub(hub);
+    // Who held the door before may have been killed between two steps.
+    for (const std::string& input : system_->silent_inputs()) {
+        if (!system_->is_of_a_bus(input)) continue;
+        const MutexLock lock(mutex_);
+        silenced_.insert(input);
+    }
 }
 
 void Gate::shut_bus(const char* file) {

@@ -23,7 +23,9 @@
 //    nor refuse come in, too; or they do not, where that is wanted (Composites). Vendor rules admit
 //    the whole.
 //  - A HID device of another bus shows no descriptor before it has a driver. Where its vendor and
-//    product do not settle it, it is let in silenced, and judged by what it is (see hushes()).
+//    product do not settle it, it is let in, and judged by what it is.
+//  - Every input device that comes of a USB or HID device is silent until it is known for what it
+//    is: foreseen to be allowed as that, or allowed by the daemon.
 //
 // It is also the switches by which a reporter enforces what the daemon says, because what is
 // switched on again is let in by the same rules.
@@ -102,8 +104,11 @@ class Gate : public Switches {
     // The same of everything that is not among those present.
     std::vector<std::string> keep_only(const std::set<std::string>& keys);
 
-    // Whether the input devices of that HID device are to be silent until they are allowed.
-    bool hushes(const std::string& hid_device);
+    // An input device has come: silent, if it came of what is held back here.
+    void input_appeared(const std::string& input);
+    // It is seen for what it is. Answers whether it came silenced and is to be so until a "yes".
+    bool stays_silent(const std::string& input, const Sighting& seen, bool anybody_there);
+    void forget_input(const std::string& input);
     // What is known of what is held, as keys (see Present), besides the devices themselves.
     std::set<std::string> held_keys();
 
@@ -173,10 +178,11 @@ class Gate : public Switches {
     std::map<std::string, SharedState> states_ GUARDED_BY(mutex_);  // by the device's key
     std::set<const char*> open_ GUARDED_BY(mutex_);                 // buses that could not be shut
     std::map<std::string, HeldInput> held_ GUARDED_BY(mutex_);      // by key
-    // HID devices: that lost their driver to a refusal; that came in silenced; of which the daemon
-    // has said something while they were held.
+    // Input devices that came, or were found, silenced, and have not been seen yet.
+    std::set<std::string> silenced_ GUARDED_BY(mutex_);
+    // HID devices: that lost their driver to a refusal; of which the daemon has said something
+    // while they were held.
     std::set<std::string> refused_hid_ GUARDED_BY(mutex_);
-    std::set<std::string> hushed_hid_ GUARDED_BY(mutex_);
     std::map<std::string, bool> said_of_hid_ GUARDED_BY(mutex_);
 };
 

@@ -110,7 +110,6 @@ Admission Gate::admit_hid(const std::string& hid_device) {
             return admission;
         }
         if (held_.erase(held.subject.key()) != 0) admission.released.push_back(hid_device);
-        if (foreseen == Foreseen::kUnknown) hushed_hid_.insert(hid_device);
     }
     system_->probe_hid(hid_device);
     return admission;
@@ -163,7 +162,6 @@ std::vector<std::string> Gate::forget(const Subject& device) {
 void Gate::forget_hid(const std::string& hid_device) {
     const MutexLock lock(mutex_);
     refused_hid_.erase(hid_device);
-    hushed_hid_.erase(hid_device);
     said_of_hid_.erase(hid_device);
     for (auto at = held_.begin(); at != held_.end();) {
         at = at->second.behind == hid_device ? held_.erase(at) : std::next(at);
@@ -189,9 +187,35 @@ std::vector<std::string> Gate::keep_only(const std::set<std::string>& keys) {
     return behind;
 }
 
-bool Gate::hushes(const std::string& hid_device) {
+void Gate::input_appeared(const std::string& input) {
+    if (!system_->is_of_a_bus(input)) return;
+    {
+        const MutexLock lock(mutex_);
+        silenced_.insert(input);
+    }
+    switches_->hush_input(input);
+}
+
+// What is no source of input came of what was judged in another way. What could not be looked at
+// stays as it is.
+bool Gate::stays_silent(const std::string& input, const Sighting& seen, bool anybody_there) {
+    if (!seen.info && !seen.settled) return false;
+    {
+        const MutexLock lock(mutex_);
+        if (silenced_.erase(input) == 0) return false;
+    }
+    if (seen.info) {
+        const DeviceInfo& info = *seen.info;
+        const Claim claim = {info.deviceClass, {}, info.vendorId, info.productId};
+        if (!anybody_there || preview_->of(claim) != Foreseen::kAllowed) return true;
+    }
+    switches_->unhush_input(input);
+    return false;
+}
+
+void Gate::forget_input(const std::string& input) {
     const MutexLock lock(mutex_);
-    return hushed_hid_.count(hid_device) != 0;
+    silenced_.erase(input);
 }
 
 std::set<std::string> Gate::held_keys() {

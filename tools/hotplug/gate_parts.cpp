@@ -197,10 +197,6 @@ void Gate::probe_hid_devices_of(const Subject& device, State* state,
         }
         for (const HidDevice& hid_device : interface.hid_devices) {
             if (hid_device.has_driver || is_refused(hid_device.name)) continue;
-            if (part->kind == Kind::kVendorHid) {
-                const MutexLock lock(mutex_);
-                hushed_hid_.insert(hid_device.name);
-            }
             system_->probe_hid(hid_device.name);
         }
     }

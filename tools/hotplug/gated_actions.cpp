@@ -54,10 +54,12 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
     reporter->judge_here(device, look, when);
 }
 
-// What is no source of input is nobody's to judge.
-Sighting read_input(const std::string& input, const std::string& event, Gate* gate) {
+Sighting read_input(const std::string& input, const std::string& event, Gate* gate,
+                    Reporter* reporter) {
     Sighting seen = read_input_device(input, event);
-    if (!seen.info && gate->hushes(seen.hid_device)) gate->unhush_input(input);
+    if (gate->stays_silent(input, seen, reporter->has_service())) {
+        reporter->came_silenced({input});
+    }
     return seen;
 }
 
@@ -72,7 +74,7 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
     actions.judge_input = [gate, reporter](const std::string& input, const std::string& event,
                                            Ask when) {
         reporter->judge(
-                {input}, [=] { return read_input(input, event, gate); }, when);
+                {input}, [=] { return read_input(input, event, gate, reporter); }, when);
     };
     actions.removed = [gate, reporter](const Subject& device) {
         if (device.is_usb()) {
@@ -81,6 +83,8 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
                     reporter->hid_removed(behind);
                 }
             });
+        } else {
+            gate->forget_input(device.name);
         }
         reporter->removed(device);
     };
@@ -98,12 +102,9 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
             if (reporter->has_service()) report_inputs(gate->admit_hid(hid_device), reporter);
         });
     };
-    actions.input_appeared = [gate, reporter](const std::string& input,
-                                              const std::string& hid_device) {
-        if (!gate->hushes(hid_device)) return;
-        // At once: its event node is about to come.
-        gate->hush_input(input);
-        reporter->came_silenced({input});
+    // At once: its event node is about to come.
+    actions.input_appeared = [gate](const std::string& input, const std::string& /*hid_device*/) {
+        gate->input_appeared(input);
     };
     actions.driver_came = [gate, report_present = std::move(report_present)] {
         gate->driver_came();

@@ -5,6 +5,8 @@
 #include <ctype.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
@@ -29,6 +31,13 @@ std::string in_hid(const std::string& entry) {
 
 bool is_there(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
+}
+
+// A root hub's, such as "usb1".
+bool is_bus_name(const std::string& name) {
+    constexpr size_t kNumberAt = sizeof("usb") - 1;
+    return name.size() > kNumberAt && base::StartsWith(name, "usb") &&
+           isdigit(static_cast<unsigned char>(name[kNumberAt])) != 0;
 }
 
 std::string switch_text(bool on) {
@@ -128,6 +137,29 @@ std::string SysfsGate::hid_label(const std::string& hid_device) {
         if (base::StartsWith(line, kName)) return clean_name(line.substr(sizeof(kName) - 1));
     }
     return "";
+}
+
+// By any number of other devices in between, such as a sound card.
+bool SysfsGate::is_of_a_bus(const std::string& input) {
+    std::string path;
+    base::Realpath(std::string(kInputClassDir) + "/" + input, &path);
+    const std::vector<std::string> names = base::Split(path, "/");
+    return std::any_of(names.begin(), names.end(), [](const std::string& name) {
+        return is_hid_name(name) || is_bus_name(name);
+    });
+}
+
+std::vector<std::string> SysfsGate::silent_inputs() {
+    std::vector<std::string> inputs;
+    for (const std::string& name : directory_entries(kInputClassDir)) {
+        std::string text;
+        const std::string file = std::string(kInputClassDir) + "/" + name + "/inhibited";
+        const bool is_input = base::StartsWith(name, "input");
+        if (is_input && base::ReadFileToString(file, &text) && base::Trim(text) == "1") {
+            inputs.push_back(name);
+        }
+    }
+    return inputs;
 }
 
 }  // namespace android::vus::hotplug

@@ -10,6 +10,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,8 @@ class FakeKernel : public GateSystem {
     std::vector<std::string> hubs;
     std::map<std::string, bool> bound;  // root hubs, and their interfaces
     std::vector<std::string> drivers = {"hub", "usbhid", "usb-storage", "ftdi_sio", "cdc_acm"};
+    std::set<std::string> own_inputs;  // the board's
+    std::vector<std::string> silent;   // input devices
     bool has_hid_bus = true;
     bool interfaces_on = false;  // as an interface appears
 
@@ -64,6 +67,8 @@ class FakeKernel : public GateSystem {
     bool hid_has_driver(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
     std::string hid_label(const std::string& hid_device) override { return "HID " + hid_device; }
+    bool is_of_a_bus(const std::string& input) override { return own_inputs.count(input) == 0; }
+    std::vector<std::string> silent_inputs() override { return silent; }
 
   private:
     Interface* find(const std::string& name);

@@ -196,7 +196,6 @@ TEST_F(GateTest, VendorsOwnIsJudgedOnTheUsbSide) {
     preview_.vendors = {0x1209};
     EXPECT_FALSE(Admit().held);
     EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0001"));
-    EXPECT_TRUE(gate_.hushes("0003:1209:0011.0001")) << "it said that it is no input device";
 }
 
 // The input side is never asked about it, so that the USB side has to be.
@@ -458,21 +457,76 @@ TEST_F(GateTest, HidDeviceOfAnotherBusGoesByItsMaker) {
     preview_.vendors = {0x046D};
     EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).released, ElementsAre(kBluetoothKeyboard));
     EXPECT_THAT(Tried(), ElementsAre(std::string("hid ") + kBluetoothKeyboard));
-    EXPECT_FALSE(gate_.hushes(kBluetoothKeyboard));
 }
 
-TEST_F(GateTest, HidDeviceOfAnotherBusComesInSilencedIfItsMakerDoesNotSettleIt) {
+TEST_F(GateTest, HidDeviceOfAnotherBusComesInToBeJudgedIfItsMakerDoesNotSettleIt) {
     kernel_.other_hid = {{kBluetoothKeyboard, false}};
     preview_.sources = {0x100};  // as a policy names it
     EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).inputs, IsEmpty());
     EXPECT_THAT(Tried(), ElementsAre(std::string("hid ") + kBluetoothKeyboard));
-    EXPECT_TRUE(gate_.hushes(kBluetoothKeyboard));
     gate_.unbind_hid(kBluetoothKeyboard);
     kernel_.other_hid[kBluetoothKeyboard] = false;
     gate_.admit_hid(kBluetoothKeyboard);
     EXPECT_THAT(Tried(), IsEmpty()) << "it was refused";
     gate_.forget_hid(kBluetoothKeyboard);
-    EXPECT_FALSE(gate_.hushes(kBluetoothKeyboard));
+    gate_.admit_hid(kBluetoothKeyboard);
+    EXPECT_THAT(Tried(), SizeIs(1));
+}
+
+Sighting SeenInput(int32_t sources) {
+    Sighting seen;
+    if (sources == 0) return seen;
+    seen.info = DeviceInfo();
+    seen.info->deviceType = kInputType;
+    seen.info->deviceClass = sources;
+    return seen;
+}
+
+TEST_F(GateTest, InputDeviceIsSilentUntilItIsKnown) {
+    preview_.sources = {kSourceMouse};
+    gate_.input_appeared("input5");
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5"));
+    EXPECT_TRUE(gate_.stays_silent("input5", SeenInput(kSourceKeyboard), true));
+    EXPECT_FALSE(gate_.stays_silent("input5", SeenInput(kSourceKeyboard), true)) << "it was said";
+    EXPECT_THAT(switches_.Take(), IsEmpty());
+
+    gate_.input_appeared("input6");
+    EXPECT_FALSE(gate_.stays_silent("input6", SeenInput(kSourceMouse), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input6", "unhush input6"));
+    gate_.input_appeared("input7");
+    EXPECT_TRUE(gate_.stays_silent("input7", SeenInput(kSourceMouse), false)) << "nobody is there";
+}
+
+TEST_F(GateTest, InputDeviceThatIsTheSourceOfNothingIsHeardWhenThatIsSeen) {
+    gate_.input_appeared("input5");
+    Sighting failed;
+    failed.settled = false;
+    EXPECT_FALSE(gate_.stays_silent("input5", failed, true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5")) << "it was not seen";
+    EXPECT_FALSE(gate_.stays_silent("input5", SeenInput(0), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
+    EXPECT_FALSE(gate_.stays_silent("input5", SeenInput(0), true));
+    EXPECT_THAT(switches_.Take(), IsEmpty()) << "whoever silences it now";
+}
+
+TEST_F(GateTest, BoardsOwnInputDevicesAreNotSilenced) {
+    kernel_.own_inputs = {"input0"};
+    gate_.input_appeared("input0");
+    EXPECT_THAT(switches_.Take(), IsEmpty());
+}
+
+// The one before was killed before it had seen them.
+TEST_F(GateTest, InputDevicesThatAnotherGateSilencedAreLookedAt) {
+    kernel_.own_inputs = {"input0"};
+    kernel_.silent = {"input0", "input5", "input6"};
+    preview_.sources = {kSourceMouse};
+    gate_.shut();
+    gate_.forget_input("input6");
+    switches_.Take();
+    for (const char* input : {"input0", "input5", "input6"}) {
+        EXPECT_FALSE(gate_.stays_silent(input, SeenInput(kSourceMouse), true));
+    }
+    EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
 }
 
 TEST_F(GateTest, HeldHidDeviceIsLetInByTheDaemonsWord) {

@@ -100,5 +100,25 @@ TEST_F(SysfsGateTest, HidDeviceIsCalledByItsCleanName) {
     EXPECT_TRUE(gate_.hid_has_driver("0005:046D:B342.0003"));
 }
 
+TEST_F(SysfsGateTest, InputDevicesOfBusesAreToldFromTheBoards) {
+    const std::string devices = "/sys/devices/";
+    const auto link = [&](const std::string& name, const std::string& path) {
+        MakeDir(devices + path);
+        MakeDir(kInputClassDir);
+        std::filesystem::create_symlink(devices + path,
+                                        std::string(kInputClassDir) + "/" + name);
+    };
+    link("input0", "platform/usb_keys/input/input0");
+    link("input1", "pci0/usb3/3-1/3-1:1.0/sound/card1/input1");
+    link("input2", "virtual/misc/uhid/0005:046D:B342.0003/input/input2");
+    EXPECT_FALSE(gate_.is_of_a_bus("input0"));
+    EXPECT_TRUE(gate_.is_of_a_bus("input1"));
+    EXPECT_TRUE(gate_.is_of_a_bus("input2"));
+    EXPECT_FALSE(gate_.is_of_a_bus("input3"));
+    WriteFile(std::string(kInputClassDir) + "/input0/inhibited", "0\n");
+    WriteFile(std::string(kInputClassDir) + "/input1/inhibited", "1\n");
+    EXPECT_THAT(gate_.silent_inputs(), ElementsAre("input1"));
+}
+
 }  // namespace
 }  // namespace android::vus::hotplug
