@@ -217,7 +217,61 @@ class Parser {
     std::vector<uint32_t> order_;                       // of the latter
 };
 
+// One of the descriptors that stand one behind the other.
+struct Descriptor {
+    const uint8_t* bytes;
+    size_t length;
+    uint8_t type() const { return bytes[1]; }
+};
+
+// In their order, up to one that is none.
+std::vector<Descriptor> split(const std::vector<uint8_t>& text) {
+    std::vector<Descriptor> all;
+    for (size_t at = 0; at + 2 <= text.size();) {
+        const size_t length = text[at];
+        if (length < 2 || text.size() - at < length) break;
+        all.push_back({&text[at], length});
+        at += length;
+    }
+    return all;
+}
+
+// The last one that it lists, as for the kernel.
+std::optional<size_t> announced_length(const Descriptor& hid) {
+    constexpr uint8_t kReport = 0x22;
+    constexpr size_t kCountAt = 5, kListAt = 6, kEntry = 3;
+    if (hid.length < kListAt + kEntry) return std::nullopt;
+    const size_t count = std::min<size_t>(hid.bytes[kCountAt], (hid.length - kListAt) / kEntry);
+    size_t length = 0;
+    for (size_t nth = 0; nth < count; ++nth) {
+        const uint8_t* const entry = hid.bytes + kListAt + nth * kEntry;
+        if (entry[0] == kReport) length = static_cast<size_t>(entry[1] | entry[2] << 8);
+    }
+    if (length == 0 || length > kMaxReportDescriptor) return std::nullopt;
+    return length;
+}
+
 }  // namespace
+
+std::optional<size_t> report_descriptor_length(const std::vector<uint8_t>& descriptors,
+                                               int32_t configuration, int32_t interface_number) {
+    constexpr uint8_t kConfiguration = 2, kInterface = 4, kHid = 0x21;
+    constexpr size_t kValueAt = 5, kNumberAt = 2, kAlternateAt = 3;
+    bool in_configuration = false;
+    bool in_interface = false;
+    for (const Descriptor& one : split(descriptors)) {
+        if (one.type() == kConfiguration && one.length > kValueAt) {
+            in_configuration = one.bytes[kValueAt] == configuration;
+            in_interface = false;
+        } else if (one.type() == kInterface && one.length > kAlternateAt) {
+            in_interface = in_configuration && one.bytes[kNumberAt] == interface_number &&
+                           one.bytes[kAlternateAt] == 0;
+        } else if (one.type() == kHid && in_interface) {
+            return announced_length(one);
+        }
+    }
+    return std::nullopt;
+}
 
 std::optional<HidNature> parse_report_descriptor(const std::vector<uint8_t>& descriptor) {
     return Parser(descriptor).run();

@@ -35,4 +35,10 @@ struct HidNature {
 // Nothing for a descriptor that the kernel would not take: no HID driver serves such a device.
 std::optional<HidNature> parse_report_descriptor(const std::vector<uint8_t>& descriptor);
 
+// How long the kernel takes an interface's report descriptor to be, by the descriptors that the
+// device gave when it came: the device's, and those of its configurations. Nothing if the kernel
+// would not ask for any.
+std::optional<size_t> report_descriptor_length(const std::vector<uint8_t>& descriptors,
+                                               int32_t configuration, int32_t interface_number);
+
 }  // namespace android::vus::hotplug

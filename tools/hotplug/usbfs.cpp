@@ -5,8 +5,12 @@
 #include <fcntl.h>
 #include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
+#include <stdlib.h>
 #include <sys/ioctl.h>
 
+#include <string>
+
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
@@ -14,6 +18,7 @@
 #include "tools/hotplug/device_node.h"
 #include "tools/hotplug/hid_descriptor.h"
 #include "tools/hotplug/sysfs_paths.h"
+#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
@@ -22,9 +27,22 @@ namespace {
 constexpr uint16_t kReportDescriptor = 0x22 << 8;
 constexpr uint32_t kTimeoutMs = 1000;
 
+// As the kernel keeps them: the device is not asked.
+std::vector<uint8_t> descriptors_of(int node) {
+    std::string text;
+    base::ReadFdToString(node, &text);
+    return {text.begin(), text.end()};
+}
+
+int32_t configuration_of(const std::string& device) {
+    return static_cast<int32_t>(
+            strtol(usb_attribute(device, "bConfigurationValue").c_str(), nullptr, 10));
+}
+
 }  // namespace
 
-// The device's number is its node's name: another device at the same port has another node.
+// It is asked as the kernel's HID driver will ask it, so that it cannot tell the two by that. The
+// device's number is its node's name: another device at the same port has another node.
 std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device,
                                                            int32_t interface_number) {
     const std::string node = base::StringPrintf("%s/%03d/%03d", kUsbNodesDir, device.number / 1000,
@@ -32,7 +50,11 @@ std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device
     const base::unique_fd fd =
             open_node(node, O_RDWR, std::string(kUsbDevicesDir) + "/" + device.name);
     if (!fd.ok()) return std::nullopt;
-    std::vector<uint8_t> descriptor(kMaxReportDescriptor);
+    const auto length = report_descriptor_length(
+            descriptors_of(fd.get()), configuration_of(device.name), interface_number);
+    if (!length) return std::nullopt;
+    // What the device does not fill is zeros for the kernel.
+    std::vector<uint8_t> descriptor(*length);
     usbdevfs_ctrltransfer request = {};
     request.bRequestType = USB_DIR_IN | USB_TYPE_STANDARD | USB_RECIP_INTERFACE;
     request.bRequest = USB_REQ_GET_DESCRIPTOR;
@@ -44,9 +66,7 @@ std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device
     // For as long as the node is open.
     unsigned claimed = static_cast<unsigned>(interface_number);
     if (ioctl(fd.get(), USBDEVFS_CLAIMINTERFACE, &claimed) != 0) return std::nullopt;
-    const int length = ioctl(fd.get(), USBDEVFS_CONTROL, &request);
-    if (length <= 0) return std::nullopt;
-    descriptor.resize(static_cast<size_t>(length));
+    if (ioctl(fd.get(), USBDEVFS_CONTROL, &request) <= 0) return std::nullopt;
     return descriptor;
 }
 

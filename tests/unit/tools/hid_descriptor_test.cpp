@@ -126,5 +126,42 @@ TEST(HidDescriptor, RangesAreBounded) {
             << "there is no room for one more";
 }
 
+// Two configurations; in the second a disk, and a keyboard of two alternate settings.
+const char kDescriptors[] =
+        "12 01 0002 000000 40 0912 1100 0001 01 02 00 02"
+        "09 02 1b00 01 01 00 80 32"
+        "09 04 00 00 00 03 01 01 00  09 21 1101 00 01 22 3f00"
+        "09 02 3d00 02 02 00 80 32"
+        "09 04 00 00 00 08 06 50 00"
+        "09 04 01 00 01 03 01 01 00  0c 21 1101 00 02 22 4100 23 1000  07 05 81 03 0800 0a"
+        "09 04 01 01 01 03 01 01 00  09 21 1101 00 01 22 ff0f";
+
+TEST(ReportLength, IsWhatTheHidDescriptorOfTheInterfaceAnnounces) {
+    const std::vector<uint8_t> all = Bytes(kDescriptors);
+    EXPECT_EQ(report_descriptor_length(all, 1, 0), 0x3F);
+    EXPECT_EQ(report_descriptor_length(all, 2, 1), 0x41) << "in its first setting";
+    EXPECT_FALSE(report_descriptor_length(all, 2, 0)) << "a disk has none";
+    EXPECT_FALSE(report_descriptor_length(all, 1, 1));
+    EXPECT_FALSE(report_descriptor_length(all, 3, 0));
+}
+
+TEST(ReportLength, MalformedDescriptorsAnnounceNothing) {
+    const std::vector<uint8_t> all = Bytes(kDescriptors);
+    for (size_t length = 0; length < 45; ++length) {
+        EXPECT_FALSE(report_descriptor_length({all.begin(), all.begin() + length}, 1, 0));
+    }
+    const auto announced = [](const std::string& hid) {
+        return report_descriptor_length(
+                Bytes("0902 0000 01 01 00 80 32 0904 00 00 00 03 01 01 00" + hid), 1, 0);
+    };
+    EXPECT_EQ(announced("09 21 1101 00 01 22 0010"), kMaxReportDescriptor);
+    EXPECT_FALSE(announced("09 21 1101 00 01 22 0110")) << "too long";
+    EXPECT_FALSE(announced("09 21 1101 00 01 22 0000"));
+    EXPECT_FALSE(announced("09 21 1101 00 00 22 3f00")) << "it lists none";
+    EXPECT_FALSE(announced("06 21 1101 00 01"));
+    EXPECT_FALSE(announced("00 21 1101 00 01 22 3f00"));
+    EXPECT_EQ(announced("0c 21 1101 00 ff 22 3f00 22 4000"), 0x40) << "those that fit";
+}
+
 }  // namespace
 }  // namespace android::vus::hotplug
