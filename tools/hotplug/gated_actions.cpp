@@ -45,7 +45,9 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         // Nothing to be told, and nothing to be kept of what it was before.
         if (!admission.is_question) return Sighting();
         Sighting seen = look_at_usb_device(device, *admission.identity, admission.vendor);
-        seen.held = admission.held;
+        // One that was bound before the gate came has its drivers, allowed or not: the reporter has
+        // to take them.
+        seen.held = admission.held && seen.bare;
         seen.vouched = !admission.held;
         // What is off is known for what it is.
         seen.bare = false;
