@@ -141,17 +141,19 @@ void Gate::judge_input(const Identity& identity, State* state, Part* part) {
     // One that had its driver before is judged by what it is.
     if (nature == state->natures.end() || !nature->second) return;
     const auto said = state->said_of_input.find(part->interface.name);
+    int32_t all_sources = 0;
     for (const HidApplication& application : nature->second->applications) {
         if (application.sources == 0) continue;
+        all_sources |= application.sources;
         const Foreseen foreseen =
                 preview_->of({application.sources, {}, identity.vendorId, identity.productId});
         const bool allowed = foreseen == Foreseen::kAllowed;
         part->refused |= foreseen == Foreseen::kRefused;
-        if (part->refused_sources == 0 || (part->wanted && !allowed)) {
-            part->refused_sources = application.sources;
-        }
+        if (!allowed) part->refused_sources |= application.sources;
         part->wanted &= allowed;
     }
+    // They come in together, so the daemon is asked about all that it has not allowed already.
+    if (part->refused_sources == 0) part->refused_sources = all_sources;
     if (said == state->said_of_input.end()) return;
     part->wanted = said->second;
     part->refused = !said->second;

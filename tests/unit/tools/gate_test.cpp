@@ -185,6 +185,16 @@ TEST_F(GateTest, OneRefusedApplicationKeepsItsInterfaceOut) {
     EXPECT_THAT(Tried(), IsEmpty());
 }
 
+// A yes lets all of them in.
+TEST_F(GateTest, DaemonIsAskedAboutEveryApplicationThatIsNotForeseen) {
+    Plug({{0, Keyboard()}});
+    Of(0).report = kBootMouse + Bytes("8502") + kBootKeyboard;
+    preview_.knows_nothing = true;
+    const Admission admission = Admit();
+    ASSERT_THAT(admission.inputs, SizeIs(1));
+    EXPECT_EQ(admission.inputs[0].info.deviceClass, kSourceMouse | kSourceKeyboard);
+}
+
 TEST_F(GateTest, VendorsOwnIsJudgedOnTheUsbSide) {
     Plug({{0, Programmer()}});
     const Admission refused = Admit();
