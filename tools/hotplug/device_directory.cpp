@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <android-base/file.h>
@@ -41,6 +42,11 @@ DeviceDirectory::DeviceDirectory(const Subject& device)
     if (device.number == 0 || read("busnum") * 1000 + read("devnum") != device.number) {
         fd_.reset();
     }
+}
+
+uint64_t DeviceDirectory::inode() const {
+    struct stat status = {};
+    return fstat(fd_.get(), &status) == 0 ? status.st_ino : 0;
 }
 
 int DeviceDirectory::read(const std::string& name) const {

@@ -6,6 +6,8 @@
 
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 #include <android-base/unique_fd.h>
@@ -26,6 +28,8 @@ class DeviceDirectory {
     explicit DeviceDirectory(const Subject& device);
 
     bool ok() const { return fd_.ok(); }
+    // 0 if it cannot be had.
+    uint64_t inode() const;
     // -1 if there is no such number.
     int read(const std::string& name) const;
     // False, with errno telling why.

@@ -108,16 +108,31 @@ void Gate::root_hub(const std::string& root_hub) {
     system_->bind(kHubDriver, own);
 }
 
+void Gate::recognise(const Subject& device, State* state) {
+    const uint64_t incarnation = system_->incarnation(device);
+    if (incarnation == state->incarnation) return;
+    state->incarnation = incarnation;
+    state->identity.reset();
+    state->layout.clear();
+    state->natures.clear();
+    drop_answers(state);
+}
+
+void Gate::drop_answers(State* state) {
+    state->said.reset();
+    state->said_of_input.clear();
+}
+
 Admission Gate::admit(const Subject& device, bool anybody_there) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
+    recognise(device, state.get());
     if (!system_->has_driver(device.name)) system_->probe(device.name);
     const std::vector<UsbInterface> interfaces = system_->interfaces(device);
     const std::string layout = layout_of(interfaces);
     if (layout != state->layout) {
         state->layout = layout;
-        state->said.reset();
-        state->said_of_input.clear();
+        drop_answers(state.get());
         state->natures.clear();
     }
     if (claims_to_be_a_hub(interfaces) && bind_hub(device, interfaces)) return {};
@@ -149,6 +164,7 @@ void Gate::close_interfaces(const Subject& device) {
 void Gate::open_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
+    recognise(device, state.get());
     let_in(device, state.get());
 }
 

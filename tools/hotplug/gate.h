@@ -123,9 +123,10 @@ class Gate : public Switches {
     void open_held(const Subject& usb_device, const std::string& what) override;
 
   private:
-    // What is known of a USB device for as long as it has the same interfaces.
+    // What is known of a USB device for as long as it is the same, and has the same interfaces.
     struct State {
         Mutex mutex;  // held while something is let in or shut out
+        uint64_t incarnation GUARDED_BY(mutex) = 0;
         std::optional<Identity> identity GUARDED_BY(mutex);
         std::string layout GUARDED_BY(mutex);
         int policy GUARDED_BY(mutex) = 0;                             // under which it was said
@@ -146,6 +147,9 @@ class Gate : public Switches {
     };
 
     SharedState state_of(const Subject& device);
+    // Drops what is known if the device is another one, of which nobody was told that it came.
+    void recognise(const Subject& device, State* state) REQUIRES(state->mutex);
+    static void drop_answers(State* state) REQUIRES(state->mutex);
     Admission let_in(const Subject& device, State* state) REQUIRES(state->mutex);
     bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
     std::vector<Part> parts_of(const Subject& device, State* state) REQUIRES(state->mutex);

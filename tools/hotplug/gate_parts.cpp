@@ -31,8 +31,7 @@ Admission Gate::let_in(const Subject& device, State* state) {
     const Identity& identity = *state->identity;
     if (state->policy != policies_) {
         state->policy = policies_;
-        state->said.reset();
-        state->said_of_input.clear();
+        drop_answers(state);
     }
     std::vector<Part> parts;
     do {

@@ -46,6 +46,9 @@ class GateSystem {
 
     // Nothing if the device has gone, or another one is there.
     virtual std::optional<Identity> identity(const Subject& device) = 0;
+    // Another one for each device that comes, were it at the same port, with the same number. 0 if
+    // it has gone.
+    virtual uint64_t incarnation(const Subject& device) = 0;
     virtual std::vector<UsbInterface> interfaces(const Subject& device) = 0;
     virtual bool authorize(const Subject& device, const std::string& interface, bool on) = 0;
     // A root hub's own interface, which is no part of a device that has come.

@@ -102,6 +102,12 @@ std::optional<Identity> SysfsGate::identity(const Subject& device) {
     return read_usb_identity(device);
 }
 
+// The kernel does not use a directory's inode number again.
+uint64_t SysfsGate::incarnation(const Subject& device) {
+    const DeviceDirectory directory(device);
+    return directory.ok() ? directory.inode() : 0;
+}
+
 std::vector<UsbInterface> SysfsGate::interfaces(const Subject& device) {
     if (device.number == 0 || usb_number(device.name) != device.number) return {};
     return read_interfaces(device.name);

@@ -22,6 +22,7 @@ class SysfsGate : public GateSystem {
     void probe(const std::string& entry) override;
     Bound bind(const std::string& driver, const std::string& interface) override;
     std::optional<Identity> identity(const Subject& device) override;
+    uint64_t incarnation(const Subject& device) override;
     std::vector<UsbInterface> interfaces(const Subject& device) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;

@@ -128,6 +128,10 @@ std::optional<Identity> FakeKernel::identity(const Subject& device) {
     return found->second.identity;
 }
 
+uint64_t FakeKernel::incarnation(const Subject& device) {
+    return identity(device) ? devices[device.name].incarnation : 0;
+}
+
 std::vector<UsbInterface> FakeKernel::interfaces(const Subject& device) {
     std::vector<UsbInterface> found;
     const auto at = devices.find(device.name);

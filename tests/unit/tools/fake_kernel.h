@@ -32,6 +32,7 @@ class FakeKernel : public GateSystem {
     };
     struct Device {
         int32_t number = 0;
+        uint64_t incarnation = 1;
         Identity identity = {};
         std::map<int32_t, Interface> interfaces = {};
         bool configured = false;
@@ -59,6 +60,7 @@ class FakeKernel : public GateSystem {
     void probe(const std::string& entry) override;
     Bound bind(const std::string& driver, const std::string& interface) override;
     std::optional<Identity> identity(const Subject& device) override;
+    uint64_t incarnation(const Subject& device) override;
     std::vector<UsbInterface> interfaces(const Subject& device) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;

@@ -368,6 +368,23 @@ TEST_F(GateTest, AnotherConfigurationIsAnotherQuestion) {
     EXPECT_THAT(Tried(), IsEmpty());
 }
 
+// Its predecessor's removal was lost, and the numbers have come round.
+TEST_F(GateTest, DeviceInheritsNothingFromOneOfTheSamePortAndNumber) {
+    Plug({{0, Disk()}});
+    Admit();
+    gate_.answered(kPlugged, true);
+    EXPECT_FALSE(Admit().held);
+    Tried();
+    Plug({{0, Disk()}});
+    kernel_.devices[kPlugged.name].incarnation = 2;
+    kernel_.devices[kPlugged.name].identity.vendorId = 0xBAD;
+    gate_.open_interfaces(kPlugged);  // what the other one was allowed
+    const Admission admission = Admit();
+    EXPECT_TRUE(admission.held);
+    EXPECT_EQ(admission.identity->vendorId, 0xBAD);
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
 TEST_F(GateTest, DeviceThatHasBecomeAnotherIsLeftAlone) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}});

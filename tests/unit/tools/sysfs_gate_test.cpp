@@ -65,6 +65,9 @@ TEST_F(SysfsGateTest, NothingIsDoneToAnotherDevice) {
     EXPECT_EQ(ReadFile(authorized), "0\n");
     EXPECT_FALSE(gate_.identity(before));
     EXPECT_THAT(gate_.interfaces(before), IsEmpty());
+    EXPECT_EQ(gate_.incarnation(before), 0U);
+    EXPECT_NE(gate_.incarnation(stick_), 0U);
+    EXPECT_EQ(gate_.incarnation(stick_), gate_.incarnation(stick_));
     EXPECT_TRUE(gate_.authorize(stick_, "1-2:1.0", true));
     EXPECT_EQ(ReadFile(authorized), "1\n");
     EXPECT_EQ(gate_.identity(stick_)->vendorId, FlashDrive().vendor);
