@@ -23,21 +23,26 @@ Foreseen PolicyPreview::of(const Claim& claim) {
 }
 
 bool PolicyPreview::refuses(const Claim& claim) {
-    return either(claim, [](const Judgement& judgement) { return !judgement.allowed; });
+    return either([&claim](const PolicyRules& rules) { return !judge(claim, rules).allowed; });
 }
 
+// A judgement ends with the classes where they match: whether a rule for its vendor would match as
+// well is not in it.
 bool PolicyPreview::admits_by_class(const Claim& claim) {
-    return either(claim, [](const Judgement& judgement) {
+    return either([&claim](const PolicyRules& rules) {
+        const Judgement judgement = judge(claim, rules);
         return judgement.allowed && !judgement.matched.empty() &&
-               judgement.matched[0].kind == Rule::Kind::kClass;
+               judgement.matched[0].kind == Rule::Kind::kClass &&
+               !rules.wholeVendorRule(claim.vendorId) &&
+               !rules.productRule(claim.vendorId, claim.productId);
     });
 }
 
-bool PolicyPreview::either(const Claim& claim, bool (*is_such)(const Judgement& judgement)) {
+bool PolicyPreview::either(const std::function<bool(const PolicyRules&)>& is_such) {
     const MutexLock lock(mutex_);
     for (File* file : {&policy_, &backup_}) {
         const Policy* const policy = file->read();
-        if (policy != nullptr && is_such(judge(claim, PolicyRules(*policy)))) return true;
+        if (policy != nullptr && is_such(PolicyRules(*policy))) return true;
     }
     return false;
 }

@@ -14,6 +14,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 #include <variant>
 
@@ -29,8 +30,8 @@ class Preview {
   public:
     virtual ~Preview() = default;
     virtual Foreseen of(const Claim& claim) = 0;
-    // Whether it is by listed classes, and not by its vendor, that it may be allowed: then what its
-    // other interfaces are has played no part.
+    // Whether it is by listed classes alone that it may be allowed, and neither its vendor nor its
+    // product is listed: then what its other interfaces are has played no part.
     virtual bool admits_by_class(const Claim& claim) = 0;
 };
 
@@ -54,8 +55,8 @@ class PolicyPreview : public Preview {
         std::variant<Policy, PolicyFailure> parsed_ = PolicyFailure();
     };
 
-    // Whether the judgement by any of the two that is a policy is such a one.
-    bool either(const Claim& claim, bool (*is_such)(const Judgement& judgement));
+    // Whether any of the two that is a policy is such a one.
+    bool either(const std::function<bool(const PolicyRules& rules)>& is_such);
 
     Mutex mutex_;
     File policy_ GUARDED_BY(mutex_);

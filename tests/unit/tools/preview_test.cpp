@@ -61,6 +61,14 @@ TEST_F(PreviewTest, ClassesAdmitOrTheVendorDoes) {
     EXPECT_FALSE(preview_.admits_by_class(with_serial));
     Set(PolicyOf("", "blacklist"), PolicyOf("", "default"));
     EXPECT_FALSE(preview_.admits_by_class(with_serial)) << "nothing lists it";
+    const std::string both = PolicyOf(kListsStorage + kListsMaker);
+    Set(both, both);
+    EXPECT_FALSE(preview_.admits_by_class(with_serial)) << "all of it is listed";
+    const std::string product =
+            PolicyOf(kListsStorage + "<vid vendorid=\"1133\"><pid productid=\"1\"/></vid>");
+    Set(product, product);
+    EXPECT_FALSE(preview_.admits_by_class(with_serial));
+    EXPECT_TRUE(preview_.admits_by_class({0, {8, 255}, 1133, 2})) << "another product";
     Set(PolicyOf(kListsMaker), PolicyOf(kListsStorage));
     EXPECT_TRUE(preview_.admits_by_class(with_serial)) << "by one of them";
 }
