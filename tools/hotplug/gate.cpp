@@ -118,6 +118,15 @@ void Gate::recognise(const Subject& device, State* state) {
     drop_answers(state);
 }
 
+// What was said of a device was said of these interfaces.
+void Gate::note_layout(const std::vector<UsbInterface>& interfaces, State* state) {
+    std::string layout = layout_of(interfaces);
+    if (layout == state->layout) return;
+    state->layout = std::move(layout);
+    state->natures.clear();
+    drop_answers(state);
+}
+
 void Gate::drop_answers(State* state) {
     state->said.reset();
     state->said_of_input.clear();
@@ -129,12 +138,7 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     recognise(device, state.get());
     if (!system_->has_driver(device.name)) system_->probe(device.name);
     const std::vector<UsbInterface> interfaces = system_->interfaces(device);
-    const std::string layout = layout_of(interfaces);
-    if (layout != state->layout) {
-        state->layout = layout;
-        drop_answers(state.get());
-        state->natures.clear();
-    }
+    note_layout(interfaces, state.get());
     if (claims_to_be_a_hub(interfaces) && bind_hub(device, interfaces)) return {};
     return anybody_there ? let_in(device, state.get()) : Admission();
 }

@@ -153,6 +153,9 @@ class Gate : public Switches {
     Admission let_in(const Subject& device, State* state) REQUIRES(state->mutex);
     bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
     std::vector<Part> parts_of(const Subject& device, State* state) REQUIRES(state->mutex);
+    static void note_layout(const std::vector<UsbInterface>& interfaces, State* state)
+            REQUIRES(state->mutex);
+    bool are_still(const std::vector<Part>& parts);
     Kind kind_of(const Subject& device, UsbInterface* interface, State* state)
             REQUIRES(state->mutex);
     std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface);
@@ -160,7 +163,8 @@ class Gate : public Switches {
             REQUIRES(state->mutex);
     bool is_question(const Subject& device, const std::vector<Part>& parts);
     void judge_input(const Identity& identity, State* state, Part* part) REQUIRES(state->mutex);
-    // False if an input device was refused by HID's driver, and the parts are other ones.
+    // False if the parts are other ones by now: somebody has changed them, or an input device was
+    // refused by HID's driver.
     bool bind_parts(const Subject& device, State* state, const std::vector<Part>& parts)
             REQUIRES(state->mutex);
     bool bind_part(const Part& part, State* state) REQUIRES(state->mutex);

@@ -13,6 +13,9 @@ namespace android::vus::hotplug {
 
 namespace {
 
+// More than any device has HID interfaces that HID's driver does not take, as far as it means well.
+constexpr int kMostTries = 16;
+
 // The input side judges sources. What says that it is an input device, and is the source of
 // nothing, has hidraw all the same: nobody else would be asked about it.
 bool is_source_of_input(const HidNature& nature) {
@@ -34,10 +37,17 @@ Admission Gate::let_in(const Subject& device, State* state) {
         drop_answers(state);
     }
     std::vector<Part> parts;
-    do {
+    bool is_in = false;
+    for (int tries = 0; tries < kMostTries && !is_in; ++tries) {
         parts = parts_of(device, state);
         admission.held = !judge_parts(identity, state, &parts);
-    } while (!bind_parts(device, state, parts));
+        is_in = bind_parts(device, state, parts);
+    }
+    if (!is_in) {
+        notice_("held " + device.name + ": it does not stay what it is");
+        admission.held = true;
+        for (Part& part : parts) part.wanted = false;
+    }
     shut_parts(device, &parts);
     for (const Part& part : parts) {
         if (part.kind == Kind::kVendorHid) admission.vendor.insert(part.interface.name);
@@ -64,7 +74,9 @@ bool Gate::is_question(const Subject& device, const std::vector<Part>& parts) {
 
 std::vector<Gate::Part> Gate::parts_of(const Subject& device, State* state) {
     std::vector<Part> parts;
-    for (UsbInterface& interface : system_->interfaces(device)) {
+    std::vector<UsbInterface> interfaces = system_->interfaces(device);
+    note_layout(interfaces, state);
+    for (UsbInterface& interface : interfaces) {
         const Kind kind = kind_of(device, &interface, state);
         parts.push_back({std::move(interface), kind});
     }
@@ -158,8 +170,16 @@ void Gate::judge_input(const Identity& identity, State* state, Part* part) {
     part->refused = !said->second;
 }
 
-// All of them are on before the first has its driver: one that serves two needs both.
+bool Gate::are_still(const std::vector<Part>& parts) {
+    return std::all_of(parts.begin(), parts.end(), [this](const Part& part) {
+        return !part.wanted || system_->class_of(part.interface.name) == part.interface.class_code;
+    });
+}
+
+// All of them are on before the first has its driver: one that serves two needs both. What a node's
+// holder makes of the device meanwhile is another question.
 bool Gate::bind_parts(const Subject& device, State* state, const std::vector<Part>& parts) {
+    if (!are_still(parts)) return false;
     for (const Part& part : parts) {
         if (part.wanted && !part.interface.authorized) {
             system_->authorize(device, part.interface.name, true);

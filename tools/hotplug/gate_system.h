@@ -50,6 +50,8 @@ class GateSystem {
     // it has gone.
     virtual uint64_t incarnation(const Subject& device) = 0;
     virtual std::vector<UsbInterface> interfaces(const Subject& device) = 0;
+    // An interface's class, as interfaces() tells it; nothing if it has gone.
+    virtual std::optional<int32_t> class_of(const std::string& interface) = 0;
     virtual bool authorize(const Subject& device, const std::string& interface, bool on) = 0;
     // A root hub's own interface, which is no part of a device that has come.
     virtual void authorize_root(const std::string& root_hub, const std::string& interface) = 0;

@@ -3,6 +3,7 @@
 #include "tools/hotplug/sysfs_gate.h"
 
 #include <ctype.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,6 +112,12 @@ uint64_t SysfsGate::incarnation(const Subject& device) {
 std::vector<UsbInterface> SysfsGate::interfaces(const Subject& device) {
     if (device.number == 0 || usb_number(device.name) != device.number) return {};
     return read_interfaces(device.name);
+}
+
+std::optional<int32_t> SysfsGate::class_of(const std::string& interface) {
+    const std::string code = usb_attribute(interface, "bInterfaceClass");
+    if (code.empty()) return std::nullopt;
+    return static_cast<int32_t>(strtol(code.c_str(), nullptr, 16));
 }
 
 bool SysfsGate::authorize(const Subject& device, const std::string& interface, bool on) {

@@ -151,6 +151,12 @@ std::vector<UsbInterface> FakeKernel::interfaces(const Subject& device) {
     return found;
 }
 
+std::optional<int32_t> FakeKernel::class_of(const std::string& interface) {
+    const Interface* const found = find(interface);
+    if (found == nullptr) return std::nullopt;
+    return found->class_code;
+}
+
 bool FakeKernel::authorize(const Subject& device, const std::string& name, bool on) {
     if (!identity(device)) return false;
     Interface* const interface = find(name);
@@ -169,6 +175,7 @@ void FakeKernel::authorize_root(const std::string& /*root_hub*/, const std::stri
 
 std::optional<std::vector<uint8_t>> FakeKernel::report_descriptor(const Subject& device,
                                                                   const UsbInterface& seen) {
+    meanwhile();
     const Interface* const interface = find(seen.name);
     if (!identity(device) || interface == nullptr || !interface->authorized ||
         !interface->driver.empty()) {

@@ -8,6 +8,7 @@
 
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -43,6 +44,8 @@ class FakeKernel : public GateSystem {
     std::vector<std::string> switched;
     std::map<std::string, Device> devices;
     std::map<std::string, bool> other_hid;  // of other buses: whether it has a driver
+    // Called when a descriptor is read, which takes its time.
+    std::function<void()> meanwhile = [] {};
     std::vector<std::string> hubs;
     std::map<std::string, bool> bound;  // root hubs, and their interfaces
     std::vector<std::string> drivers = {"hub", "usbhid", "usb-storage", "ftdi_sio", "cdc_acm"};
@@ -62,6 +65,7 @@ class FakeKernel : public GateSystem {
     std::optional<Identity> identity(const Subject& device) override;
     uint64_t incarnation(const Subject& device) override;
     std::vector<UsbInterface> interfaces(const Subject& device) override;
+    std::optional<int32_t> class_of(const std::string& interface) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;
     std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,

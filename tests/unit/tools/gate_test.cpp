@@ -46,7 +46,9 @@ class FakePreview : public Preview {
         return any ? Foreseen::kAllowed : Foreseen::kRefused;
     }
 
-    bool admits_by_class(const Claim& claim) override { return vendors.count(claim.vendorId) == 0; }
+    bool admits_by_class(const Claim& claim) override {
+        return vendors.count(claim.vendorId) == 0 && of(claim) == Foreseen::kAllowed;
+    }
 
     std::set<int32_t> classes, sources, vendors;
     bool knows_nothing = false;
@@ -240,7 +242,7 @@ TEST_F(GateTest, WhatRidesAlongWithListedClassesStaysShutIfSoWished) {
     EXPECT_THAT(Tried(), ElementsAre("usb-storage 1-1:1.0"));
     EXPECT_FALSE(Of(1).authorized || Of(2).authorized);
     // Its vendor admits all of it.
-    preview_.vendors = {0x1209};
+    preview_.vendors = {0x1209};  // its class is listed as before
     gate.admit(kPlugged, true);
     EXPECT_THAT(Tried(), testing::IsSupersetOf({"ftdi_sio 1-1:1.1", "usbhid 1-1:1.2"}));
     // And no longer.
@@ -366,6 +368,35 @@ TEST_F(GateTest, AnotherConfigurationIsAnotherQuestion) {
     Plug({{0, Keyboard()}});
     EXPECT_THAT(Admit().inputs, SizeIs(1));
     EXPECT_THAT(Tried(), IsEmpty());
+}
+
+TEST_F(GateTest, YesIsOfTheInterfacesThatItWasSaidOf) {
+    Plug({{0, Disk()}});
+    Admit();
+    gate_.answered(kPlugged, true);
+    Of(0) = {kVendorSpecificClass, {"ftdi_sio"}};  // before the yes is followed
+    gate_.open_interfaces(kPlugged);
+    EXPECT_THAT(Tried(), IsEmpty());
+    EXPECT_FALSE(Of(0).authorized);
+}
+
+TEST_F(GateTest, InterfaceThatChangesWhileItIsJudgedIsJudgedAgain) {
+    preview_.classes = {kDiskClass};
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Disk()}, {1, Keyboard()}});
+    kernel_.meanwhile = [this] { Of(0) = {kVendorSpecificClass, {"ftdi_sio"}}; };
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
+TEST_F(GateTest, DeviceThatNeverStaysWhatItIsIsHeld) {
+    preview_.classes = {kDiskClass, 14};
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Disk()}, {1, Keyboard()}});
+    kernel_.meanwhile = [this] { Of(0).class_code = Of(0).class_code == 14 ? kDiskClass : 14; };
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(Tried(), IsEmpty());
+    EXPECT_THAT(notices_, ElementsAre("held 1-1: it does not stay what it is"));
 }
 
 // Its predecessor's removal was lost, and the numbers have come round.
