@@ -114,7 +114,7 @@ void Gate::recognise(const Subject& device, State* state) {
     state->incarnation = incarnation;
     state->identity.reset();
     state->layout.clear();
-    state->natures.clear();
+    drop_natures(state);
     drop_answers(state);
 }
 
@@ -123,8 +123,13 @@ void Gate::note_layout(const std::vector<UsbInterface>& interfaces, State* state
     std::string layout = layout_of(interfaces);
     if (layout == state->layout) return;
     state->layout = std::move(layout);
-    state->natures.clear();
+    drop_natures(state);
     drop_answers(state);
+}
+
+void Gate::drop_natures(State* state) {
+    state->natures.clear();
+    state->failures.clear();
 }
 
 void Gate::drop_answers(State* state) {

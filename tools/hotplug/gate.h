@@ -132,8 +132,10 @@ class Gate : public Switches {
         int policy GUARDED_BY(mutex) = 0;                             // under which it was said
         std::optional<bool> said GUARDED_BY(mutex);                   // by the daemon
         std::map<std::string, bool> said_of_input GUARDED_BY(mutex);  // by interface
-        // By interface; nothing for one that is no HID in truth.
+        // By interface; nothing for one that is no HID in truth, or would not tell: how often that
+        // was is known, too.
         std::map<std::string, std::optional<HidNature>> natures GUARDED_BY(mutex);
+        std::map<std::string, int> failures GUARDED_BY(mutex);
     };
     using SharedState = std::shared_ptr<State>;
 
@@ -158,7 +160,9 @@ class Gate : public Switches {
     bool are_still(const std::vector<Part>& parts);
     Kind kind_of(const Subject& device, UsbInterface* interface, State* state)
             REQUIRES(state->mutex);
-    std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface);
+    std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface,
+                                       State* state) REQUIRES(state->mutex);
+    static void drop_natures(State* state) REQUIRES(state->mutex);
     bool judge_parts(const Identity& identity, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
     bool is_question(const Subject& device, const std::vector<Part>& parts);

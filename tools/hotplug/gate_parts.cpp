@@ -16,6 +16,9 @@ namespace {
 // More than any device has HID interfaces that HID's driver does not take, as far as it means well.
 constexpr int kMostTries = 16;
 
+// How often a device is asked for what it would not tell: it takes a second each time.
+constexpr int kMostFailures = 3;
+
 // The input side judges sources. What says that it is an input device, and is the source of
 // nothing, has hidraw all the same: nobody else would be asked about it.
 bool is_source_of_input(const HidNature& nature) {
@@ -35,6 +38,8 @@ Admission Gate::let_in(const Subject& device, State* state) {
     if (state->policy != policies_) {
         state->policy = policies_;
         drop_answers(state);
+        for (const auto& [interface, failures] : state->failures) state->natures.erase(interface);
+        state->failures.clear();
     }
     std::vector<Part> parts;
     bool is_in = false;
@@ -86,6 +91,11 @@ std::vector<Gate::Part> Gate::parts_of(const Subject& device, State* state) {
 Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* state) {
     if (interface->class_code != kHidClass) return Kind::kUsb;
     if (reported_class(*interface) != kHidClass) return Kind::kVendorHid;
+    const auto failures = state->failures.find(interface->name);
+    if (failures != state->failures.end() && failures->second < kMostFailures &&
+        interface->driver.empty()) {
+        state->natures.erase(interface->name);
+    }
     auto nature = state->natures.find(interface->name);
     if (nature == state->natures.end()) {
         const std::vector<HidDevice>& hid_devices = interface->hid_devices;
@@ -107,19 +117,24 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
             interface->hid_devices.clear();
             interface->authorized = false;
         }
-        nature = state->natures.emplace(interface->name, nature_of(device, *interface)).first;
+        nature =
+                state->natures.emplace(interface->name, nature_of(device, *interface, state)).first;
     }
     return nature->second && is_source_of_input(*nature->second) ? Kind::kInput : Kind::kVendorHid;
 }
 
-std::optional<HidNature> Gate::nature_of(const Subject& device, const UsbInterface& interface) {
+std::optional<HidNature> Gate::nature_of(const Subject& device, const UsbInterface& interface,
+                                         State* state) {
     if (!interface.authorized) system_->authorize(device, interface.name, true);
     const auto descriptor = system_->report_descriptor(device, interface);
     if (!interface.authorized) system_->authorize(device, interface.name, false);
     if (!descriptor) {
-        notice_(interface.name + " says it is HID, but not what for");
+        if (++state->failures[interface.name] == 1) {
+            notice_(interface.name + " says it is HID, but not what for");
+        }
         return std::nullopt;
     }
+    state->failures.erase(interface.name);
     return parse_report_descriptor(*descriptor);
 }
 

@@ -2,13 +2,16 @@
 
 #include "tools/hotplug/usbfs.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
@@ -26,6 +29,19 @@ namespace {
 
 constexpr uint16_t kReportDescriptor = 0x22 << 8;
 constexpr uint32_t kTimeoutMs = 1000;
+constexpr int kClaims = 10;
+constexpr std::chrono::milliseconds kClaimRetry(50);
+
+// Somebody else may be looking at it, too.
+bool claim(int node, int32_t interface_number) {
+    unsigned number = static_cast<unsigned>(interface_number);
+    for (int tries = 0; tries < kClaims; ++tries) {
+        if (ioctl(node, USBDEVFS_CLAIMINTERFACE, &number) == 0) return true;
+        if (errno != EBUSY) return false;
+        std::this_thread::sleep_for(kClaimRetry);
+    }
+    return false;
+}
 
 // As the kernel keeps them: the device is not asked.
 std::vector<uint8_t> descriptors_of(int node) {
@@ -64,8 +80,7 @@ std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device
     request.timeout = kTimeoutMs;
     request.data = descriptor.data();
     // For as long as the node is open.
-    unsigned claimed = static_cast<unsigned>(interface_number);
-    if (ioctl(fd.get(), USBDEVFS_CLAIMINTERFACE, &claimed) != 0) return std::nullopt;
+    if (!claim(fd.get(), interface_number)) return std::nullopt;
     if (ioctl(fd.get(), USBDEVFS_CONTROL, &request) <= 0) return std::nullopt;
     return descriptor;
 }

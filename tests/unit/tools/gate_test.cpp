@@ -288,6 +288,44 @@ TEST_F(GateTest, WhatTellsHidsDriverMoreThanTheGateStaysHeld) {
     EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0")) << "its HID device waits";
 }
 
+TEST_F(GateTest, KeyboardThatDoesNotTellAtFirstIsAskedAgain) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    Of(0).report.reset();
+    EXPECT_TRUE(Admit().held);
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(notices_, SizeIs(1));
+    Of(0).report = kBootKeyboard;
+    EXPECT_FALSE(Admit().held);
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0001"));
+}
+
+TEST_F(GateTest, DeviceThatDoesNotTellIsNotAskedForEver) {
+    int asked = 0;
+    kernel_.meanwhile = [&asked] { ++asked; };
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    Of(0).report.reset();
+    for (int time = 0; time < 9; ++time) EXPECT_TRUE(Admit().held);
+    EXPECT_EQ(asked, 3);
+    Of(0).report = kBootKeyboard;
+    EXPECT_TRUE(Admit().held);
+    gate_.policy_changed();
+    EXPECT_FALSE(Admit().held);
+    EXPECT_EQ(asked, 4);
+}
+
+// Nor is one that told nonsense.
+TEST_F(GateTest, DeviceIsAskedOnceForADescriptorThatTheKernelWouldNotTake) {
+    int asked = 0;
+    kernel_.meanwhile = [&asked] { ++asked; };
+    Plug({{0, {kHidClass, {kHidDriver}, Bytes("c0")}}});
+    for (int time = 0; time < 3; ++time) EXPECT_TRUE(Admit().held);
+    gate_.policy_changed();
+    EXPECT_TRUE(Admit().held);
+    EXPECT_EQ(asked, 1);
+}
+
 TEST_F(GateTest, DriverThatComesLateIsTriedThen) {
     preview_.sources = {kSourceKeyboard};
     kernel_.drivers = {"hub"};
