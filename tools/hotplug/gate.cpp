@@ -15,6 +15,8 @@ namespace android::vus::hotplug {
 namespace {
 
 constexpr int32_t kHubClass = 9;
+// The kernel's own for devices.
+constexpr char kDeviceDriver[] = "usb";
 
 bool claims_to_be_a_hub(const std::vector<UsbInterface>& interfaces) {
     return !interfaces.empty() &&
@@ -101,11 +103,19 @@ void Gate::root_hub(const std::string& root_hub) {
         if (errno == ENOENT) return;  // gone
         notice_("the door of " + root_hub + " is not shut: " + strerror(errno));
     }
-    if (!system_->has_driver(root_hub)) system_->probe(root_hub);
+    configure(root_hub);
     const std::string own = own_interface(root_hub);
     if (system_->has_driver(own)) return;
     system_->authorize_root(root_hub, own);
     system_->bind(kHubDriver, own);
+}
+
+// Not by a look for drivers, which tries those for certain devices first.
+void Gate::configure(const std::string& device) {
+    if (system_->has_driver(device)) return;
+    if (system_->bind(kDeviceDriver, device) == GateSystem::Bound::kNoSuchDriver) {
+        system_->probe(device);
+    }
 }
 
 void Gate::recognise(const Subject& device, State* state) {
@@ -141,7 +151,7 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     recognise(device, state.get());
-    if (!system_->has_driver(device.name)) system_->probe(device.name);
+    configure(device.name);
     const std::vector<UsbInterface> interfaces = system_->interfaces(device);
     note_layout(interfaces, state.get());
     if (claims_to_be_a_hub(interfaces) && bind_hub(device, interfaces)) return {};

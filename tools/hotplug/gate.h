@@ -7,7 +7,8 @@
 // interface. That outlives the gate: while nobody is there, the door is shut.
 //
 // What the gate does with a device:
-//  - It has it configured, which takes no driver but the kernel's own for devices.
+//  - It has it configured, which takes no driver but the kernel's own for devices. One that this
+//    leaves to a driver for whole devices is held, unless it is allowed by who made it.
 //  - A hub is bound by the hub's driver and no other; what that does not take is no hub, whatever
 //    its class says. Root hubs shut their bus before they are bound.
 //  - A HID interface is asked for its report descriptor before it has a driver: it is an input
@@ -149,6 +150,8 @@ class Gate : public Switches {
     };
 
     SharedState state_of(const Subject& device);
+    void configure(const std::string& device);
+    bool judge_whole(const Subject& device, State* state) REQUIRES(state->mutex);
     // Drops what is known if the device is another one, of which nobody was told that it came.
     void recognise(const Subject& device, State* state) REQUIRES(state->mutex);
     static void drop_answers(State* state) REQUIRES(state->mutex);

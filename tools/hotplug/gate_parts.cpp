@@ -41,6 +41,12 @@ Admission Gate::let_in(const Subject& device, State* state) {
         for (const auto& [interface, failures] : state->failures) state->natures.erase(interface);
         state->failures.clear();
     }
+    if (!system_->has_driver(device.name) && !judge_whole(device, state)) admission.held = true;
+    if (admission.held) {
+        admission.identity = identity;
+        admission.is_question = true;
+        return admission;
+    }
     std::vector<Part> parts;
     bool is_in = false;
     for (int tries = 0; tries < kMostTries && !is_in; ++tries) {
@@ -61,6 +67,15 @@ Admission Gate::let_in(const Subject& device, State* state) {
     admission.is_question = is_question(device, parts);
     hold_inputs(device, identity, parts, &admission);
     return admission;
+}
+
+// Of one that has no configuration no more is known than who made it.
+bool Gate::judge_whole(const Subject& device, State* state) {
+    const Identity& identity = *state->identity;
+    const Claim claim = {0, {}, identity.vendorId, identity.productId};
+    const bool allowed = state->said ? *state->said : preview_->of(claim) == Foreseen::kAllowed;
+    if (allowed) system_->probe(device.name);
+    return allowed;
 }
 
 // A device without interfaces is one as well: it may have had others. So is what was to be an input

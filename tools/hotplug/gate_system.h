@@ -37,12 +37,12 @@ class GateSystem {
     virtual std::vector<Subject> usb_devices() = 0;
     virtual std::vector<std::string> hid_devices() = 0;
 
-    // USB: devices and interfaces. Whether one has a driver; a look for one, which configures a
-    // device; a try of one.
+    // USB: devices and interfaces. Whether one has a driver; a look for one; a try of one. The
+    // kernel's own for devices configures what it is bound to.
     virtual bool has_driver(const std::string& entry) = 0;
     virtual void probe(const std::string& entry) = 0;
     enum class Bound { kYes, kNo, kNoSuchDriver };
-    virtual Bound bind(const std::string& driver, const std::string& interface) = 0;
+    virtual Bound bind(const std::string& driver, const std::string& entry) = 0;
 
     // Nothing if the device has gone, or another one is there.
     virtual std::optional<Identity> identity(const Subject& device) = 0;

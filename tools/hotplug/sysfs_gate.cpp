@@ -90,12 +90,12 @@ void SysfsGate::probe(const std::string& entry) {
     write_attribute(kUsbProbeFile, entry);
 }
 
-GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& interface) {
+GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& entry) {
     const std::string file = std::string(kUsbDriversDir) + "/" + driver + "/bind";
     if (!is_there(file)) return Bound::kNoSuchDriver;
-    write_attribute(file, interface);
+    write_attribute(file, entry);
     std::string bound;
-    base::Readlink(in_usb(interface) + "/driver", &bound);
+    base::Readlink(in_usb(entry) + "/driver", &bound);
     return base::Basename(bound) == driver ? Bound::kYes : Bound::kNo;
 }
 

@@ -20,7 +20,7 @@ class SysfsGate : public GateSystem {
     std::vector<std::string> hid_devices() override;
     bool has_driver(const std::string& entry) override;
     void probe(const std::string& entry) override;
-    Bound bind(const std::string& driver, const std::string& interface) override;
+    Bound bind(const std::string& driver, const std::string& entry) override;
     std::optional<Identity> identity(const Subject& device) override;
     uint64_t incarnation(const Subject& device) override;
     std::vector<UsbInterface> interfaces(const Subject& device) override;

@@ -90,11 +90,20 @@ void FakeKernel::probe(const std::string& entry) {
     const auto device = devices.find(entry);
     if (device == devices.end() || device->second.configured) return;
     device->second.configured = true;
+    if (!device->second.own_driver.empty()) {
+        tried.push_back(device->second.own_driver + " " + entry);
+        return;
+    }
     for (auto& [number, interface] : device->second.interfaces)
         interface.authorized = interfaces_on;
 }
 
 GateSystem::Bound FakeKernel::bind(const std::string& driver, const std::string& interface) {
+    if (driver == "usb") {
+        const auto device = devices.find(interface);
+        if (device == devices.end() || device->second.own_driver.empty()) probe(interface);
+        return has_driver(interface) ? Bound::kYes : Bound::kNo;
+    }
     if (std::find(drivers.begin(), drivers.end(), driver) == drivers.end()) {
         return Bound::kNoSuchDriver;
     }

@@ -37,6 +37,7 @@ class FakeKernel : public GateSystem {
         Identity identity = {};
         std::map<int32_t, Interface> interfaces = {};
         bool configured = false;
+        std::string own_driver = {};  // for the device as a whole, before the kernel's own
     };
 
     // What was tried, such as "usb-storage 1-1:1.0"; what was switched, such as "1-1:1.0 on".

@@ -129,6 +129,28 @@ TEST_F(GateTest, AllowedDeviceIsOnAsAWholeBeforeItsFirstDriver) {
     EXPECT_THAT(Tried(), ElementsAre("cdc_acm 1-1:1.0"));
 }
 
+TEST_F(GateTest, DriverForAWholeDeviceIsTriedOnWhatIsAllowedAlone) {
+    preview_.classes = {kDiskClass};
+    Plug({});
+    kernel_.devices[kPlugged.name].own_driver = "charger";
+    const Admission admission = Admit();
+    EXPECT_TRUE(admission.held && admission.is_question && admission.identity);
+    gate_.answered(kPlugged, false);
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(Tried(), IsEmpty());
+    gate_.answered(kPlugged, true);
+    gate_.open_interfaces(kPlugged);
+    EXPECT_THAT(Tried(), ElementsAre("charger 1-1"));
+    EXPECT_FALSE(Admit().held);
+
+    Plug({});
+    kernel_.devices[kPlugged.name].own_driver = "charger";
+    kernel_.devices[kPlugged.name].incarnation = 2;
+    preview_.vendors = {0x1209};
+    EXPECT_FALSE(Admit().held);
+    EXPECT_THAT(Tried(), ElementsAre("charger 1-1"));
+}
+
 TEST_F(GateTest, HubIsBoundByTheHubsDriverAlone) {
     Plug({{0, {9, {"hub", "ftdi_sio"}}}});
     EXPECT_FALSE(gate_.admit(kPlugged, /*anybody_there=*/false).held);
