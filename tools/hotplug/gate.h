@@ -71,7 +71,7 @@ struct Admission {
     bool held = false;             // the USB device is not let in
     std::set<std::string> vendor;  // HID interfaces that are their vendor's own, let in or not
     std::vector<HeldInput> inputs;
-    std::vector<std::string> released;  // behind which inputs are held no more
+    std::vector<Subject> released;  // inputs that are held no more
 };
 
 class Gate : public Switches {
@@ -99,11 +99,11 @@ class Gate : public Switches {
     void policy_changed();
     // The daemon has answered: about a USB device, or about what is held of an input device.
     void answered(const Subject& subject, bool allowed);
-    // It has gone. Answers behind what inputs were held.
-    std::vector<std::string> forget(const Subject& device);
+    // It has gone. Answers which inputs were held.
+    std::vector<Subject> forget(const Subject& device);
     void forget_hid(const std::string& hid_device);
     // The same of everything that is not among those present.
-    std::vector<std::string> keep_only(const std::set<std::string>& keys);
+    std::vector<Subject> keep_only(const std::set<std::string>& keys);
 
     // An input device has come: silent, if it came of what is held back here.
     void input_appeared(const std::string& input);

@@ -86,7 +86,7 @@ void Gate::hold_inputs(const Subject& device, const Identity& identity,
             ++at;
             continue;
         }
-        admission->released.push_back(held.behind);
+        admission->released.push_back(held.subject);
         at = held_.erase(at);
     }
 }
@@ -109,7 +109,7 @@ Admission Gate::admit_hid(const std::string& hid_device) {
             admission.inputs.push_back(held);
             return admission;
         }
-        if (held_.erase(held.subject.key()) != 0) admission.released.push_back(hid_device);
+        if (held_.erase(held.subject.key()) != 0) admission.released.push_back(held.subject);
     }
     system_->probe_hid(hid_device);
     return admission;
@@ -144,8 +144,8 @@ void Gate::answered(const Subject& subject, bool allowed) {
     state->said_of_input[behind] = allowed;
 }
 
-std::vector<std::string> Gate::forget(const Subject& device) {
-    std::vector<std::string> behind;
+std::vector<Subject> Gate::forget(const Subject& device) {
+    std::vector<Subject> held;
     const MutexLock lock(mutex_);
     states_.erase(device.key());
     for (auto at = held_.begin(); at != held_.end();) {
@@ -153,10 +153,10 @@ std::vector<std::string> Gate::forget(const Subject& device) {
             ++at;
             continue;
         }
-        behind.push_back(at->second.behind);
+        held.push_back(at->second.subject);
         at = held_.erase(at);
     }
-    return behind;
+    return held;
 }
 
 void Gate::forget_hid(const std::string& hid_device) {
@@ -168,8 +168,8 @@ void Gate::forget_hid(const std::string& hid_device) {
     }
 }
 
-std::vector<std::string> Gate::keep_only(const std::set<std::string>& keys) {
-    std::vector<std::string> behind;
+std::vector<Subject> Gate::keep_only(const std::set<std::string>& keys) {
+    std::vector<Subject> gone;
     const MutexLock lock(mutex_);
     for (auto at = states_.begin(); at != states_.end();) {
         at = keys.count(at->first) == 0 ? states_.erase(at) : std::next(at);
@@ -181,10 +181,10 @@ std::vector<std::string> Gate::keep_only(const std::set<std::string>& keys) {
             ++at;
             continue;
         }
-        behind.push_back(held.behind);
+        gone.push_back(held.subject);
         at = held_.erase(at);
     }
-    return behind;
+    return gone;
 }
 
 void Gate::input_appeared(const std::string& input) {

@@ -12,7 +12,7 @@ namespace android::vus::hotplug {
 namespace {
 
 void report_inputs(const Admission& admission, Reporter* reporter) {
-    for (const std::string& behind : admission.released) reporter->hid_removed(behind);
+    for (const Subject& held : admission.released) reporter->held_no_more(held);
     for (const HeldInput& held : admission.inputs) {
         Sighting seen;
         seen.info = held.info;
@@ -81,9 +81,7 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
     actions.removed = [gate, reporter](const Subject& device) {
         if (device.is_usb()) {
             reporter->run(device, [=] {
-                for (const std::string& behind : gate->forget(device)) {
-                    reporter->hid_removed(behind);
-                }
+                for (const Subject& held : gate->forget(device)) reporter->held_no_more(held);
             });
         } else {
             gate->forget_input(device.name);

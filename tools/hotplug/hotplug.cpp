@@ -124,9 +124,7 @@ void Hotplug::report_present(Ask when) {
         report_present_of(subsystem, when, &present);
     }
     if (gate_ != nullptr) {
-        for (const std::string& behind : gate_->keep_only(present.keys)) {
-            reporter_.hid_removed(behind);
-        }
+        for (const Subject& held : gate_->keep_only(present.keys)) reporter_.held_no_more(held);
         present.keys.merge(gate_->held_keys());
     }
     if (meter_ != nullptr) meter_->keep_only(present.keys);

@@ -127,6 +127,11 @@ void Reporter::hid_removed(const std::string& hid_device) {
     }
 }
 
+// By itself: another one may be held behind the same port by now.
+void Reporter::held_no_more(const Subject& held) {
+    lanes_.add(held.key(), [this, present = session(), held] { forget(present, held); });
+}
+
 void Reporter::came_silenced(const Subject& input) {
     const MutexLock lock(mutex_);
     Record& record = records_[input.key()];

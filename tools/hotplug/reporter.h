@@ -96,6 +96,8 @@ class Reporter {
     // the HID device behind it, whose driver it may have lost because of that.
     void removed(const Subject& device);
     void hid_removed(const std::string& hid_device);
+    // An input device that a gate held has gone with what it was held behind, or is let in.
+    void held_no_more(const Subject& held);
     // Interfaces of the device have appeared, of another configuration than was judged.
     void interfaces_back(const Subject& device, Clock::time_point now);
     // Reports the removal of every device that is not among those present, be it known here or from

