@@ -62,6 +62,13 @@ void Gate::shut_bus(const char* file) {
     }
 }
 
+// Once, however many buses there are: it is the kernel that does not have it.
+void Gate::say_open(const char* part, int error) {
+    const MutexLock lock(mutex_);
+    if (!said_open_.insert(part).second) return;
+    notice_(std::string("the door is not shut by ") + part + ": " + strerror(error));
+}
+
 void Gate::driver_came() {
     std::set<const char*> open;
     {
@@ -100,8 +107,9 @@ void Gate::open_everything() {
 // The default first: what comes to the bus comes only when its hub is bound.
 void Gate::root_hub(const std::string& root_hub) {
     if (!system_->set_interface_default(root_hub, false)) {
-        if (errno == ENOENT) return;  // gone
-        notice_("the door of " + root_hub + " is not shut: " + strerror(errno));
+        const int error = errno;
+        if (!system_->is_there(root_hub)) return;
+        say_open(kInterfaceDefault, error);
     }
     configure(root_hub);
     const std::string own = own_interface(root_hub);

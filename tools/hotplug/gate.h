@@ -182,6 +182,7 @@ class Gate : public Switches {
                      const std::vector<Part>& parts, Admission* admission);
     bool is_refused(const std::string& hid_device);
     void shut_bus(const char* file);
+    void say_open(const char* part, int error);
 
     GateSystem* const system_;
     Switches* const switches_;
@@ -192,6 +193,7 @@ class Gate : public Switches {
     Mutex mutex_;
     std::map<std::string, SharedState> states_ GUARDED_BY(mutex_);  // by the device's key
     std::set<const char*> open_ GUARDED_BY(mutex_);                 // buses that could not be shut
+    std::set<std::string> said_open_ GUARDED_BY(mutex_);            // parts of the door, likewise
     std::map<std::string, HeldInput> held_ GUARDED_BY(mutex_);      // by key
     // Input devices that came, or were found, silenced, and have not been seen yet.
     std::set<std::string> silenced_ GUARDED_BY(mutex_);

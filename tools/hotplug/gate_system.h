@@ -34,6 +34,7 @@ class GateSystem {
     virtual bool set_interface_default(const std::string& root_hub, bool on) = 0;
 
     virtual std::vector<std::string> root_hubs() = 0;
+    virtual bool is_there(const std::string& root_hub) = 0;
     virtual std::vector<Subject> usb_devices() = 0;
     virtual std::vector<std::string> hid_devices() = 0;
 

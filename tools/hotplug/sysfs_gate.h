@@ -16,6 +16,7 @@ class SysfsGate : public GateSystem {
     bool set_autoprobe(const char* file, bool on) override;
     bool set_interface_default(const std::string& root_hub, bool on) override;
     std::vector<std::string> root_hubs() override;
+    bool is_there(const std::string& root_hub) override;
     std::vector<Subject> usb_devices() override;
     std::vector<std::string> hid_devices() override;
     bool has_driver(const std::string& entry) override;

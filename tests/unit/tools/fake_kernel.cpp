@@ -34,7 +34,7 @@ bool FakeKernel::set_autoprobe(const char* file, bool on) {
 }
 
 bool FakeKernel::set_interface_default(const std::string& root_hub, bool on) {
-    if (std::find(hubs.begin(), hubs.end(), root_hub) == hubs.end()) {
+    if (!has_interface_default || !is_there(root_hub)) {
         errno = ENOENT;
         return false;
     }

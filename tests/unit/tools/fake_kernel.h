@@ -8,6 +8,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <optional>
@@ -53,11 +54,15 @@ class FakeKernel : public GateSystem {
     std::set<std::string> own_inputs;  // the board's
     std::vector<std::string> silent;   // input devices
     bool has_hid_bus = true;
+    bool has_interface_default = true;
     bool interfaces_on = false;  // as an interface appears
 
     bool set_autoprobe(const char* file, bool on) override;
     bool set_interface_default(const std::string& root_hub, bool on) override;
     std::vector<std::string> root_hubs() override { return hubs; }
+    bool is_there(const std::string& root_hub) override {
+        return std::find(hubs.begin(), hubs.end(), root_hub) != hubs.end();
+    }
     std::vector<Subject> usb_devices() override;
     std::vector<std::string> hid_devices() override;
     bool has_driver(const std::string& entry) override;

@@ -119,6 +119,23 @@ TEST_F(GateTest, WhatCannotBeShutIsSaidOnceAndShutWhenItComes) {
     EXPECT_THAT(kernel_.switched, ElementsAre(std::string(kHidAutoprobeFile) + " off"));
 }
 
+// An older one: what comes has its interfaces on, and no driver all the same.
+TEST_F(GateTest, BusesOfAKernelWithoutTheDefaultWork) {
+    kernel_.has_interface_default = false;
+    kernel_.interfaces_on = true;
+    kernel_.hubs = {"usb1", "usb2"};
+    kernel_.bound = {{"usb1", false}, {"1-0:1.0", false}, {"usb2", false}, {"2-0:1.0", false}};
+    gate_.shut();
+    EXPECT_THAT(Tried(), ElementsAre("hub 1-0:1.0", "hub 2-0:1.0"));
+    EXPECT_THAT(notices_, ElementsAre("the door is not shut by interface_authorized_default: "
+                                      "No such file or directory"));
+    gate_.root_hub("usb9");  // has gone
+    EXPECT_THAT(Tried(), IsEmpty());
+    Plug({{0, Disk()}});
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
 TEST_F(GateTest, RefusedDeviceNeverHasADriver) {
     Plug({{0, Disk()}});
     EXPECT_TRUE(Admit().held);

@@ -50,6 +50,8 @@ TEST_F(SysfsGateTest, SwitchesAreWritten) {
 
 TEST_F(SysfsGateTest, FindsWhatThereIs) {
     EXPECT_THAT(gate_.root_hubs(), ElementsAre("usb1"));
+    EXPECT_TRUE(gate_.is_there("usb1"));
+    EXPECT_FALSE(gate_.is_there("usb7"));
     ASSERT_THAT(gate_.usb_devices(), SizeIs(1));
     EXPECT_EQ(gate_.usb_devices()[0].key(), stick_.key());
     EXPECT_THAT(gate_.hid_devices(), IsEmpty());
