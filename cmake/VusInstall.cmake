@@ -71,4 +71,5 @@ foreach(unit IN ITEMS vus-binder.service vus-servicemanager.service vusd.service
 endforeach()
 install(FILES packaging/sysusers.conf RENAME vus.conf DESTINATION lib/sysusers.d)
 install(FILES packaging/tmpfiles.conf RENAME vus.conf DESTINATION lib/tmpfiles.d)
+install(FILES packaging/modules-load.conf RENAME vus.conf DESTINATION lib/modules-load.d)
 install(PROGRAMS packaging/binder-up packaging/open-door packaging/still-alive DESTINATION "${private_dir}")

@@ -246,6 +246,15 @@ def test_door_of_a_machine_without_usb(tmp_path):
     assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
 
 
+def test_gate_finds_the_bus_of_hid_devices():
+    modules = (ROOT / "packaging" / "modules-load.conf").read_text().splitlines()
+    assert [line for line in modules if line and not line.startswith("#")] == ["hid"]
+    after = [line for line in lines("vus-hotplug.service") if line.startswith("After=")]
+    assert "systemd-modules-load.service" in after[0].split()
+    assert "modules-load.conf RENAME vus.conf DESTINATION lib/modules-load.d" in (
+        ROOT / "cmake" / "VusInstall.cmake").read_text()
+
+
 def test_users_and_paths_of_the_units_are_made():
     users = (ROOT / "packaging" / "sysusers.conf").read_text()
     paths = (ROOT / "packaging" / "tmpfiles.conf").read_text()

@@ -156,6 +156,7 @@ void Gate::drop_answers(State* state) {
 }
 
 Admission Gate::admit(const Subject& device, bool anybody_there) {
+    driver_came();
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     recognise(device, state.get());

@@ -87,7 +87,7 @@ class Gate : public Switches {
     void shut();
     // Opens it for good, and everything that is held.
     void open_everything();
-    // A driver has come. It may be the first of a bus that was not there before.
+    // A driver, or a device, has come. It may be the first of a bus that was not there before.
     void driver_came();
 
     void root_hub(const std::string& root_hub);

@@ -92,6 +92,7 @@ void Gate::hold_inputs(const Subject& device, const Identity& identity,
 }
 
 Admission Gate::admit_hid(const std::string& hid_device) {
+    driver_came();
     Admission admission;
     if (system_->hid_has_driver(hid_device) || is_refused(hid_device)) return admission;
     const Identity identity = hid_identity(hid_device, system_->hid_label(hid_device));

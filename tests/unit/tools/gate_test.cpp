@@ -119,6 +119,17 @@ TEST_F(GateTest, WhatCannotBeShutIsSaidOnceAndShutWhenItComes) {
     EXPECT_THAT(kernel_.switched, ElementsAre(std::string(kHidAutoprobeFile) + " off"));
 }
 
+// Its event may come before that of the driver that brought the bus.
+TEST_F(GateTest, BusThatComesWithItsFirstDeviceIsShutThen) {
+    kernel_.has_hid_bus = false;
+    gate_.shut();
+    kernel_.has_hid_bus = true;
+    kernel_.other_hid = {{kBluetoothKeyboard, true}};
+    kernel_.switched.clear();
+    gate_.admit_hid(kBluetoothKeyboard);
+    EXPECT_THAT(kernel_.switched, ElementsAre(std::string(kHidAutoprobeFile) + " off"));
+}
+
 // An older one: what comes has its interfaces on, and no driver all the same.
 TEST_F(GateTest, BusesOfAKernelWithoutTheDefaultWork) {
     kernel_.has_interface_default = false;
