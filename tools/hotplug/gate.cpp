@@ -90,6 +90,7 @@ void Gate::open_everything() {
         }
     }
     for (const Subject& device : system_->usb_devices()) {
+        switches_->open_device(device);
         if (!system_->has_driver(device.name)) system_->probe(device.name);
         const std::vector<UsbInterface> interfaces = system_->interfaces(device);
         for (const UsbInterface& interface : interfaces) {
@@ -102,6 +103,7 @@ void Gate::open_everything() {
     for (const std::string& hid_device : system_->hid_devices()) {
         if (!system_->hid_has_driver(hid_device)) system_->probe_hid(hid_device);
     }
+    for (const std::string& input : system_->silent_inputs()) switches_->unhush_input(input);
 }
 
 // The default first: what comes to the bus comes only when its hub is bound.

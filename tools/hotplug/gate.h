@@ -85,7 +85,7 @@ class Gate : public Switches {
 
     // Shuts the door. What of it this kernel does not have is said, and gone without.
     void shut();
-    // Opens it for good, and everything that is held.
+    // Opens it for good, and everything that is held, or that whoever enforces verdicts closed.
     void open_everything();
     // A driver, or a device, has come. It may be the first of a bus that was not there before.
     void driver_came();

@@ -707,7 +707,9 @@ TEST_F(GateTest, EverythingIsOpenedForGood) {
     Plug({{0, Disk()}, {1, Keyboard()}});
     Admit();
     Tried();
+    kernel_.silent = {"input5"};
     gate_.open_everything();
+    EXPECT_THAT(switches_.Take(), ElementsAre("open device 1-1", "unhush input5"));
     EXPECT_THAT(Tried(),
                 ElementsAre("usb-storage 1-1:1.0", "usbhid 1-1:1.1",
                             std::string("hid ") + kBluetoothKeyboard, "hid 0003:1209:0011.0001"));
