@@ -65,7 +65,7 @@ TEST_F(PreviewTest, ClassesAdmitOrTheVendorDoes) {
     Set(both, both);
     EXPECT_FALSE(preview_.admits_by_class(with_serial)) << "all of it is listed";
     const std::string product =
-            PolicyOf(kListsStorage + "<vid vendorid=\"1133\"><pid productid=\"1\"/></vid>");
+            PolicyOf(kListsStorage + "<vid vendorid=\"1133\"><pid>1</pid></vid>");
     Set(product, product);
     EXPECT_FALSE(preview_.admits_by_class(with_serial));
     EXPECT_TRUE(preview_.admits_by_class({0, {8, 255}, 1133, 2})) << "another product";
