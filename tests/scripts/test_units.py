@@ -109,6 +109,13 @@ def test_the_meter_writes_where_vusctl_reads():
     assert f"rm -rf /var/lib/vus {folder} " in (ROOT / "debian" / "vus.postrm").read_text()
 
 
+def test_events_have_the_room_that_they_need_and_no_network_is_to_be_changed():
+    """A burst of devices behind the gate is lost else, and everybody's limit is 208 KiB."""
+    text = lines("vus-hotplug.service")
+    assert "CapabilityBoundingSet=CAP_NET_ADMIN" in text
+    assert "PrivateNetwork=yes" in text
+
+
 @pytest.mark.parametrize("unit", DAEMONS)
 def test_each_comes_back_and_is_there_before_anything_else(unit):
     text = lines(unit)

@@ -52,6 +52,7 @@ Hotplug::Hotplug(std::function<FoundService()> find, Switches* switches, Reporte
       : find_(std::move(find)),
         gate_(gate),
         meter_(meter),
+        notice_(manner.notice),
         wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
         reporter_(switches, waking(std::move(manner))),
         tracker_(gate == nullptr ? actions_of(&reporter_)
@@ -79,6 +80,7 @@ bool Hotplug::run_once(std::string* why_not) {
 bool Hotplug::run(int stop_fd) {
     // Before the first look around, so that nothing that appears meanwhile is missed.
     if (!events_.open()) return false;
+    tell_of_little_room();
     if (gate_ != nullptr) gate_->shut();
     std::string why_not;
     if (!connect(&why_not)) report_present(Ask::kFoundAlone);
@@ -98,6 +100,13 @@ bool Hotplug::run(int stop_fd) {
         follow_service();
         follow_policy(Tracker::Clock::now());
     }
+}
+
+void Hotplug::tell_of_little_room() const {
+    const int room = events_.room_bytes();
+    if (!notice_ || room >= UeventSocket::kWishedBytes) return;
+    notice_("the kernel keeps only " + std::to_string(room / 1024) +
+            " KiB of events for us: after more of them at once everything present is looked at");
 }
 
 // Connects to the daemon if it is there, and tells it of everything that is present.

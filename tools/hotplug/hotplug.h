@@ -56,6 +56,7 @@ class Hotplug {
   private:
     Reporter::Manner waking(Reporter::Manner manner) const;
     bool connect(std::string* why_not);
+    void tell_of_little_room() const;
     void report_present(Ask when);
     void report_present_of(const char* subsystem, Ask when, Present* present);
     int timeout_ms() const;
@@ -68,6 +69,7 @@ class Hotplug {
     UeventSocket events_;
     Gate* const gate_;
     Meter* const meter_;
+    const Reporter::Print notice_;
     const base::unique_fd wake_;  // the loop; the reporter's threads use it
     Reporter reporter_;
     Tracker tracker_;

@@ -127,6 +127,8 @@ void Tracker::handle_input(const Event& event) {
 
 std::string Tracker::found(const Event& device, Ask when) {
     std::string name = base::Basename(device.path);
+    // Nobody but who holds back binds it, and it may have come unheard.
+    if (holds() && device.subsystem == "usb" && is_root_hub(name)) actions_.root_hub(name);
     if (device.subsystem == "usb" && is_device_name(name) && device_of(name) == name) {
         note_number(name, device.number);
         // One that is still waited for is judged when it has settled.

@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <iterator>
@@ -20,8 +21,6 @@ namespace android::vus::hotplug {
 
 namespace {
 
-// A burst of events (a hub with everything on it) should not be lost.
-constexpr int kSocketBufferBytes = 4 << 20;
 // The kernel's variables fit into 2 kB, of which the path, which is in front of them again, is one.
 constexpr size_t kMessageBytes = 8192;
 // Bus and device numbers have three digits.
@@ -86,8 +85,15 @@ std::vector<std::string> present_devices(const std::string& subsystem) {
 }
 
 bool UeventSocket::open() {
-    socket_.reset(uevent_open_socket(kSocketBufferBytes, /*passcred=*/true));
+    socket_.reset(uevent_open_socket(kWishedBytes, /*passcred=*/true));
     return socket_.ok() && fcntl(socket_.get(), F_SETFL, O_NONBLOCK) == 0;
+}
+
+int UeventSocket::room_bytes() const {
+    int bytes = 0;
+    socklen_t size = sizeof(bytes);
+    if (getsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &bytes, &size) != 0) return 0;
+    return bytes / 2;  // the kernel doubles it, for what it needs itself
 }
 
 UeventSocket::Heard UeventSocket::hear(Event* event) {

@@ -37,6 +37,9 @@ std::vector<std::string> present_devices(const std::string& subsystem);
 
 class UeventSocket {
   public:
+    // A burst of events (a hub with everything on it) should not be lost.
+    static constexpr int kWishedBytes = 4 << 20;
+
     enum class Heard {
         kEvent,
         kOther,    // something that is none of our events
@@ -48,6 +51,9 @@ class UeventSocket {
     // Hears everything from here on; false if the kernel does not allow that (errno says why).
     bool open();
     int fd() const { return socket_.get(); }
+    // How much the kernel keeps for us: less than was wished for, where this process may not have
+    // more than everybody. Some events are lost sooner then.
+    int room_bytes() const;
     // Does not wait.
     Heard hear(Event* event);
 

@@ -258,6 +258,14 @@ TEST_F(HeldTrackerTest, DeviceIsJudgedAsSoonAsItAppears) {
     EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1004"));
 }
 
+// Its "add" may have been lost, and its bus is dead until somebody binds it.
+TEST_F(HeldTrackerTest, RootHubThatIsFoundIsLookedAt) {
+    const std::string root = "/sys/devices/pci0000:00/0000:00:08.0/usb1";
+    EXPECT_EQ(held_->found({"", "usb", root, 1001}, Ask::kIfChanged), "");
+    EXPECT_EQ(held_->found({"", "usb", root + "/1-0:1.0"}, Ask::kIfChanged), "");
+    EXPECT_THAT(Taken(), ElementsAre("root usb1"));
+}
+
 TEST_F(HeldTrackerTest, HidDevicesThatAreNoInterfacesOwnAreHeldByThemselves) {
     constexpr char kWireless[] = "/sys/devices/virtual/misc/uhid/0005:0001:0002.0001";
     const std::string receiver = std::string(kDisk) + "/1-2.4:1.0/0003:046D:C52B.0002";

@@ -153,6 +153,13 @@ TEST_F(UeventSocketTest, WhatTheKernelHasNotSentIsNoEvent) {
     EXPECT_THAT(Everything(), ElementsAre("other", "other", "/sys/devices/1-2"));
 }
 
+TEST_F(UeventSocketTest, RoomIsWhatTheKernelGives) {
+    EXPECT_GE(socket_.room_bytes(), UeventSocket::kWishedBytes) << "of who may have it";
+    const int little = 64 << 10;
+    ASSERT_EQ(setsockopt(socket_.fd(), SOL_SOCKET, SO_RCVBUF, &little, sizeof(little)), 0);
+    EXPECT_EQ(socket_.room_bytes(), little);
+}
+
 TEST_F(UeventSocketTest, OverflowIsToldOnceAndTheRestIsHeard) {
     const std::string path = "/devices/" + std::string(700, 'x');
     for (int event = 0; event < 8000; ++event) SendEvent("change", path, "usb");
