@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
@@ -87,12 +88,16 @@ std::string usb_attribute(const std::string& entry, const char* name) {
 }
 
 bool is_hid_name(const std::string& name) {
-    constexpr char kForm[] = "hhhh:hhhh:hhhh.hhhh";
-    return std::equal(name.begin(), name.end(), kForm, kForm + sizeof(kForm) - 1,
-                      [](char letter, char form) {
-                          return form == 'h' ? isxdigit(static_cast<unsigned char>(letter)) != 0
-                                             : letter == form;
-                      });
+    constexpr std::string_view kForm = "hhhh:hhhh:hhhh.hhhh";
+    const auto has_form = [](char letter, char form) {
+        return form == 'h' ? isxdigit(static_cast<unsigned char>(letter)) != 0 : letter == form;
+    };
+    // The number at the end counts all that there have been, and has as many digits as it needs.
+    const std::string_view form = kForm.substr(0, name.size());
+    return form == kForm &&
+           std::equal(name.begin(), name.begin() + kForm.size(), form.begin(), has_form) &&
+           std::all_of(name.begin() + kForm.size(), name.end(),
+                       [&](char letter) { return has_form(letter, 'h'); });
 }
 
 std::vector<UsbInterface> read_interfaces(const std::string& device) {

@@ -53,6 +53,18 @@ class DeviceReaderTest : public testing::Test {
     std::optional<UsbTree> tree_;
 };
 
+TEST(HidNameTest, NumberHasAsManyDigitsAsItNeeds) {
+    for (const char* name : {"0003:046D:C31C.0001", "0003:046D:C31C.FFFF", "0003:046D:C31C.10000",
+                             "0005:046d:c31c.FFFFFFFF"}) {
+        EXPECT_TRUE(is_hid_name(name)) << name;
+    }
+    for (const char* name : {"", "0003", "0003:046D:C31C", "0003:046D:C31C.", "0003:046D:C31C.001",
+                             "0003:046D:C31C.1000G", "0003:046D:C31C.0001:1.0",
+                             "0003:046D:C31C.0001 ", "1-2:1.0", "supplier:platform:soc"}) {
+        EXPECT_FALSE(is_hid_name(name)) << name;
+    }
+}
+
 TEST_F(DeviceReaderTest, DeviceIsReadWithItsInterfacesInTheirOrder) {
     AddDevice("2-1.4", 0xef);
     WriteFile(UsbPath("2-1.4", "product"), "Dock\n");
