@@ -52,18 +52,16 @@ void Tracker::handle_device(const Event& event, const std::string& device, Clock
         // Also if it was judged already: it had none of its interfaces then, or has new ones.
         settling_.forget(device);
         actions_.judge_usb(subject(device), Ask::kAlways);
-    } else if (event.action == "remove") {
+    } else if (event.action == "remove" && is_known(device, event.number)) {
         settling_.forget(device);
-        actions_.removed(subject(device));
-        numbers_.erase(device);
+        has_gone(device);
     }
 }
 
 // It is configured, and bound, by whoever lets it in.
 void Tracker::handle_held_device(const Event& event, const std::string& device) {
     if (event.action == "remove") {
-        actions_.removed(subject(device));
-        numbers_.erase(device);
+        if (is_known(device, event.number)) has_gone(device);
     } else if (event.action == "add" || event.action == "bind") {
         note_number(device, event.number);
         actions_.judge_usb(subject(device), event.action == "add" ? Ask::kAlways : Ask::kIfChanged);
@@ -153,6 +151,16 @@ void Tracker::judge_overdue(Clock::time_point now) {
 Subject Tracker::subject(const std::string& device) const {
     const auto number = numbers_.find(device);
     return {device, number == numbers_.end() ? 0 : number->second};
+}
+
+bool Tracker::is_known(const std::string& device, int32_t number) const {
+    const int32_t known = subject(device).number;
+    return number == 0 || known == 0 || number == known;
+}
+
+void Tracker::has_gone(const std::string& device) {
+    actions_.removed(subject(device));
+    numbers_.erase(device);
 }
 
 void Tracker::note_number(const std::string& device, int32_t number) {

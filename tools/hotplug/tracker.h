@@ -76,6 +76,10 @@ class Tracker {
     void handle_input(const Event& event);
 
     Subject subject(const std::string& device) const;
+    // Whether it is that one that is known, as far as can be told. A predecessor's removal may be
+    // heard when the successor has been found already.
+    bool is_known(const std::string& device, int32_t number) const;
+    void has_gone(const std::string& device);
     // The device is there under that number. If another one was, it has gone.
     void note_number(const std::string& device, int32_t number);
 

@@ -205,6 +205,23 @@ TEST_F(TrackerTest, DeviceOfAnotherNumberTakesThePlaceOfTheOld) {
     EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1006"));
 }
 
+// Found by a look at what is present, while the kernel's word of the one before was on its way.
+TEST_F(TrackerTest, LateRemovalOfAPredecessorLeavesTheSuccessorAlone) {
+    Usb("bind", kDisk, 1004);
+    EXPECT_EQ(Found("usb", kDisk, 1005), "1005");
+    Taken();
+    Usb("remove", kDisk, 1004);
+    EXPECT_THAT(Taken(), IsEmpty());
+    Usb("bind", kDisk, 1005);
+    EXPECT_THAT(Taken(), ElementsAre("judge 1-2.4#1005"));
+    Usb("add", kDisk, 1006);
+    Taken();
+    Usb("remove", kDisk, 1005);
+    EXPECT_TRUE(tracker_.next_deadline()) << "the successor still settles";
+    Usb("remove", kDisk, 1006);
+    EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1006"));
+}
+
 // A tracker whose devices are held back by a gate.
 class HeldTrackerTest : public TrackerTest {
   protected:
@@ -256,6 +273,16 @@ TEST_F(HeldTrackerTest, DeviceIsJudgedAsSoonAsItAppears) {
     EXPECT_EQ(held_->next_deadline(), std::nullopt) << "nothing settles by itself";
     Held("remove", "usb", kDisk, 1004);
     EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1004"));
+}
+
+TEST_F(HeldTrackerTest, LateRemovalOfAPredecessorLeavesTheSuccessorAlone) {
+    Held("add", "usb", kDisk, 1004);
+    EXPECT_EQ(held_->found({"", "usb", kDisk, 1005}, Ask::kIfChanged), "1005");
+    Taken();
+    Held("remove", "usb", kDisk, 1004);
+    EXPECT_THAT(Taken(), IsEmpty());
+    Held("remove", "usb", kDisk, 1005);
+    EXPECT_THAT(Taken(), ElementsAre("removed 1-2.4#1005"));
 }
 
 // Its "add" may have been lost, and its bus is dead until somebody binds it.
