@@ -71,7 +71,9 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
                                std::function<void()> report_present) {
     Tracker::Actions actions;
     actions.judge_usb = [gate, reporter](const Subject& device, Ask when) {
-        reporter->run(device, [=] { let_in_and_judge(device, when, gate, reporter); });
+        reporter->run(
+                device, [=] { let_in_and_judge(device, when, gate, reporter); },
+                Reporter::judgement(when));
     };
     actions.judge_input = [gate, reporter](const std::string& input, const std::string& event,
                                            Ask when) {
@@ -80,9 +82,14 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
     };
     actions.removed = [gate, reporter](const Subject& device) {
         if (device.is_usb()) {
-            reporter->run(device, [=] {
-                for (const Subject& held : gate->forget(device)) reporter->held_no_more(held);
-            });
+            reporter->run(
+                    device,
+                    [=] {
+                        for (const Subject& held : gate->forget(device)) {
+                            reporter->held_no_more(held);
+                        }
+                    },
+                    Lanes::Job::kForgetting);
         } else {
             gate->forget_input(device.name);
         }

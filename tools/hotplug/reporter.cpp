@@ -31,6 +31,22 @@ bool is_same(const Sighting& one, const Sighting& other) {
            one.held == other.held;
 }
 
+// An answer that is waited for as long as this object is there, be it that the question waits for
+// its turn, or that nobody wants to know any more.
+class Wait {
+  public:
+    Wait(Patience* patience, Subject device) : patience_(patience), device_(std::move(device)) {
+        patience_->begin(device_, Patience::Clock::now());
+    }
+    ~Wait() { patience_->end(device_); }
+    Wait(const Wait&) = delete;
+    Wait& operator=(const Wait&) = delete;
+
+  private:
+    Patience* const patience_;
+    const Subject device_;
+};
+
 using Ids = std::pair<int32_t, int32_t>;
 
 Ids ids_of(const DeviceInfo& info) {
@@ -87,17 +103,22 @@ void Reporter::judge(const Subject& device, Read read, Ask when) {
     const SharedSession present = session();
     if (present == nullptr) {
         if (manner_.fail_closed) {
-            lanes_.add(device.key(), [this, device, read = std::move(read), when] {
-                ask(nullptr, device, read, when);
-            });
+            run(
+                    device,
+                    [this, device, read = std::move(read), when] {
+                        ask(nullptr, device, read, when);
+                    },
+                    judgement(when));
         }
         return;
     }
-    patience_.begin(device, Clock::now());
-    lanes_.add(device.key(), [this, present, device, read = std::move(read), when] {
-        ask(present, device, read, when);
-        patience_.end(device);
-    });
+    const auto wait = std::make_shared<Wait>(&patience_, device);
+    run(
+            device,
+            [this, present, device, read = std::move(read), when, wait] {
+                ask(present, device, read, when);
+            },
+            judgement(when));
 }
 
 void Reporter::judge_here(const Subject& device, const Read& read, Ask when) {
@@ -105,14 +126,18 @@ void Reporter::judge_here(const Subject& device, const Read& read, Ask when) {
     // Nobody's silence takes back a "yes" that is only asked about if the device has changed.
     const bool waits = present != nullptr &&
                        (when == Ask::kAlways || record_of(device).verdict != Verdict::kAllowed);
-    if (waits) patience_.begin(device, Clock::now());
+    std::optional<Wait> wait;
+    if (waits) wait.emplace(&patience_, device);
     if (waits && manner_.wake) manner_.wake();
     ask(present, device, read, when);
-    if (waits) patience_.end(device);
 }
 
 void Reporter::removed(const Subject& device) {
-    lanes_.add(device.key(), [this, present = session(), device] { let_go(present, device); });
+    // It has come and gone while it waited for its turn.
+    if (lanes_.take_back(device.key()) && !has_record(device)) return;
+    run(
+            device, [this, present = session(), device] { let_go(present, device); },
+            Lanes::Job::kRemoval);
 }
 
 void Reporter::hid_removed(const std::string& hid_device) {
@@ -121,9 +146,10 @@ void Reporter::hid_removed(const std::string& hid_device) {
     if (gone_hid_.size() > kGoneHidDevices) gone_hid_.pop_front();
     for (const auto& [key, record] : records_) {
         if (record.seen.hid_device != hid_device) continue;
-        lanes_.add(key, [this, present = session_, device = record.subject] {
-            forget(present, device);
-        });
+        lanes_.add(
+                key,
+                [this, present = session_, device = record.subject] { forget(present, device); },
+                Lanes::Job::kRemoval);
     }
 }
 
@@ -158,7 +184,8 @@ void Reporter::keep_only(const Present& present) {
         }
     }
     if (told == nullptr) return;
-    lanes_.add("", [this, told, present] { compare_list(told, present); });
+    lanes_.add(
+            "", [this, told, present] { compare_list(told, present); }, Lanes::Job::kJudgement);
 }
 
 // What the daemon lists and nobody has seen has gone, unless an earlier reporter closed it.
@@ -362,6 +389,11 @@ void Reporter::remove_stale(Session* session, const Subject& device, const Devic
 Reporter::SharedSession Reporter::session() {
     const MutexLock lock(mutex_);
     return session_;
+}
+
+bool Reporter::has_record(const Subject& device) {
+    const MutexLock lock(mutex_);
+    return records_.count(device.key()) != 0;
 }
 
 // Empty for a device of which nothing is known.

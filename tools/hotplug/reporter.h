@@ -84,7 +84,7 @@ class Reporter {
 
     // The service to report to. Null while there is none: what was reported is forgotten, because a
     // new service must be told of everything. A report that waits in a lane is still made to the
-    // service that was there when it was asked for.
+    // service that was there when it was asked for, unless it has been asked for again.
     void set_service(const sp<IVUsbService>& service);
 
     // The service has another policy: what was answered before is to be asked again.
@@ -105,15 +105,20 @@ class Reporter {
     // what that makes of them is judged.
     void keep_only(const Present& present);
 
-    // Switches off what has waited for an answer for too long.
+    // Switches off what has waited for an answer for too long, and tries again what the system had
+    // no thread for.
     void lose_patience(Clock::time_point now);
-    std::optional<Clock::time_point> next_deadline() const { return patience_.next_deadline(); }
+    std::optional<Clock::time_point> next_deadline() const;
 
     // The same by a caller who is on the device's lane already (see run()).
     void judge_here(const Subject& device, const Read& read, Ask when);
     // Does it among what is asked about the device.
-    void run(const Subject& device, std::function<void()> job) {
-        lanes_.add(device.key(), std::move(job));
+    void run(const Subject& device, std::function<void()> job,
+             Lanes::Job meaning = Lanes::Job::kOther) {
+        lanes_.add(device.key(), std::move(job), meaning);
+    }
+    static Lanes::Job judgement(Ask when) {
+        return when == Ask::kAlways ? Lanes::Job::kJudgement : Lanes::Job::kWeakJudgement;
     }
     // Whether there is somebody to be asked.
     bool has_service() { return session() != nullptr; }
@@ -191,6 +196,7 @@ class Reporter {
     void open_held(const Record& before);
     void switch_hid(const Record& record, std::function<void()> job);
 
+    bool has_record(const Subject& device);
     Record record_of(const Subject& device);
     SharedSession session();
     void print(const Subject& device, const DeviceInfo& info, const std::string& answer) const;

@@ -16,6 +16,7 @@ namespace {
 constexpr std::chrono::milliseconds kOneReturn(100);
 // Who brings a refused device's interfaces back twice within this time will do so again.
 constexpr std::chrono::seconds kReturnsSoon(10);
+constexpr std::chrono::milliseconds kThreadRetry(100);
 
 }  // namespace
 
@@ -37,7 +38,15 @@ void Reporter::interfaces_back(const Subject& device, Clock::time_point now) {
     notice("closed " + device.name + ": its interfaces have come back");
 }
 
+std::optional<Reporter::Clock::time_point> Reporter::next_deadline() const {
+    const auto patience = patience_.next_deadline();
+    if (!lanes_.wants_retry()) return patience;
+    const auto retry = Clock::now() + kThreadRetry;
+    return patience ? std::min(*patience, retry) : retry;
+}
+
 void Reporter::lose_patience(Clock::time_point now) {
+    lanes_.retry();
     for (const Subject& device : patience_.lost(now)) hold_silent(device, "no answer within 2 s");
 }
 
@@ -86,7 +95,9 @@ void Reporter::want(const Subject& device, Hold hold) {
 }
 
 void Reporter::queue_switching(const Subject& device) {
-    lanes_.add(device.key() + " switches", [this, device] { make_so(device); });
+    lanes_.add(
+            device.key() + " switches", [this, device] { make_so(device); },
+            Lanes::Job::kSwitching);
 }
 
 void Reporter::make_so(const Subject& device) {
