@@ -116,6 +116,13 @@ def test_events_have_the_room_that_they_need_and_no_network_is_to_be_changed():
     assert "PrivateNetwork=yes" in text
 
 
+def test_what_the_reporter_has_closed_is_known_to_the_next_one():
+    file = re.search(r'kFile\[\] = "([^"]+)"', (ROOT / "tools" / "hotplug" / "closings.h").read_text()).group(1)
+    text = lines("vus-hotplug.service")
+    assert f"RuntimeDirectory={pathlib.Path(file).parent.relative_to('/run')}" in text
+    assert "RuntimeDirectoryPreserve=yes" in text
+
+
 @pytest.mark.parametrize("unit", DAEMONS)
 def test_each_comes_back_and_is_there_before_anything_else(unit):
     text = lines(unit)

@@ -18,6 +18,7 @@
 #endif
 #include "tools/common/interrupts.h"
 #include "tools/common/service_finder.h"
+#include "tools/hotplug/closings.h"
 #include "tools/hotplug/gate.h"
 #include "tools/hotplug/hotplug.h"
 #include "tools/hotplug/metering.h"
@@ -30,6 +31,7 @@ namespace {
 
 using android::base::unique_fd;
 using android::vus::DeviceInfo;
+using android::vus::hotplug::Closings;
 using android::vus::hotplug::Gate;
 using android::vus::hotplug::Hotplug;
 using android::vus::hotplug::kUsage;
@@ -84,6 +86,15 @@ void follow_policy(PolicyPreview* preview, Reporter::Manner* manner) {
     };
 }
 
+// The file has one writer, who stays. Also for what is only silent until it has been looked at.
+void note(Closings* closings, const std::string& input, bool silent) {
+    if (silent) {
+        closings->add({input});
+    } else {
+        closings->remove({input});
+    }
+}
+
 int open_the_door() {
     SysfsSwitches switches(say);
     SysfsGate kernel;
@@ -98,14 +109,17 @@ int run(const Options& options) {
     const unique_fd end = options.once ? unique_fd() : android::vus::open_interrupts();
     android::ProcessState::self()->startThreadPool();
     Metering metering(options, print_line, say);
-    SysfsSwitches switches(say, [&metering](const std::string& input, bool silent) {
+    Closings closings(Closings::kFile);
+    SysfsSwitches switches(say, [&](const std::string& input, bool silent) {
         metering.silenced(input, silent);
+        if (!options.once) note(&closings, input, silent);
     });
     SysfsGate kernel;
     PolicyPreview preview;
     Gate gate(&kernel, &switches, &preview, say,
               options.interfaces ? Gate::Composites::kInPart : Gate::Composites::kWhole);
     Reporter::Manner manner;
+    if (!options.once) manner.closings = &closings;
     manner.fail_closed = options.fail_closed;
     if (options.verbose) manner.report = print_line;
     manner.notice = say;

@@ -159,6 +159,7 @@ void Reporter::held_no_more(const Subject& held) {
 }
 
 void Reporter::came_silenced(const Subject& input) {
+    if (manner_.closings != nullptr) manner_.closings->add(input);
     const MutexLock lock(mutex_);
     Record& record = records_[input.key()];
     record.subject = input;
@@ -166,6 +167,7 @@ void Reporter::came_silenced(const Subject& input) {
 }
 
 void Reporter::keep_only(const Present& present) {
+    if (manner_.closings != nullptr) manner_.closings->keep_only(present.keys);
     const SharedSession told = session();
     std::map<std::string, Record> records;
     {
@@ -239,6 +241,7 @@ bool Reporter::adopt(const SharedSession& session, const std::string& key,
 void Reporter::ask(const SharedSession& session, const Subject& device, const Read& read,
                    Ask when) {
     Sighting seen = read();
+    resume(device);
     const Record known = record_of(device);
     if (seen.info && seen.bare) recall(session, known, &seen);
     if (needs_no_answer(session, known, seen, when)) return;
@@ -247,8 +250,7 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
         tell_removed(session, known);
     }
     if (!seen.info) {
-        const MutexLock lock(mutex_);
-        records_.erase(device.key());
+        drop(device);
         return;
     }
     if (session == nullptr) {
@@ -257,6 +259,15 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     }
     remove_stale(session.get(), device, *seen.info);
     ask_service(session, device, seen);
+}
+
+// What an earlier reporter has closed is closed still.
+void Reporter::resume(const Subject& device) {
+    if (manner_.closings == nullptr || !manner_.closings->take_earlier(device)) return;
+    const MutexLock lock(mutex_);
+    Record& record = records_[device.key()];
+    record.subject = device;
+    record.wanted = record.done = std::max(record.wanted, Hold::kSilence);
 }
 
 // A device that is off does not show what it is: it is what it was when it was refused. That is
@@ -360,11 +371,14 @@ void Reporter::let_go(const SharedSession& session, const Subject& device) {
 
 void Reporter::forget(const SharedSession& session, const Subject& device) {
     const Record known = record_of(device);
-    {
-        const MutexLock lock(mutex_);
-        records_.erase(device.key());
-    }
+    drop(device);
     if (knows(session, known)) tell_removed(session, known);
+}
+
+void Reporter::drop(const Subject& device) {
+    if (manner_.closings != nullptr) manner_.closings->remove(device);
+    const MutexLock lock(mutex_);
+    records_.erase(device.key());
 }
 
 void Reporter::tell_removed(const SharedSession& session, const Record& record) {

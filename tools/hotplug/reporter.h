@@ -16,7 +16,8 @@
 //  - No answer within 2 s is a "no" until there is one, unless it was a "yes" before and the device
 //    is what it was, or a gate has let it in by the policy. So is the daemon's absence, if it was
 //    asked for ("fail closed"), for devices that come meanwhile.
-//  - Whatever was switched off here, or held back by a gate, is switched on by a "yes".
+//  - Whatever was switched off here, or held back by a gate, is switched on by a "yes"; also what
+//    an earlier reporter switched off, and what nobody else did.
 //  - The daemon keeps the first record of an id. So a device that has become another one, or that
 //    is asked about under another policy, is reported as removed first, and so is what an earlier
 //    reporter told it and is true no more.
@@ -36,6 +37,7 @@
 
 #include "android/vus/IVUsbService.h"
 #include "android/vus/mutex.h"
+#include "tools/hotplug/closings.h"
 #include "tools/hotplug/lanes.h"
 #include "tools/hotplug/patience.h"
 #include "tools/hotplug/session.h"
@@ -77,6 +79,8 @@ class Reporter {
         std::function<bool(const DeviceInfo& info)> refuses = nullptr;
         // Called when next_deadline() may have changed on another thread, if it is set.
         std::function<void()> wake = nullptr;
+        // What is closed here, for who comes after us; not kept if it is not set.
+        Closings* closings = nullptr;
     };
 
     // `switches` outlives the reporter.
@@ -163,12 +167,14 @@ class Reporter {
 
     // On the device's own lane.
     void ask(const SharedSession& session, const Subject& device, const Read& read, Ask when);
+    void resume(const Subject& device);
     void recall(const SharedSession& session, const Record& known, Sighting* seen);
     void ask_service(const SharedSession& session, const Subject& device, const Sighting& seen);
     static Verdict verdict_of(Session* session, const DeviceInfo& info, bool answer);
     void remember(const SharedSession& session, const Subject& device, const Sighting& seen);
     void let_go(const SharedSession& session, const Subject& device);
     void forget(const SharedSession& session, const Subject& device);
+    void drop(const Subject& device);
     void tell_removed(const SharedSession& session, const Record& record);
     static bool knows(const SharedSession& session, const Record& record);
     void remove_stale(Session* session, const Subject& device, const DeviceInfo& present);
@@ -188,6 +194,7 @@ class Reporter {
 
     // On the lane of its switches.
     void make_so(const Subject& device);
+    void switch_as(const Record& before, Hold wanted);
     void switch_usb(const Subject& device, Hold before, Hold wanted);
     void doubt_what_was_off(const Subject& device);
     void switch_input(const Record& before, Hold wanted);

@@ -115,8 +115,17 @@ void Reporter::make_so(const Subject& device) {
         record.verify = false;
     }
     if (wanted == Hold::kNone && before.done == Hold::kNone) return;
-    if (device.is_usb()) {
-        switch_usb(device, before.done, wanted);
+    // A refused USB device is in the daemon's list, and what is held is the gate's.
+    const bool is_ours = wanted == Hold::kSilence ||
+                         (wanted == Hold::kRefusal && !device.is_usb() && !before.seen.held);
+    if (manner_.closings != nullptr && is_ours) manner_.closings->add(device);
+    switch_as(before, wanted);
+    if (manner_.closings != nullptr && !is_ours) manner_.closings->remove(device);
+}
+
+void Reporter::switch_as(const Record& before, Hold wanted) {
+    if (before.subject.is_usb()) {
+        switch_usb(before.subject, before.done, wanted);
     } else {
         switch_input(before, wanted);
     }
