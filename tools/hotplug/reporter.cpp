@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -18,6 +19,12 @@ namespace {
 constexpr int32_t kRemoved = 0;
 constexpr std::chrono::seconds kPatience(2);
 constexpr size_t kGoneHidDevices = 256;
+// Of a call that has failed.
+constexpr int kMoreCalls = 4;
+
+bool has_ended(const binder::Status& status) {
+    return status.transactionError() == DEAD_OBJECT;
+}
 
 // All that a reader fills in.
 auto fields(const DeviceInfo& info) {
@@ -318,15 +325,31 @@ void Reporter::ask_service(const SharedSession& session, const Subject& device,
     remember(session, device, seen);
     if (manner_.asked) manner_.asked(device, seen);
     bool answer = false;
-    const binder::Status status = session->service().isDeviceAllowed(*seen.info, &answer);
+    const binder::Status status =
+            insist([&] { return session->service().isDeviceAllowed(*seen.info, &answer); });
     print(device, *seen.info, !status.isOk() ? "unanswered" : answer ? "allowed" : "not-allowed");
     if (status.isOk()) {
         const Verdict verdict = verdict_of(session.get(), *seen.info, answer);
         if (manner_.answered && verdict != Verdict::kElsewhere) manner_.answered(device, answer);
         follow(device, verdict);
+    } else if (!has_ended(status)) {
+        hold_silent(device, "the daemon cannot be asked");
     } else if (manner_.fail_closed && record_of(device).verdict == Verdict::kNone) {
         hold_silent(device, "the daemon has ended");
     }
+}
+
+// The driver's buffers, or the daemon's memory, may be full for a moment. The pauses are over
+// before anybody loses patience.
+binder::Status Reporter::insist(const std::function<binder::Status()>& call) const {
+    binder::Status status = call();
+    auto pause = manner_.pause;
+    for (int more = kMoreCalls; more > 0 && !status.isOk() && !has_ended(status); --more) {
+        std::this_thread::sleep_for(pause);
+        pause *= 2;
+        status = call();
+    }
+    return status;
 }
 
 void Reporter::remember(const SharedSession& session, const Subject& device, const Sighting& seen) {
@@ -382,7 +405,8 @@ void Reporter::drop(const Subject& device) {
 }
 
 void Reporter::tell_removed(const SharedSession& session, const Record& record) {
-    const binder::Status status = session->service().updateDeviceList(*record.seen.info, kRemoved);
+    const binder::Status status = insist(
+            [&] { return session->service().updateDeviceList(*record.seen.info, kRemoved); });
     print(record.subject, *record.seen.info, status.isOk() ? "removed" : "unanswered");
 }
 
@@ -396,7 +420,8 @@ bool Reporter::knows(const SharedSession& session, const Record& record) {
 void Reporter::remove_stale(Session* session, const Subject& device, const DeviceInfo& present) {
     const auto listed = session->take_listed(device.key());
     if (!listed || fields(*listed) == fields(present)) return;
-    const binder::Status status = session->service().updateDeviceList(*listed, kRemoved);
+    const binder::Status status =
+            insist([&] { return session->service().updateDeviceList(*listed, kRemoved); });
     print(device, *listed, status.isOk() ? "removed" : "unanswered");
 }
 

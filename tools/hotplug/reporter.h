@@ -16,6 +16,7 @@
 //  - No answer within 2 s is a "no" until there is one, unless it was a "yes" before and the device
 //    is what it was, or a gate has let it in by the policy. So is the daemon's absence, if it was
 //    asked for ("fail closed"), for devices that come meanwhile.
+//  - A call that fails though the daemon lives is made again, and is no answer in the end.
 //  - Whatever was switched off here, or held back by a gate, is switched on by a "yes"; also what
 //    an earlier reporter switched off, and what nobody else did.
 //  - The daemon keeps the first record of an id. So a device that has become another one, or that
@@ -26,6 +27,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
@@ -81,6 +83,9 @@ class Reporter {
         std::function<void()> wake = nullptr;
         // What is closed here, for who comes after us; not kept if it is not set.
         Closings* closings = nullptr;
+        // Before a call is made again that has failed though the daemon lives; twice as long before
+        // each further one.
+        std::chrono::milliseconds pause = std::chrono::milliseconds(100);
     };
 
     // `switches` outlives the reporter.
@@ -170,6 +175,7 @@ class Reporter {
     void resume(const Subject& device);
     void recall(const SharedSession& session, const Record& known, Sighting* seen);
     void ask_service(const SharedSession& session, const Subject& device, const Sighting& seen);
+    binder::Status insist(const std::function<binder::Status()>& call) const;
     static Verdict verdict_of(Session* session, const DeviceInfo& info, bool answer);
     void remember(const SharedSession& session, const Subject& device, const Sighting& seen);
     void let_go(const SharedSession& session, const Subject& device);

@@ -29,7 +29,10 @@ binder::Status FakeService::Note(const std::string& call) {
     const std::lock_guard<std::mutex> lock(mutex_);
     calls_.push_back(call);
     noted_.notify_all();
-    return answer;
+    if (answers.empty()) return answer;
+    const binder::Status next = answers.back();
+    answers.pop_back();
+    return next;
 }
 
 binder::Status FakeService::registerVusCallback(const sp<IVUsbServiceCallback>& callback) {

@@ -22,7 +22,8 @@ class FakeService : public BnVUsbService {
     // What is answered; to be set before the calls.
     std::vector<DeviceInfo> devices;
     std::function<bool(const DeviceInfo&)> allow = [](const DeviceInfo&) { return true; };
-    binder::Status answer;  // of every call
+    binder::Status answer;                // of every call
+    std::vector<binder::Status> answers;  // of the next ones, the first one last
     std::string dump_text;
     bool note_lists = true;  // whether getDeviceList counts as a call
 
