@@ -10,39 +10,33 @@
 
 namespace android::vus::hotplug {
 
-// What was not taken of the list is still to be.
+// What was not taken of the list is still to be, by whichever session comes to it first.
 std::shared_ptr<Session> Session::under_another_policy() {
-    auto next = std::make_shared<Session>(service_);
-    const MutexLock lock(mutex_);
-    const MutexLock of_next(next->mutex_);
-    next->asked_ = asked_;
-    next->listed_ = std::move(listed_);
-    listed_.clear();
-    return next;
+    return std::shared_ptr<Session>(new Session(service_, list_));
 }
 
 std::optional<DeviceInfo> Session::take_listed(const std::string& key) {
-    const MutexLock lock(mutex_);
     ensure_list();
-    const auto found = listed_.find(key);
-    if (found == listed_.end()) return std::nullopt;
+    const MutexLock lock(list_->mutex);
+    const auto found = list_->records.find(key);
+    if (found == list_->records.end()) return std::nullopt;
     std::optional<DeviceInfo> record = std::move(found->second);
-    listed_.erase(found);
+    list_->records.erase(found);
     return record;
 }
 
 std::optional<DeviceInfo> Session::listed(const std::string& key) {
-    const MutexLock lock(mutex_);
     ensure_list();
-    const auto found = listed_.find(key);
-    return found == listed_.end() ? std::nullopt : std::make_optional(found->second);
+    const MutexLock lock(list_->mutex);
+    const auto found = list_->records.find(key);
+    return found == list_->records.end() ? std::nullopt : std::make_optional(found->second);
 }
 
 std::set<std::string> Session::listed() {
-    const MutexLock lock(mutex_);
     ensure_list();
+    const MutexLock lock(list_->mutex);
     std::set<std::string> keys;
-    for (const auto& [key, record] : listed_) keys.insert(key);
+    for (const auto& [key, record] : list_->records) keys.insert(key);
     return keys;
 }
 
@@ -55,16 +49,19 @@ bool Session::lists(const DeviceInfo& device) {
     });
 }
 
+// Nobody waits for this but who needs the list.
 void Session::ensure_list() {
-    if (asked_) return;
-    asked_ = true;
+    const MutexLock asking(list_->asking);
+    if (list_->asked) return;
+    list_->asked = true;
     std::vector<DeviceInfo> records;
     if (!service_->getDeviceList(&records).isOk()) return;
+    const MutexLock lock(list_->mutex);
     for (const DeviceInfo& record : records) {
         const Subject subject = record.deviceType == kUsbType
                                         ? Subject{"", record.deviceId}
                                         : Subject{"input" + std::to_string(record.deviceId)};
-        listed_[subject.key()] = record;
+        list_->records[subject.key()] = record;
     }
 }
 

@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "android/vus/DeviceInfo.h"
 #include "android/vus/IVUsbService.h"
@@ -20,11 +21,12 @@ namespace android::vus::hotplug {
 
 class Session {
   public:
-    explicit Session(const sp<IVUsbService>& service) : service_(service) {}
+    explicit Session(const sp<IVUsbService>& service)
+          : Session(service, std::make_shared<List>()) {}
 
     IVUsbService& service() { return *service_; }
 
-    // The same daemon under another policy.
+    // The same daemon under another policy. Does not wait for it, whatever it is doing.
     std::shared_ptr<Session> under_another_policy();
     bool is_with_daemon_of(const Session& other) const { return service_ == other.service_; }
 
@@ -40,13 +42,22 @@ class Session {
     bool lists(const DeviceInfo& device);
 
   private:
-    // Asks for the list once; others wait meanwhile.
-    void ensure_list() REQUIRES(mutex_);
+    // What the daemon knew, of all sessions with it.
+    struct List {
+        Mutex asking;  // held while the daemon is asked
+        bool asked GUARDED_BY(asking) = false;
+        Mutex mutex;
+        std::map<std::string, DeviceInfo> records GUARDED_BY(mutex);  // that were not taken
+    };
+
+    Session(const sp<IVUsbService>& service, std::shared_ptr<List> list)
+          : service_(service), list_(std::move(list)) {}
+
+    // Asks for the list once; others who need it wait meanwhile.
+    void ensure_list();
 
     const sp<IVUsbService> service_;
-    Mutex mutex_;
-    bool asked_ GUARDED_BY(mutex_) = false;
-    std::map<std::string, DeviceInfo> listed_ GUARDED_BY(mutex_);
+    const std::shared_ptr<List> list_;
 };
 
 }  // namespace android::vus::hotplug

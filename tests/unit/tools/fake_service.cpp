@@ -48,6 +48,7 @@ binder::Status FakeService::unregisterVusCallback(const sp<IVUsbServiceCallback>
 }
 
 binder::Status FakeService::getDeviceList(std::vector<DeviceInfo>* out) {
+    if (list_hook) list_hook();
     *out = devices;
     return note_lists ? Note("list") : answer;
 }

@@ -24,6 +24,7 @@ class FakeService : public BnVUsbService {
     std::function<bool(const DeviceInfo&)> allow = [](const DeviceInfo&) { return true; };
     binder::Status answer;                // of every call
     std::vector<binder::Status> answers;  // of the next ones, the first one last
+    std::function<void()> list_hook;      // called when the list is asked for
     std::string dump_text;
     bool note_lists = true;  // whether getDeviceList counts as a call
 

@@ -57,5 +57,24 @@ TEST_F(FailedCallTest, OfADaemonThatHasEndedIsNotMadeAgain) {
     EXPECT_THAT(Switched(), IsEmpty());
 }
 
+// The loop tells of another policy, and nothing that it does may wait for the daemon.
+TEST_F(SwitchingTest, DaemonThatHangsOverItsListHoldsUpNobodyElse) {
+    std::promise<void> asked, go_on;
+    fake_->list_hook = [&, go = go_on.get_future().share()] {
+        asked.set_value();
+        go.wait();
+    };
+    Judge(kStick, Usb(1005, {8}));
+    asked.get_future().wait();
+    auto told = std::async(std::launch::async, [this] {
+        reporter_->policy_changed();
+        return reporter_->has_service();
+    });
+    EXPECT_EQ(told.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    go_on.set_value();
+    EXPECT_TRUE(told.get());
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
+}
+
 }  // namespace
 }  // namespace android::vus::hotplug
