@@ -253,7 +253,9 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     if (seen.info && seen.bare) recall(session, known, &seen);
     if (needs_no_answer(session, known, seen, when)) return;
     const bool outdated = known.told != session && known.verdict != Verdict::kElsewhere;
-    if (knows(session, known) && (outdated || !is_same(known.seen, seen))) {
+    const bool reshaped = known.seen.shape != seen.shape && known.verdict != Verdict::kElsewhere;
+    // The daemon keeps the first record of an id, and what a later driver makes of it is in none.
+    if (knows(session, known) && (outdated || reshaped || !is_same(known.seen, seen))) {
         tell_removed(session, known);
     }
     if (!seen.info) {
@@ -284,6 +286,7 @@ void Reporter::recall(const SharedSession& session, const Record& known, Sightin
     if (whole || (known.verdict == Verdict::kRefused && known.seen.layout == seen->layout)) {
         seen->info = known.seen.info;
         seen->layout = known.seen.layout;
+        seen->shape = known.seen.shape;
     } else if (session != nullptr && known.told == nullptr && known.verdict == Verdict::kNone) {
         const auto listed = session->listed(known.subject.key());
         if (!listed || !was_refused_as(*listed, *seen->info)) return;

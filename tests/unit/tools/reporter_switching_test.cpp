@@ -51,7 +51,39 @@ TEST_F(SwitchingTest, OnlyWhatHasChangedIsAskedAgainIfSoWished) {
     Judge(kStick, seen, Ask::kIfChanged);
     Judge(kStick, seen, Ask::kIfChanged);
     EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
+}
+
+// The daemon would keep the record that it made without the driver, and announce it twice.
+TEST_F(SwitchingTest, WhatALateDriverHasMadeAnotherIsRemovedFirst) {
+    Sighting seen = Usb(1005, {8});
+    Judge(kStick, seen, Ask::kIfChanged);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
     seen.shape = "another driver";
+    for (const Ask when : {Ask::kIfChanged, Ask::kAlways}) {
+        Judge(kStick, seen, when);
+        EXPECT_THAT(Calls(), ElementsAre("update 1005 0", "judge 1005"));
+        seen.shape += "s";
+    }
+}
+
+TEST_F(SwitchingTest, RefusedDeviceThatHasLostItsDriversIsNoOther) {
+    Sighting seen = Usb(1005, {8});
+    seen.shape = "usb-storage";
+    Refuse(kStick, seen);
+    seen.shape = "";
+    seen.bare = true;
+    Judge(kStick, seen, Ask::kIfChanged);
+    EXPECT_THAT(Calls(), IsEmpty());
+    EXPECT_THAT(Switched(), ElementsAre("close 1-2"));
+}
+
+// What is left to the input side is in no list.
+TEST_F(SwitchingTest, KeyboardWhoseDriverComesLateIsNotRemoved) {
+    allows_ = false;
+    Sighting seen = Usb(1005, {3});
+    Judge(kStick, seen);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
+    seen.shape = "usbhid";
     Judge(kStick, seen, Ask::kIfChanged);
     EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
 }
