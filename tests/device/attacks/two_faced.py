@@ -13,7 +13,8 @@ class ATTACK(Attack):
     wants = "a mouse's verdict for a keyboard: the gate asks first, the driver then"
     expected = {REPORTER: EXPOSED}
     answer = ("What a driver has made of a device is compared with what was foreseen, and judged: what is refused is shut out "
-              "again. Until then it types; the kernel shows nobody what the driver was told before it is bound.")
+              "again. Until then it is there, and silent, however long the daemon takes; the kernel shows nobody what the driver "
+              "was told before it is bound.")
     unwanted = r" 0003:1209:0048"
 
     def run(self, scene):

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What is asked, and what is switched, where a gate holds devices back.
+
+#include "tools/hotplug/gated_actions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/usb_tree.h"
+#include "tests/support/world.h"
+#include "tests/unit/tools/fake_kernel.h"
+#include "tests/unit/tools/switching_fixture.h"
+
+namespace android::vus::hotplug {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// There is no policy, so that nothing is foreseen.
+class GatedActionsTest : public SwitchingTest {
+  protected:
+    void SetUp() override {
+        EmptyWorld();
+        SwitchingTest::SetUp();
+        UsbTree tree;
+        tree.AddBus(1);
+        disk_ = {"1-2", tree.AddDevice("1-2", FlashDrive())};
+        WriteFile(UsbPath("1-2", "busnum"), "1\n");
+        reporter_ = std::make_unique<Reporter>(&gate_, Manner(/*fail_closed=*/true));
+        reporter_->set_service(fake_);
+        actions_ = gated_actions(&gate_, reporter_.get(), [] {});
+    }
+
+    // As sysfs shows it already.
+    void Plug(const std::string& driver) {
+        if (driver.empty()) RemoveFile(UsbPath("1-2:1.0", "driver"));
+        FakeKernel::Device device;
+        device.number = disk_.number;
+        device.interfaces[0] = {8, {"usb-storage"}};
+        device.interfaces[0].authorized = !driver.empty();
+        device.interfaces[0].driver = driver;
+        device.configured = true;
+        kernel_.devices["1-2"] = device;
+    }
+
+    // What is switched while the daemon is silent, for longer than anybody waits.
+    std::vector<std::string> SwitchedBySilence() {
+        std::promise<void> asked, answer;
+        fake_->allow = [&](const DeviceInfo&) {
+            asked.set_value();
+            answer.get_future().wait();
+            return false;
+        };
+        actions_.judge_usb(disk_, Ask::kAlways);
+        asked.get_future().wait();
+        reporter_->lose_patience(start_ + std::chrono::hours(1));
+        const std::vector<std::string> switched = switches_.TakeAtLeast(1);
+        answer.set_value();
+        reporter_->drain();
+        return switched;
+    }
+
+    Subject disk_;
+    FakeKernel kernel_;
+    PolicyPreview preview_;
+    Gate gate_{&kernel_, &switches_, &preview_, [](const std::string&) {}};
+    Tracker::Actions actions_;
+};
+
+TEST_F(GatedActionsTest, RefusedDeviceThatWasBoundBeforeIsClosedBySilence) {
+    Plug("usb-storage");
+    EXPECT_THAT(SwitchedBySilence(), ElementsAre("close 1-2"));
+    EXPECT_THAT(Notices(), ElementsAre("closed 1-2: no answer within 2 s"));
+}
+
+TEST_F(GatedActionsTest, HeldDeviceNeedsNoClosing) {
+    allows_ = false;
+    Plug("");
+    actions_.judge_usb(disk_, Ask::kAlways);
+    reporter_->drain();
+    reporter_->lose_patience(start_ + std::chrono::hours(1));
+    reporter_->drain();
+    EXPECT_THAT(Notices(), IsEmpty());
+    EXPECT_THAT(kernel_.tried, IsEmpty());
+}
+
+TEST_F(GatedActionsTest, InputDeviceThatCouldNotBeLookedAtStaysSilent) {
+    actions_.input_appeared("input5", "0003:1209:0048.0001");
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5"));
+    actions_.judge_input("input5", "event3", Ask::kAlways);  // there is no such node
+    reporter_->drain();
+    EXPECT_THAT(switches_.Take(), IsEmpty());
+    actions_.removed({"input5"});
+    reporter_->drain();
+    EXPECT_FALSE(gate_.stays_silent("input5", Sighting(), true));
+    EXPECT_THAT(switches_.Take(), IsEmpty()) << "it is forgotten";
+}
+
+}  // namespace
+}  // namespace android::vus::hotplug
