@@ -66,8 +66,8 @@ std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device
     const base::unique_fd fd =
             open_node(node, O_RDWR, std::string(kUsbDevicesDir) + "/" + device.name);
     if (!fd.ok()) return std::nullopt;
-    const auto length = report_descriptor_length(
-            descriptors_of(fd.get()), configuration_of(device.name), interface_number);
+    const auto length = report_descriptor_length(descriptors_of(fd.get()),
+                                                 configuration_of(device.name), interface_number);
     if (!length) return std::nullopt;
     // What the device does not fill is zeros for the kernel.
     std::vector<uint8_t> descriptor(*length);

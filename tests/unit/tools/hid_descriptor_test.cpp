@@ -151,8 +151,9 @@ TEST(ReportLength, MalformedDescriptorsAnnounceNothing) {
         EXPECT_FALSE(report_descriptor_length({all.begin(), all.begin() + length}, 1, 0));
     }
     const auto announced = [](const std::string& hid) {
-        return report_descriptor_length(
-                Bytes("0902 0000 01 01 00 80 32 0904 00 00 00 03 01 01 00" + hid), 1, 0);
+        return report_descriptor_length(Bytes("0902 0000 01 01 00 80 32 0904 00 00 00 03 01 01 00" +
+                                              hid),
+                                        1, 0);
     };
     EXPECT_EQ(announced("09 21 1101 00 01 22 0010"), kMaxReportDescriptor);
     EXPECT_FALSE(announced("09 21 1101 00 01 22 0110")) << "too long";

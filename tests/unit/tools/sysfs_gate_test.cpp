@@ -110,8 +110,7 @@ TEST_F(SysfsGateTest, InputDevicesOfBusesAreToldFromTheBoards) {
     const auto link = [&](const std::string& name, const std::string& path) {
         MakeDir(devices + path);
         MakeDir(kInputClassDir);
-        std::filesystem::create_symlink(devices + path,
-                                        std::string(kInputClassDir) + "/" + name);
+        std::filesystem::create_symlink(devices + path, std::string(kInputClassDir) + "/" + name);
     };
     link("input0", "platform/usb_keys/input/input0");
     link("input1", "pci0/usb3/3-1/3-1:1.0/sound/card1/input1");
