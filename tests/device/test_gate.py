@@ -11,7 +11,7 @@ from test_reporter import (FALSE_CLAIMS, KEYBOARD, LOG, NOT_LISTED, STORAGE, dri
                            stop_reporter)
 from vdev import GATE, NO_GATE, RedirDevice
 from vdev.probe import POLICY, SOC, SYSFS
-from vdev.usbredir import BOOT_KEYBOARD, INTERRUPT_IN, VENDOR_PAGE, Description, Endpoint, Interface
+from vdev.usbredir import BOOT_KEYBOARD, BOOT_MOUSE, INTERRUPT_IN, VENDOR_PAGE, Description, Endpoint, Interface
 
 TRACING = "/sys/kernel/tracing"
 # The kernel's own for devices, and what makes hubs of hubs.
@@ -113,6 +113,7 @@ def test_what_is_allowed_works(gate):
     gate.plug("network", "3.1")
     gate.plug("dock")
     assert gate.probe.judged_input("Keyboard")["status"] == 1
+    gate.machine.wait_until("grep 0 /sys/class/input/input*/inhibited && ! grep 1 /sys/class/input/input*/inhibited")
     gate.machine.wait_until("ls /dev/input/event0 /dev/hidraw0 /dev/ttyUSB0 /dev/ttyACM0 /dev/sda")
     assert gate.probe.judged("1-5")["status"] == 1
     assert drivers(gate, "1-3.1") == ["cdc_ether", "cdc_ether"]
@@ -231,6 +232,48 @@ def test_the_door_is_opened_again(gate):
     gate.machine.wait_until(lambda: drivers(gate, "1-2.4.1") == ["usb-storage"])
 
 
+# A mouse to who asks it first, and a keyboard to who asks it then.
+KEYS_OF_A_MOUSES_LENGTH = bytes.fromhex("0601000501") + BOOT_KEYBOARD
+assert len(KEYS_OF_A_MOUSES_LENGTH) == len(BOOT_MOUSE)
+TWO_FACES = RedirDevice("two-faces", "a mouse that becomes a keyboard", lambda: Description(
+    0x1209, 0x0048, [Interface(3, 0, 0, (INTERRUPT_IN,), report=BOOT_MOUSE, later_report=KEYS_OF_A_MOUSES_LENGTH)],
+    product_name="Two faces"))
+
+
+def test_beside_a_daemon_that_hangs_nothing_is_heard_that_was_not_foreseen(gate):
+    gate.set_policy(STORAGE + "<class>AINPUT_SOURCE_MOUSE</class>")
+    gate.machine.shell("kill -STOP $(cat /run/vusd.pid)")
+    gate.machine.plug(TWO_FACES, port="5")
+    gate.plug("disk", "2.4.1")
+    gate.plug("usb-serial", "7")
+    gate.machine.wait_until(lambda: drivers(gate, "1-2.4.1") == ["usb-storage"])
+    gate.machine.wait_until("grep -l 'Two faces' /sys/class/input/input*/name")
+    gate.machine.wait_until(f"[ -e {SYSFS}/1-7:1.0 ]")
+    silent = gate.machine.shell("cat $(dirname $(grep -l 'Two faces' /sys/class/input/input*/name))/inhibited")
+    assert silent.split() == ["1"]
+    assert drivers(gate, "1-7") == ["-"]
+    assert drivers(gate, "1-2.4.1") == ["usb-storage"]
+    gate.machine.shell("kill -CONT $(cat /run/vusd.pid)")
+    refused_input(gate, "Two faces")
+    gate.machine.wait_until("! ls /dev/input/event* /dev/hidraw* 2>/dev/null")
+    refused(gate, "1-7")
+
+
+def test_the_door_stays_shut_when_its_holder_ends(gate):
+    gate.set_policy('<vid vendorid="1027"/>')
+    gate.machine.shell("kill -TERM $(cat /run/vus_hotplug.pid)")
+    gate.machine.wait_until("! kill -0 $(cat /run/vus_hotplug.pid) 2>/dev/null")
+    gate.plug("keyboard", "1")
+    gate.plug("usb-serial", "5")
+    gate.machine.wait_until(f"[ -e {SYSFS}/1-1 ] && [ -e {SYSFS}/1-5 ]")
+    assert gate.machine.read("/sys/bus/usb/drivers_autoprobe") == "0\n"
+    assert drivers(gate, "1-1") == drivers(gate, "1-5") == []
+    start_gate(gate)
+    refused_input(gate, "Keyboard")
+    gate.machine.wait_until(lambda: drivers(gate, "1-5") == ["ftdi_sio"])
+    assert {driver for driver, _ in gate.trials.tried()} == {"ftdi_sio"}
+
+
 @pytest.mark.reporter(NO_GATE)
 def test_a_keyboard_that_was_there_before_is_judged_not_torn_away(device):
     stop_reporter(device)
@@ -258,7 +301,7 @@ def test_what_rides_along_stays_shut_if_so_wished(gate):
     gate.machine.wait_until(lambda: gate.probe.authorized("1-5") == ["1", "0"])
     assert {name for _, name in gate.trials.tried()} == {"1-5:1.0"}
     # Its vendor admits all of it, and a whitelist of classes takes that back.
-    gate.set_policy('<vid vendorid="1027"/>')
+    gate.set_policy(STORAGE + '<vid vendorid="1027"/>')
     gate.machine.wait_until(lambda: gate.probe.authorized("1-5") == ["1", "1"])
     gate.set_policy(STORAGE)
     gate.machine.wait_until(lambda: gate.probe.authorized("1-5") == ["1", "0"])
