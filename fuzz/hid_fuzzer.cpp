@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads any bytes as a HID report descriptor: what is told of it is bounded, makes sense, and is
-// the same the second time.
+// Reads any bytes as a HID report descriptor, and as the descriptors that announce one: what is told
+// of them is bounded, makes sense, and is the same the second time.
 
 #include <set>
 #include <vector>
@@ -18,6 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace android::vus;           // NOLINT(google-build-using-namespace)
     using namespace android::vus::hotplug;  // NOLINT(google-build-using-namespace)
     const std::vector<uint8_t> descriptor(data, data + size);
+    const auto length = report_descriptor_length(descriptor, 1, 0);
+    Require(!length || (*length != 0 && *length <= kMaxReportDescriptor));
     const auto nature = parse_report_descriptor(descriptor);
     Require(!nature || (size != 0 && size <= kMaxReportDescriptor));
     if (!nature) return 0;
