@@ -144,6 +144,25 @@ def test_clients_hear_of_additions_and_removals(device):
     device.machine.wait_until("grep -q 'Callback successfully removed from list' /data/log/vusd.log")
 
 
+def test_an_allowed_disk_is_announced_once_and_a_keyboard_as_no_usb_device(device):
+    """Behind the gate, where they become what they are only when they have been let in."""
+    device.set_policy("<class>USB_CLASS_MASS_STORAGE</class><class>AINPUT_SOURCE_KEYBOARD</class>")
+    device.machine.shell("vusctl watch --json >/tmp/watched & echo $! >/tmp/watch.pid")
+    device.machine.wait_until("grep -q 'Size of callbacks at registerVusCallback 1$' /data/log/vusd.log")
+    device.plug("disk", "5")
+    disk = device.probe.judged("2-5")
+    device.plug("keyboard", "6")
+    assert device.probe.judged_input("Keyboard")["status"] == 1
+    device.machine.unplug("keyboard")
+    device.machine.wait_until(lambda: len(device.probe.records()) == 1)
+    device.machine.unplug("disk")
+    device.machine.wait_until("grep -q removed /tmp/watched")
+    events = [json.loads(line) for line in device.machine.read("/tmp/watched").splitlines()]
+    assert [each["event"] for each in events if each["device"]["deviceId"] == disk["deviceId"]] == ["added", "removed"]
+    assert [each["device"]["deviceId"] for each in events if each["event"] == "added"] == [disk["deviceId"]]
+    assert events[0]["device"]["status"] == 1
+
+
 def test_an_idle_daemon_sleeps_and_is_small(device):
     device.plug("webcam", "5")
     device.probe.judged("1-5")
