@@ -157,15 +157,13 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     const Record known = record_of(device);
     if (seen.info && seen.bare) recall(session, known, &seen);
     if (needs_no_answer(session, known, seen, when)) return;
+    // It has gone since somebody saw it, perhaps because it was refused.
+    if (!seen.info) return let_go(session, device);
     const bool outdated = known.told != session && known.verdict != Verdict::kElsewhere;
     const bool reshaped = known.seen.shape != seen.shape && known.verdict != Verdict::kElsewhere;
     // The daemon keeps the first record of an id, and what a later driver makes of it is in none.
     if (knows(session, known) && (outdated || reshaped || !is_same(known.seen, seen))) {
         tell_removed(session, known);
-    }
-    if (!seen.info) {
-        drop(device);
-        return;
     }
     if (session == nullptr) {
         close_unasked(known, *seen.info, when);

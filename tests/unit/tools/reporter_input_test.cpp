@@ -51,6 +51,15 @@ TEST_F(SwitchingTest, RefusedInputDeviceStaysInTheListUntilItsHidDeviceGoes) {
     EXPECT_THAT(Calls(), ElementsAre("update 5 0"));
 }
 
+// Whoever looked around saw it a moment ago.
+TEST_F(SwitchingTest, RefusedInputDeviceThatCannotBeReadAnyMoreStaysInTheList) {
+    Refuse(kInputDevice, Input(5, kHid));
+    Judge(kInputDevice, {});
+    EXPECT_THAT(Calls(), IsEmpty());
+    reporter_->hid_removed(kHid);
+    EXPECT_THAT(Calls(), ElementsAre("update 5 0"));
+}
+
 TEST_F(SwitchingTest, RefusedInputDeviceWhoseHidDeviceWentFirstGoes) {
     Refuse(kInputDevice, Input(5, kHid));
     auto answer = Stall();
