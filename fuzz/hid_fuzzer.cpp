@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Reads any bytes as a HID report descriptor, and as the descriptors that announce one: what is told
-// of them is bounded, makes sense, and is the same the second time.
+// Reads any bytes as a HID report descriptor, and as the descriptors that announce one: what is
+// told of them is bounded, makes sense, and is the same the second time.
 
 #include <set>
 #include <vector>
