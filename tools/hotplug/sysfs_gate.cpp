@@ -30,7 +30,7 @@ std::string in_hid(const std::string& entry) {
     return std::string(kHidDevicesDir) + "/" + entry;
 }
 
-bool exists(const std::string& path) {
+bool entry_exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
@@ -64,7 +64,7 @@ std::vector<std::string> SysfsGate::root_hubs() {
 }
 
 bool SysfsGate::is_there(const std::string& root_hub) {
-    return exists(in_usb(root_hub));
+    return entry_exists(in_usb(root_hub));
 }
 
 std::vector<Subject> SysfsGate::usb_devices() {
@@ -86,7 +86,7 @@ std::vector<std::string> SysfsGate::hid_devices() {
 }
 
 bool SysfsGate::has_driver(const std::string& entry) {
-    return exists(in_usb(entry) + "/driver");
+    return entry_exists(in_usb(entry) + "/driver");
 }
 
 // The kernel answers with success in any case; the "driver" link tells.
@@ -96,7 +96,7 @@ void SysfsGate::probe(const std::string& entry) {
 
 GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& entry) {
     const std::string file = std::string(kUsbDriversDir) + "/" + driver + "/bind";
-    if (!exists(file)) return Bound::kNoSuchDriver;
+    if (!entry_exists(file)) return Bound::kNoSuchDriver;
     write_attribute(file, entry);
     std::string bound;
     base::Readlink(in_usb(entry) + "/driver", &bound);
@@ -139,7 +139,7 @@ std::optional<std::vector<uint8_t>> SysfsGate::report_descriptor(const Subject& 
 }
 
 bool SysfsGate::hid_has_driver(const std::string& hid_device) {
-    return exists(in_hid(hid_device) + "/driver");
+    return entry_exists(in_hid(hid_device) + "/driver");
 }
 
 void SysfsGate::probe_hid(const std::string& hid_device) {
