@@ -10,7 +10,9 @@
 #include <sys/eventfd.h>
 #include <time.h>
 
+#include <atomic>
 #include <future>
+#include <memory>
 #include <optional>
 #include <thread>
 
@@ -200,18 +202,20 @@ TEST_F(HotplugTest, EverythingIsJudgedWhenTheDaemonComesBack) {
 
 TEST_F(HotplugTest, EverythingIsAskedAboutUnderAnotherPolicy) {
     MakeDir(kConfigDir);
+    const auto allows = std::make_shared<std::atomic<bool>>(true);
+    fake_->allow = [allows](const DeviceInfo&) { return allows->load(); };
     Start();
     AddDevice("1-1", 2);
     AddInterface("1-1", 0, 8);
     Usb("bind", "1-1");
     EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
-    fake_->allow = [](const DeviceInfo&) { return false; };
+    *allows = false;
     WriteFile(kPolicyFile, "");  // not in force yet
     WriteFile(kPolicyBackupFile, "");
     EXPECT_THAT(fake_->TakeAtLeast(2), ElementsAre("update 1002 0", "judge 1002"));
     EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
     // And opened by the next.
-    fake_->allow = [](const DeviceInfo&) { return true; };
+    *allows = true;
     WriteFile(kPolicyBackupFile, "");
     EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("open 1-1"));
 }
