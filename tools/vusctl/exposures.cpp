@@ -44,13 +44,12 @@ void Exposures::add(const std::string& line) {
     std::string error;
     int at = 0;
     const auto value = workbench::parseJson(line, &error, &at);
-    if (!value || !value->isObject()) {
-        ++malformed_;
-    } else if ((*value)["eventsLost"].isBool()) {
+    const bool is_object = value && value->isObject();
+    if (is_object && (*value)["eventsLost"].isBool()) {
         ++events_lost_;
-    } else if ((*value)["linesLost"].isInt()) {
+    } else if (is_object && (*value)["linesLost"].isInt()) {
         lines_lost_ += (*value)["linesLost"].asInt();
-    } else if (!add_device(*value)) {
+    } else if (!is_object || !add_device(*value)) {
         ++malformed_;
     }
 }
