@@ -48,10 +48,6 @@ class Recording:
         self.machine.shell("usleep 300000")
         self.phases.append((name, {old, new}, self.settle()))
 
-    def stop_daemon(self):
-        self.machine.shell("touch /run/vusd.hold; kill -9 $(cat /run/vusd.pid)")
-        self.machine.wait_until("! pidof vusd")
-
     def start_daemon(self):
         self.machine.shell("rm /run/vusd.hold")
         self.machine.wait_until("vusctl list >/dev/null 2>&1")
@@ -65,7 +61,8 @@ def load_modules(machine):
     machine.shell("while read -r module; do insmod /modules/$module; done </modules/disks")
 
 
-def hold_daemon(machine):
+def stop_daemon(machine):
+    """Until it is let go again; see Recording.start_daemon()."""
     machine.wait_until("vusctl list >/dev/null 2>&1")
     machine.shell("touch /run/vusd.hold; kill -9 $(cat /run/vusd.pid)")
     machine.wait_until("! pidof vusd")
@@ -74,7 +71,7 @@ def hold_daemon(machine):
 def record(image, log, kind):
     """Returns the phases, and how many writes came before them."""
     with Machine(arguments=recorded_disk(image, log)) as machine:
-        hold_daemon(machine)
+        stop_daemon(machine)
         load_modules(machine)
         machine.shell(f"{mount(kind)}; chmod 0770 {DIRECTORY}; cp /dev/null {POLICY}")
         machine.write(POLICY, AUDIO)
@@ -90,7 +87,7 @@ def record(image, log, kind):
         recording.phase("try", PRINTER, DISK, "vusctl policy try /tmp/new.xml --seconds 600",
                         f"cmp -s /tmp/new.xml {BACKUP}")
         recording.phase("keep", PRINTER, DISK, "vusctl policy keep", backed_up)
-        recording.stop_daemon()
+        stop_daemon(machine)
         recording.phase("tear", DISK, DISK, f"cat /tmp/bad.xml >{POLICY}", "true")
         recording.phase("repair", DISK, DISK, "vusctl policy repair", backed_up)
     return first, recording.phases
@@ -118,7 +115,7 @@ def test_the_old_or_the_new_policy_is_found(kind, tmp_path):
     recorded = writes(log)
     torn = 0
     with Machine(arguments=plain_disk(copy)) as machine:
-        hold_daemon(machine)
+        stop_daemon(machine)
         load_modules(machine)
         for number, write in enumerate(recorded[:phases[-1][2]], start=1):
             replay.take(write)
