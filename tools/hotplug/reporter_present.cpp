@@ -57,8 +57,12 @@ void Reporter::keep_only(const Present& present) {
         }
     }
     if (told == nullptr) return;
+    // By what was known before anything was asked again: a record whose HID device gets its driver
+    // back is forgotten, and that device must not be probed for having been without one.
+    Present unknown = present;
+    for (const auto& [key, record] : records) unknown.closed_hid.erase(record.seen.hid_device);
     lanes_.add(
-            "", [this, told, present] { compare_list(told, present); }, Lanes::Job::kJudgement);
+            "", [this, told, unknown] { compare_list(told, unknown); }, Lanes::Job::kJudgement);
 }
 
 // What the daemon lists and nobody has seen has gone, unless an earlier reporter closed it.

@@ -84,6 +84,30 @@ TEST_F(SwitchingTest, InputDeviceThatIsAllowedLaterGetsItsDriverBack) {
     EXPECT_THAT(next->Take(), ElementsAre("judge 5", "update 5 0"));
 }
 
+// Until the lists are compared, it has its driver back and is known no more.
+TEST_F(SwitchingTest, InputDeviceThatGotItsDriverBackIsNotTakenForOneThatNobodyKnows) {
+    Refuse(kInputDevice, Input(5, kHid));
+    reporter_->removed(kInputDevice);
+    reporter_->drain();
+    allows_ = true;
+    const sp<FakeService> next = new FakeService;
+    next->note_lists = false;
+    reporter_->set_service(next);
+    std::promise<void> compared;
+    const Subject in_the_lane_of_the_lists = {""};
+    reporter_->judge(
+            in_the_lane_of_the_lists,
+            [let = compared.get_future().share()] {
+                let.wait();
+                return Sighting{};
+            },
+            Ask::kAlways);
+    reporter_->keep_only({{kHid}, {kHid}});
+    EXPECT_THAT(next->TakeAtLeast(2), ElementsAre("judge 5", "update 5 0"));
+    compared.set_value();
+    EXPECT_THAT(Switched(), ElementsAre("unhush input5", std::string("probe ") + kHid));
+}
+
 TEST_F(SwitchingTest, InputDeviceThatIsClosedIsAskedAboutUnderAnotherPolicy) {
     Refuse(kInputDevice, Input(5, kHid));
     reporter_->removed(kInputDevice);  // with its HID device's driver
