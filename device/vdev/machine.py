@@ -292,6 +292,10 @@ class Machine:
     def plugged(self):
         return sorted(self._plugged)
 
+    def usb_bus(self):
+        """What the emulator has attached to its controllers, whatever the kernel knows of it."""
+        return self.qmp.execute("human-monitor-command", **{"command-line": "info usb"})
+
     def socket_path(self, name):
         return str(self._dir / name)
 

@@ -26,6 +26,13 @@ def wait_for_gate(machine):
     machine.wait_until(f"! cat {switches} | grep -q 1", what="the gate")
 
 
+def wait_for_hubs(machine):
+    """Until those that are always there have been met, and sleep: a hub of the emulator that falls
+    asleep while something is plugged into it may not wake."""
+    machine.wait_until("[ -e /sys/bus/usb/drivers/hub/1-2.4:1.0 ] && "
+                       "! cat /sys/bus/usb/devices/*/power/runtime_status | grep -qv suspended", what="sleeping hubs")
+
+
 def ready_machine(reporter=GATE):
     """A Machine, not entered yet, in which the component that reports devices runs with those
     options."""
@@ -38,6 +45,7 @@ def prepared_machine(reporter, prepare, what):
     def go_on(unfinished, reporter):
         with ready_machine(reporter) as machine:
             prepare(machine)
+            wait_for_hubs(machine)
             machine.save(unfinished)
     return Machine(state=_state(reporter, go_on, f"-prepared-{_digest(what)}"), reporter=reporter)
 
@@ -67,6 +75,7 @@ def _boot(unfinished, reporter):
         wait_for_service(machine)
         if GATE in reporter.split():
             wait_for_gate(machine)
+        wait_for_hubs(machine)
         machine.save(unfinished)
 
 

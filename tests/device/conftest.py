@@ -96,6 +96,12 @@ def policy(rules, mode="whitelist"):
     return f'<usbconfig mode="{mode}">{rules}</usbconfig>'
 
 
+# A hub that sleeps is woken by what is plugged into it.
+STATE = ("tail -n 15 /data/log/*.log; dmesg | tail -n 15; "
+         "for hub in /sys/bus/usb/devices/*/bDeviceClass; do hub=${hub%/*}; echo ${hub##*/} "
+         "$(cat $hub/bDeviceClass $hub/power/runtime_status); done")
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     """A failed test shows what its machine said last."""
@@ -105,7 +111,7 @@ def pytest_runtest_makereport(item, call):
     device = fixtures.get("device") or fixtures.get("scene")
     if report.when == "call" and report.failed and device is not None:
         try:
-            text = device.machine.run("tail -n 15 /data/log/*.log; dmesg | tail -n 15", seconds=10)[1]
+            text = device.machine.run(STATE, seconds=10)[1] + device.machine.usb_bus()
         except Exception as error:  # whatever it is, the test's own failure matters more
             text = f"the machine does not answer: {error}"
         report.sections.append(("virtual device", text))
