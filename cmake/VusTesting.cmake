@@ -60,8 +60,8 @@ endmacro()
 # which Debian's pytest belongs, not the first one on the path.
 function(vus_register_pytest name label seconds)
   vus_register_test(${name} ${label} ${seconds}
-    /usr/bin/python3 -B -m pytest -ra -p no:cacheprovider "--junitxml=${VUS_REPORTS}/${name}.xml"
-    ${ARGN})
+    /usr/bin/python3 -B -m pytest -ra -p no:cacheprovider -o junit_family=xunit1
+    "--junitxml=${VUS_REPORTS}/${name}.xml" ${ARGN})
   # What pytest answers when its filter selects nothing.
   set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 5)
 endfunction()

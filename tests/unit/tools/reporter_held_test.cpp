@@ -102,13 +102,17 @@ TEST_F(ReporterHeldTest, VerdictsAreHeardBeforeTheyAreFollowed) {
 }
 
 TEST_F(ReporterHeldTest, SilenceDoesNotCloseWhatThePolicyHasLetIn) {
-    std::promise<void> answer = Stall();
+    std::promise<void> asked, answer;
+    fake_->allow = [&asked, let = answer.get_future().share()](const DeviceInfo&) {
+        asked.set_value();
+        let.wait();
+        return false;
+    };
     Sighting let_in = Usb(1005, {8});
     let_in.vouched = true;
     Judge(kStick, let_in);
-    fake_->TakeAtLeast(1);
+    asked.get_future().wait();
     reporter_->lose_patience(start_ + std::chrono::hours(1));
-    allows_ = false;
     answer.set_value();
     EXPECT_THAT(Switched(), ElementsAre("close 1-2")) << "a refusal does";
     EXPECT_THAT(Notices(), IsEmpty());
