@@ -216,8 +216,10 @@ void SysfsEntry::read_driver(char (&driver)[kSysfsNameSize]) const {
     read_link_name(AT_FDCWD, path, driver);
 }
 
-DirectoryReader::DirectoryReader(const char* path)
-      : fd_(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+DirectoryReader::DirectoryReader(const char* path) : DirectoryReader(AT_FDCWD, path) {}
+
+DirectoryReader::DirectoryReader(int directory, const char* path)
+      : fd_(openat(directory, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
 const dirent64* DirectoryReader::next() {
     if (position_ == filled_) {

@@ -147,6 +147,8 @@ class DirectoryReader {
   public:
     // A directory that cannot be opened has no entries; errno tells why.
     explicit DirectoryReader(const char* path);
+    // The same of a path below an open directory.
+    DirectoryReader(int directory, const char* path);
 
     bool ok() const { return fd_.ok(); }
     int fd() const { return fd_.get(); }

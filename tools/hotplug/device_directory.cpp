@@ -7,12 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <android-base/file.h>
-#include <android-base/parseint.h>
-#include <android-base/strings.h>
+#include <utility>
 
 #include "android/vus/insistently.h"
 #include "android/vus/paths.h"
+#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
@@ -34,30 +33,19 @@ bool write_attribute(const std::string& path, const std::string& text) {
     return fd.ok() && write_all(fd.get(), text);
 }
 
-DeviceDirectory::DeviceDirectory(const Subject& device)
-      : fd_(insistently([&] {
-            return open((std::string(kUsbDevicesDir) + "/" + device.name).c_str(),
+DeviceDirectory::DeviceDirectory(Subject device)
+      : device_(std::move(device)), fd_(insistently([this] {
+            return open((std::string(kUsbDevicesDir) + "/" + device_.name).c_str(),
                         O_PATH | O_DIRECTORY | O_CLOEXEC);
-        })) {
-    if (device.number == 0 || read("busnum") * 1000 + read("devnum") != device.number) {
-        fd_.reset();
-    }
+        })) {}
+
+bool DeviceDirectory::is_there() const {
+    return fd_.ok() && device_.number != 0 && usb_number(fd_.get(), device_.name) == device_.number;
 }
 
 uint64_t DeviceDirectory::inode() const {
     struct stat status = {};
     return fstat(fd_.get(), &status) == 0 ? status.st_ino : 0;
-}
-
-int DeviceDirectory::read(const std::string& name) const {
-    std::string text;
-    insistently([&] {
-        const base::unique_fd fd(openat(fd_.get(), name.c_str(), O_RDONLY | O_CLOEXEC));
-        return fd.ok() && base::ReadFdToString(fd.get(), &text) ? 0 : -1;
-    });
-    int number = -1;
-    (void)base::ParseInt(base::Trim(text), &number);
-    return number;
 }
 
 bool DeviceDirectory::write(const std::string& name, char value) const {

@@ -24,18 +24,19 @@ bool write_attribute(const std::string& path, const std::string& text);
 
 class DeviceDirectory {
   public:
-    // Not ok() if the device has gone, or another one is there.
-    explicit DeviceDirectory(const Subject& device);
+    explicit DeviceDirectory(Subject device);
 
-    bool ok() const { return fd_.ok(); }
+    // Whether the device is still there, and no other one was when the directory was opened. What
+    // was read before is then the device's, and all of it.
+    bool is_there() const;
+    int fd() const { return fd_.get(); }
     // 0 if it cannot be had.
     uint64_t inode() const;
-    // -1 if there is no such number.
-    int read(const std::string& name) const;
     // False, with errno telling why.
     bool write(const std::string& name, char value) const;
 
   private:
+    const Subject device_;
     base::unique_fd fd_;
 };
 

@@ -16,6 +16,7 @@
 
 #include "android/vus/paths.h"
 #include "tools/common/input_sources.h"
+#include "tools/hotplug/device_directory.h"
 #include "tools/hotplug/device_node.h"
 #include "tools/hotplug/names.h"
 #include "tools/hotplug/sysfs_paths.h"
@@ -25,24 +26,20 @@ namespace android::vus::hotplug {
 
 namespace {
 
-int32_t hexadecimal(const std::string& entry, const char* name) {
-    return static_cast<int32_t>(strtol(usb_attribute(entry, name).c_str(), nullptr, 16));
+int32_t hexadecimal(const std::string& text) {
+    return static_cast<int32_t>(strtol(text.c_str(), nullptr, 16));
 }
 
-std::string usb_name(const std::string& entry) {
-    const std::string product = clean_name(usb_attribute(entry, "product"));
-    return product.empty()
-                   ? usb_attribute(entry, "idVendor") + ":" + usb_attribute(entry, "idProduct")
-                   : product;
-}
-
-DeviceInfo usb_identity(const Subject& device) {
+DeviceInfo usb_identity(const DeviceDirectory& directory, int32_t number) {
+    const std::string vendor = read_attribute(directory.fd(), "idVendor");
+    const std::string product = read_attribute(directory.fd(), "idProduct");
     DeviceInfo info;
-    info.deviceName = usb_name(device.name);
-    info.deviceId = device.number;
-    info.deviceClass = hexadecimal(device.name, "bDeviceClass");
-    info.vendorId = hexadecimal(device.name, "idVendor");
-    info.productId = hexadecimal(device.name, "idProduct");
+    info.deviceName = clean_name(read_attribute(directory.fd(), "product"));
+    if (info.deviceName.empty()) info.deviceName = vendor + ":" + product;
+    info.deviceId = number;
+    info.deviceClass = hexadecimal(read_attribute(directory.fd(), "bDeviceClass"));
+    info.vendorId = hexadecimal(vendor);
+    info.productId = hexadecimal(product);
     info.deviceType = kUsbType;
     return info;
 }
@@ -89,10 +86,9 @@ void see_behind(const std::string& input, Sighting* seen) {
 }  // namespace
 
 std::optional<DeviceInfo> read_usb_identity(const Subject& device) {
-    if (device.number == 0 || usb_number(device.name) != device.number) return std::nullopt;
-    DeviceInfo info = usb_identity(device);
-    if (usb_number(device.name) != device.number) return std::nullopt;
-    return info;
+    const DeviceDirectory directory(device);
+    DeviceInfo info = usb_identity(directory, device.number);
+    return directory.is_there() ? std::make_optional(std::move(info)) : std::nullopt;
 }
 
 Sighting read_usb_device(const Subject& device) {
@@ -103,7 +99,13 @@ Sighting read_usb_device(const Subject& device) {
 
 Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
                             const std::set<std::string>& vendor_hid) {
-    const std::vector<UsbInterface> interfaces = read_interfaces(device.name);
+    const DeviceDirectory directory(device);
+    const std::vector<UsbInterface> interfaces = read_interfaces(directory.fd(), device.name);
+    return directory.is_there() ? sighting_of(identity, interfaces, vendor_hid) : Sighting();
+}
+
+Sighting sighting_of(const DeviceInfo& identity, const std::vector<UsbInterface>& interfaces,
+                     const std::set<std::string>& vendor_hid) {
     Sighting seen;
     seen.layout = layout_of(interfaces);
     seen.shape = shape_of(interfaces);
@@ -111,8 +113,6 @@ Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
                             [](const UsbInterface& interface) { return interface.driver.empty(); });
     seen.settled = is_settled(interfaces);
     if (!is_hub(interfaces)) seen.info = usb_info(identity, interfaces, vendor_hid);
-    // What was read may be of two devices.
-    if (device.number == 0 || usb_number(device.name) != device.number) return {};
     return seen;
 }
 

@@ -10,8 +10,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tools/hotplug/subject.h"
+#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
@@ -25,6 +27,10 @@ Sighting read_usb_device(const Subject& device);
 // vendor's own HID, which shows only as long as they have a driver.
 Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
                             const std::set<std::string>& vendor_hid);
+
+// What interfaces that have just been read make of it.
+Sighting sighting_of(const DeviceInfo& identity, const std::vector<UsbInterface>& interfaces,
+                     const std::set<std::string>& vendor_hid);
 
 // What the USB device says of itself, without its interfaces. Nothing if it has gone, or another
 // one is there.

@@ -96,8 +96,7 @@ void SysfsGate::probe(const std::string& entry) {
 
 GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& entry) {
     const std::string file = std::string(kUsbDriversDir) + "/" + driver + "/bind";
-    if (!entry_exists(file)) return Bound::kNoSuchDriver;
-    write_attribute(file, entry);
+    if (!write_attribute(file, entry) && !entry_exists(file)) return Bound::kNoSuchDriver;
     std::string bound;
     base::Readlink(in_usb(entry) + "/driver", &bound);
     return base::Basename(bound) == driver ? Bound::kYes : Bound::kNo;
@@ -110,12 +109,14 @@ std::optional<Identity> SysfsGate::identity(const Subject& device) {
 // The kernel does not use a directory's inode number again.
 uint64_t SysfsGate::incarnation(const Subject& device) {
     const DeviceDirectory directory(device);
-    return directory.ok() ? directory.inode() : 0;
+    return directory.is_there() ? directory.inode() : 0;
 }
 
 std::vector<UsbInterface> SysfsGate::interfaces(const Subject& device) {
-    if (device.number == 0 || usb_number(device.name) != device.number) return {};
-    return read_interfaces(device.name);
+    const DeviceDirectory directory(device);
+    std::vector<UsbInterface> interfaces = read_interfaces(directory.fd(), device.name);
+    if (!directory.is_there()) interfaces.clear();
+    return interfaces;
 }
 
 std::optional<int32_t> SysfsGate::class_of(const std::string& interface) {
@@ -126,7 +127,7 @@ std::optional<int32_t> SysfsGate::class_of(const std::string& interface) {
 
 bool SysfsGate::authorize(const Subject& device, const std::string& interface, bool on) {
     const DeviceDirectory directory(device);
-    return directory.ok() && directory.write(interface + "/authorized", on ? '1' : '0');
+    return directory.is_there() && directory.write(interface + "/authorized", on ? '1' : '0');
 }
 
 void SysfsGate::authorize_root(const std::string& root_hub, const std::string& interface) {

@@ -22,8 +22,8 @@ constexpr char kAuthorized[] = "authorized";
 
 void SysfsSwitches::close_interfaces(const Subject& device) {
     const DeviceDirectory directory(device);
-    const std::vector<UsbInterface> interfaces = read_interfaces(device.name);
-    if (!directory.ok() || is_hub(interfaces)) return;
+    const std::vector<UsbInterface> interfaces = read_interfaces(directory.fd(), device.name);
+    if (!directory.is_there() || is_hub(interfaces)) return;
     for (const UsbInterface& interface : interfaces) {
         if (!interface.authorized) continue;
         const std::string path = interface.name + "/" + kAuthorized;
@@ -34,9 +34,9 @@ void SysfsSwitches::close_interfaces(const Subject& device) {
 // All of them before any driver is looked for: one that serves two needs both.
 void SysfsSwitches::open_interfaces(const Subject& device) {
     const DeviceDirectory directory(device);
-    if (!directory.ok()) return;
+    if (!directory.is_there()) return;
     std::vector<std::string> opened;
-    for (const UsbInterface& interface : read_interfaces(device.name)) {
+    for (const UsbInterface& interface : read_interfaces(directory.fd(), device.name)) {
         if (interface.authorized) continue;
         if (directory.write(interface.name + "/" + kAuthorized, '1')) {
             opened.push_back(interface.name);
@@ -59,7 +59,7 @@ void SysfsSwitches::open_device(const Subject& device) {
 
 void SysfsSwitches::set_device(const Subject& device, char value) {
     const DeviceDirectory directory(device);
-    if (directory.ok() && !directory.write(kAuthorized, value)) {
+    if (directory.is_there() && !directory.write(kAuthorized, value)) {
         complain(device.name + "/" + kAuthorized);
     }
 }

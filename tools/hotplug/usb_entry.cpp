@@ -3,25 +3,29 @@
 #include "tools/hotplug/usb_entry.h"
 
 #include <ctype.h>
-#include <dirent.h>
-#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <string_view>
 
-#include <android-base/file.h>
 #include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 
 #include "android/vus/insistently.h"
 #include "android/vus/paths.h"
+#include "android/vus/sysfs.h"
 #include "tools/hotplug/subject.h"
 
 namespace android::vus::hotplug {
 
 namespace {
+
+// The kernel has a page for it.
+constexpr size_t kMostOfAnAttribute = 4096;
 
 std::string path_of(const std::string& entry) {
     return std::string(kUsbDevicesDir) + "/" + entry;
@@ -31,36 +35,68 @@ int32_t number(const std::string& text, int base) {
     return static_cast<int32_t>(strtol(text.c_str(), nullptr, base));
 }
 
-bool exists(const std::string& path) {
+bool is_device_entry(const std::string& entry) {
+    return !entry.empty() && isdigit(static_cast<unsigned char>(entry[0])) != 0 &&
+           entry.find(':') == std::string::npos;
+}
+
+bool exists(int directory, const std::string& path) {
     struct stat status;
-    return insistently([&] { return stat(path.c_str(), &status); }) == 0;
+    return insistently([&] {
+               return fstatat(directory, path.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+           }) == 0;
 }
 
 // False if the listing failed before its end.
-bool list(const std::string& path, std::vector<std::string>* names) {
+template <typename Wanted>
+bool list(int directory, const char* path, const Wanted& wanted, std::vector<std::string>* names) {
     names->clear();
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
-    if (directory == nullptr) return false;
-    errno = 0;
-    while (const dirent* item = readdir(directory.get())) names->emplace_back(item->d_name);
-    return errno == 0;
+    usb::DirectoryReader listing(directory, path);
+    if (!listing.ok()) return false;
+    while (const dirent64* entry = listing.next()) {
+        if (wanted(std::string_view(entry->d_name))) names->emplace_back(entry->d_name);
+    }
+    return !listing.failed();
 }
 
-std::string driver_of(const std::string& path) {
-    std::string target;
-    const bool is_bound =
-            insistently([&] { return base::Readlink(path + "/driver", &target) ? 0 : -1; }) == 0;
-    return is_bound ? base::Basename(target) : "";
+// In their order.
+template <typename Wanted>
+std::vector<std::string> list(int directory, const char* path, const Wanted& wanted) {
+    std::vector<std::string> names;
+    insistently([&] { return list(directory, path, wanted, &names) ? 0 : -1; });
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
-std::vector<HidDevice> hid_devices_of(const std::string& interface) {
+std::string driver_of(int directory, const std::string& entry) {
+    char target[PATH_MAX];
+    const std::string path = entry + "/driver";
+    const ssize_t length = insistently(
+            [&] { return readlinkat(directory, path.c_str(), target, sizeof(target)); });
+    if (length <= 0) return "";
+    const std::string_view text(target, static_cast<size_t>(length));
+    return std::string(text.substr(text.rfind('/') + 1));
+}
+
+std::vector<HidDevice> hid_devices_of(int directory, const std::string& interface) {
     std::vector<HidDevice> devices;
-    for (const std::string& name : directory_entries(path_of(interface))) {
-        if (!is_hid_name(name)) continue;
-        const std::string path = path_of(interface) + "/" + name;
-        devices.push_back({name, !driver_of(path).empty(), exists(path + "/input")});
+    const auto is_hid = [](std::string_view name) { return is_hid_name(name); };
+    for (const std::string& name : list(directory, interface.c_str(), is_hid)) {
+        const std::string path = interface + "/" + name;
+        devices.push_back(
+                {name, exists(directory, path + "/driver"), exists(directory, path + "/input")});
     }
     return devices;
+}
+
+int32_t number_with(const std::string& device, const std::string& devnum) {
+    const int32_t of_device = number(devnum, 10);
+    return of_device == 0 ? 0 : number(device, 10) * 1000 + of_device;
+}
+
+// The last number of a name such as "1-2.4:1.0".
+int32_t interface_number(const std::string& name) {
+    return number(name.substr(name.rfind('.') + 1), 10);
 }
 
 bool is_vendor_hid(const HidDevice& device) {
@@ -74,20 +110,23 @@ bool has_hid(const UsbInterface& interface, bool (*is_such)(const HidDevice&)) {
 }  // namespace
 
 std::vector<std::string> directory_entries(const std::string& path) {
-    std::vector<std::string> names;
-    insistently([&] { return list(path, &names) ? 0 : -1; });
-    std::sort(names.begin(), names.end());
-    return names;
+    return list(AT_FDCWD, path.c_str(), [](std::string_view) { return true; });
+}
+
+std::string read_attribute(int directory, const std::string& path) {
+    char text[kMostOfAnAttribute];
+    const ssize_t length = insistently([&]() -> ssize_t {
+        const base::unique_fd fd(openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC));
+        return fd.ok() ? TEMP_FAILURE_RETRY(read(fd.get(), text, sizeof(text))) : -1;
+    });
+    return length <= 0 ? "" : base::Trim(std::string(text, static_cast<size_t>(length)));
 }
 
 std::string usb_attribute(const std::string& entry, const char* name) {
-    std::string value;
-    const std::string path = path_of(entry) + "/" + name;
-    insistently([&] { return base::ReadFileToString(path, &value) ? 0 : -1; });
-    return base::Trim(value);
+    return read_attribute(AT_FDCWD, path_of(entry) + "/" + name);
 }
 
-bool is_hid_name(const std::string& name) {
+bool is_hid_name(std::string_view name) {
     constexpr std::string_view kForm = "hhhh:hhhh:hhhh.hhhh";
     const auto has_form = [](char letter, char form) {
         return form == 'h' ? isxdigit(static_cast<unsigned char>(letter)) != 0 : letter == form;
@@ -100,15 +139,24 @@ bool is_hid_name(const std::string& name) {
                        [&](char letter) { return has_form(letter, 'h'); });
 }
 
-std::vector<UsbInterface> read_interfaces(const std::string& device) {
+// What has no driver has made nothing of the interface.
+std::vector<UsbInterface> read_interfaces(int directory, const std::string& device) {
     std::vector<UsbInterface> interfaces;
-    for (const std::string& name : directory_entries(path_of(device))) {
-        if (!base::StartsWith(name, device + ":")) continue;
-        const std::string code = usb_attribute(name, "bInterfaceClass");
+    const std::string prefix = device + ":";
+    const auto is_interface = [&prefix](std::string_view name) {
+        return name.substr(0, prefix.size()) == prefix;
+    };
+    for (const std::string& name : list(directory, ".", is_interface)) {
+        const std::string code = read_attribute(directory, name + "/bInterfaceClass");
         if (code.empty()) continue;  // gone since it was listed
-        interfaces.push_back({name, number(usb_attribute(name, "bInterfaceNumber"), 16),
-                              number(code, 16), driver_of(path_of(name)),
-                              usb_attribute(name, "authorized") != "0", hid_devices_of(name)});
+        UsbInterface interface = {name,
+                                  interface_number(name),
+                                  number(code, 16),
+                                  driver_of(directory, name),
+                                  read_attribute(directory, name + "/authorized") != "0",
+                                  {}};
+        if (!interface.driver.empty()) interface.hid_devices = hid_devices_of(directory, name);
+        interfaces.push_back(std::move(interface));
     }
     std::sort(interfaces.begin(), interfaces.end(),
               [](const UsbInterface& one, const UsbInterface& other) {
@@ -122,8 +170,12 @@ void wait_until_configured(const std::string& device) {
 }
 
 int32_t usb_number(const std::string& device) {
-    const int32_t of_device = number(usb_attribute(device, "devnum"), 10);
-    return of_device == 0 ? 0 : number(usb_attribute(device, "busnum"), 10) * 1000 + of_device;
+    if (!is_device_entry(device)) return 0;
+    return number_with(device, usb_attribute(device, "devnum"));
+}
+
+int32_t usb_number(int directory, const std::string& device) {
+    return number_with(device, read_attribute(directory, "devnum"));
 }
 
 int32_t reported_class(const UsbInterface& interface) {

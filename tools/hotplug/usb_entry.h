@@ -11,6 +11,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace android::vus::hotplug {
@@ -37,25 +38,30 @@ struct UsbInterface {
 
 // Whether a directory's name is that of a HID device; the kernel's links to suppliers and consumers
 // have colons, too.
-bool is_hid_name(const std::string& name);
+bool is_hid_name(std::string_view name);
 
-// An attribute of a device's or an interface's entry, without its line end. Empty if there is none:
-// no attribute that is there is empty.
+// What a file of sysfs says, without its line end: the kernel says all of it at once. Empty if
+// there is none: no attribute that is there is empty. `path` may be one below `directory`.
+std::string read_attribute(int directory, const std::string& path);
+// The same of a device's or an interface's entry.
 std::string usb_attribute(const std::string& entry, const char* name);
 
 // The names in a directory, in their order; none if there is no such directory.
 std::vector<std::string> directory_entries(const std::string& path);
 
-// In the order of their numbers; sysfs lists them in none. `device` is a name such as "1-2.4".
-std::vector<UsbInterface> read_interfaces(const std::string& device);
+// In the order of their numbers; sysfs lists them in none. `device` is a name such as "1-2.4",
+// whose directory is open: what is read is that device's, whichever has the name by now.
+std::vector<UsbInterface> read_interfaces(int directory, const std::string& device);
 
 // The kernel answers the attribute that is read here only when it is done with configuring the
 // device and binding its interfaces; one that stalls that would otherwise be read with half of
 // them.
 void wait_until_configured(const std::string& device);
 
-// The device's number as the daemon knows it, bus number * 1000 + device number; 0 if it has gone.
+// The device's number as the daemon knows it, bus number * 1000 + device number; 0 if it has gone,
+// and of whatever is no device that can be plugged in. Its name begins with the bus number.
 int32_t usb_number(const std::string& device);
+int32_t usb_number(int directory, const std::string& device);
 
 // The class that is reported: what the interface claims, unless that is HID and another driver than
 // HID's serves it. It is its vendor's own then, whatever it says.

@@ -176,6 +176,17 @@ TEST_F(DeviceReaderTest, ShapeTellsDriversApart) {
     EXPECT_NE(shape(), with_hid);
 }
 
+TEST_F(DeviceReaderTest, NumberIsOfDevicesAlone) {
+    AddDevice("2-1", 0);
+    AddInterface("2-1", 0, 8);
+    WriteFile(UsbPath("2-1:1.0", "devnum"), "9\n");
+    WriteFile(UsbPath("usb2", "devnum"), "1\n");
+    EXPECT_EQ(usb_number("2-1"), 2017);
+    for (const char* other : {"2-1:1.0", "usb2", "input5", "0003:046D:C31C.0001", "2-2", ""}) {
+        EXPECT_EQ(usb_number(other), 0) << other;
+    }
+}
+
 TEST_F(DeviceReaderTest, DeviceThatHasBecomeAnotherIsNothing) {
     AddDevice("2-1", 0);
     EXPECT_TRUE(read_usb_device({"2-1", 2017}).info);
