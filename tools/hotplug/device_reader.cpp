@@ -111,6 +111,8 @@ Sighting sighting_of(const DeviceInfo& identity, const std::vector<UsbInterface>
     seen.shape = shape_of(interfaces);
     seen.bare = std::all_of(interfaces.begin(), interfaces.end(),
                             [](const UsbInterface& interface) { return interface.driver.empty(); });
+    seen.off = std::none_of(interfaces.begin(), interfaces.end(),
+                            [](const UsbInterface& interface) { return interface.authorized; });
     seen.settled = is_settled(interfaces);
     if (!is_hub(interfaces)) seen.info = usb_info(identity, interfaces, vendor_hid);
     return seen;

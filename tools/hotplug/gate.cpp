@@ -163,10 +163,14 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     const MutexLock lock(state->mutex);
     recognise(device, state.get());
     configure(device.name);
-    const std::vector<UsbInterface> interfaces = system_->interfaces(device);
+    std::vector<UsbInterface> interfaces = system_->interfaces(device);
     note_layout(interfaces, state.get());
-    if (claims_to_be_a_hub(interfaces) && bind_hub(device, interfaces)) return {};
-    return anybody_there ? let_in(device, state.get()) : Admission();
+    if (claims_to_be_a_hub(interfaces)) {
+        if (bind_hub(device, interfaces)) return {};
+        interfaces = system_->interfaces(device);
+    }
+    if (!anybody_there) return {};
+    return let_in(device, state.get(), std::move(interfaces));
 }
 
 bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces) {
@@ -195,7 +199,7 @@ void Gate::open_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     recognise(device, state.get());
-    let_in(device, state.get());
+    let_in(device, state.get(), system_->interfaces(device));
 }
 
 bool Gate::unbind_hid(const std::string& hid_device) {

@@ -71,7 +71,8 @@ struct Admission {
     bool held = false;             // the USB device is not let in
     std::set<std::string> vendor;  // HID interfaces that are their vendor's own, let in or not
     std::vector<HeldInput> inputs;
-    std::vector<Subject> released;  // inputs that are held no more
+    std::vector<Subject> released;         // inputs that are held no more
+    std::vector<UsbInterface> interfaces;  // as the gate has left them
 };
 
 class Gate : public Switches {
@@ -147,6 +148,7 @@ class Gate : public Switches {
         bool wanted = false;
         bool refused = false;         // by itself, and for sure
         int32_t refused_sources = 0;  // of an input device, for which it is not
+        bool is_as_seen = true;       // nothing was done that may have made it something else
     };
 
     SharedState state_of(const Subject& device);
@@ -155,9 +157,12 @@ class Gate : public Switches {
     // Drops what is known if the device is another one, of which nobody was told that it came.
     void recognise(const Subject& device, State* state) REQUIRES(state->mutex);
     static void drop_answers(State* state) REQUIRES(state->mutex);
-    Admission let_in(const Subject& device, State* state) REQUIRES(state->mutex);
+    // `interfaces` are those that the device has now.
+    Admission let_in(const Subject& device, State* state, std::vector<UsbInterface> interfaces)
+            REQUIRES(state->mutex);
     bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
-    std::vector<Part> parts_of(const Subject& device, State* state) REQUIRES(state->mutex);
+    std::vector<Part> parts_of(const Subject& device, State* state,
+                               std::vector<UsbInterface> interfaces) REQUIRES(state->mutex);
     static void note_layout(const std::vector<UsbInterface>& interfaces, State* state)
             REQUIRES(state->mutex);
     bool are_still(const std::vector<Part>& parts);
@@ -168,11 +173,12 @@ class Gate : public Switches {
     static void drop_natures(State* state) REQUIRES(state->mutex);
     bool judge_parts(const Identity& identity, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
-    bool is_question(const Subject& device, const std::vector<Part>& parts);
+    static bool is_question(const std::vector<Part>& parts,
+                            const std::vector<UsbInterface>& interfaces);
     void judge_input(const Identity& identity, State* state, Part* part) REQUIRES(state->mutex);
     // False if the parts are other ones by now: somebody has changed them, or an input device was
     // refused by HID's driver.
-    bool bind_parts(const Subject& device, State* state, const std::vector<Part>& parts)
+    bool bind_parts(const Subject& device, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
     bool bind_part(const Part& part, State* state) REQUIRES(state->mutex);
     void probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)

@@ -29,7 +29,7 @@ bool is_source_of_input(const HidNature& nature) {
 
 }  // namespace
 
-Admission Gate::let_in(const Subject& device, State* state) {
+Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInterface> interfaces) {
     Admission admission;
     // Once: a device that is stuck in its driver would keep who asks it again.
     if (!state->identity) state->identity = system_->identity(device);
@@ -41,18 +41,22 @@ Admission Gate::let_in(const Subject& device, State* state) {
         for (const auto& [interface, failures] : state->failures) state->natures.erase(interface);
         state->failures.clear();
     }
-    if (!system_->has_driver(device.name) && !judge_whole(device, state)) admission.held = true;
-    if (admission.held) {
-        admission.identity = identity;
-        admission.is_question = true;
-        return admission;
+    admission.identity = identity;
+    // What has interfaces is configured.
+    if (interfaces.empty() && !system_->has_driver(device.name)) {
+        if (!judge_whole(device, state)) {
+            admission.held = admission.is_question = true;
+            return admission;
+        }
+        interfaces = system_->interfaces(device);
     }
     std::vector<Part> parts;
     bool is_in = false;
     for (int tries = 0; tries < kMostTries && !is_in; ++tries) {
-        parts = parts_of(device, state);
+        if (tries > 0) interfaces = system_->interfaces(device);
+        parts = parts_of(device, state, interfaces);
         admission.held = !judge_parts(identity, state, &parts);
-        is_in = bind_parts(device, state, parts);
+        is_in = bind_parts(device, state, &parts);
     }
     if (!is_in) {
         notice_("held " + device.name + ": it does not stay what it is");
@@ -63,8 +67,10 @@ Admission Gate::let_in(const Subject& device, State* state) {
     for (const Part& part : parts) {
         if (part.kind == Kind::kVendorHid) admission.vendor.insert(part.interface.name);
     }
-    admission.identity = identity;
-    admission.is_question = is_question(device, parts);
+    const bool are_as_seen = is_in && std::all_of(parts.begin(), parts.end(),
+                                                  [](const Part& part) { return part.is_as_seen; });
+    admission.interfaces = are_as_seen ? std::move(interfaces) : system_->interfaces(device);
+    admission.is_question = is_question(parts, admission.interfaces);
     hold_inputs(device, identity, parts, &admission);
     return admission;
 }
@@ -80,10 +86,10 @@ bool Gate::judge_whole(const Subject& device, State* state) {
 
 // A device without interfaces is one as well: it may have had others. So is what was to be an input
 // device and has become none.
-bool Gate::is_question(const Subject& device, const std::vector<Part>& parts) {
+bool Gate::is_question(const std::vector<Part>& parts,
+                       const std::vector<UsbInterface>& interfaces) {
     const auto is_usb = [](const Part& part) { return part.kind != Kind::kInput; };
     if (parts.empty() || std::any_of(parts.begin(), parts.end(), is_usb)) return true;
-    const std::vector<UsbInterface> interfaces = system_->interfaces(device);
     return std::any_of(interfaces.begin(), interfaces.end(), [](const UsbInterface& interface) {
         const std::vector<HidDevice>& hid_devices = interface.hid_devices;
         return std::any_of(hid_devices.begin(), hid_devices.end(), [](const HidDevice& one) {
@@ -92,13 +98,16 @@ bool Gate::is_question(const Subject& device, const std::vector<Part>& parts) {
     });
 }
 
-std::vector<Gate::Part> Gate::parts_of(const Subject& device, State* state) {
+std::vector<Gate::Part> Gate::parts_of(const Subject& device, State* state,
+                                       std::vector<UsbInterface> interfaces) {
     std::vector<Part> parts;
-    std::vector<UsbInterface> interfaces = system_->interfaces(device);
     note_layout(interfaces, state);
     for (UsbInterface& interface : interfaces) {
         const Kind kind = kind_of(device, &interface, state);
+        // HID is asked, and has HID devices that are let in as well.
+        const bool is_as_seen = interface.class_code != kHidClass;
         parts.push_back({std::move(interface), kind});
+        parts.back().is_as_seen = is_as_seen;
     }
     return parts;
 }
@@ -208,17 +217,24 @@ bool Gate::are_still(const std::vector<Part>& parts) {
 
 // All of them are on before the first has its driver: one that serves two needs both. What a node's
 // holder makes of the device meanwhile is another question.
-bool Gate::bind_parts(const Subject& device, State* state, const std::vector<Part>& parts) {
-    if (!are_still(parts)) return false;
-    for (const Part& part : parts) {
-        if (part.wanted && !part.interface.authorized) {
-            system_->authorize(device, part.interface.name, true);
-        }
+bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* parts) {
+    const auto is_to_be_bound = [](const Part& part) {
+        return part.wanted && part.interface.driver.empty();
+    };
+    if (std::any_of(parts->begin(), parts->end(), is_to_be_bound) && !are_still(*parts)) {
+        return false;
     }
-    for (const Part& part : parts) {
-        if (part.wanted && !bind_part(part, state)) return false;
+    for (Part& part : *parts) {
+        if (!part.wanted || part.interface.authorized) continue;
+        part.is_as_seen = false;
+        system_->authorize(device, part.interface.name, true);
     }
-    probe_hid_devices_of(device, state, parts);
+    for (Part& part : *parts) {
+        if (!is_to_be_bound(part)) continue;
+        part.is_as_seen = false;
+        if (!bind_part(part, state)) return false;
+    }
+    probe_hid_devices_of(device, state, *parts);
     return true;
 }
 
@@ -237,15 +253,15 @@ bool Gate::bind_part(const Part& part, State* state) {
 // Not those of one that told HID's driver what it did not tell the gate.
 void Gate::probe_hid_devices_of(const Subject& device, State* state,
                                 const std::vector<Part>& parts) {
+    std::set<std::string> known;
+    for (const Part& part : parts) {
+        const auto nature = state->natures.find(part.interface.name);
+        const bool has_told = nature != state->natures.end() && nature->second;
+        if (part.wanted && has_told) known.insert(part.interface.name);
+    }
+    if (known.empty()) return;
     for (const UsbInterface& interface : system_->interfaces(device)) {
-        const auto part = std::find_if(parts.begin(), parts.end(), [&](const Part& one) {
-            return one.interface.name == interface.name;
-        });
-        const auto nature = state->natures.find(interface.name);
-        if (part == parts.end() || !part->wanted || nature == state->natures.end() ||
-            !nature->second) {
-            continue;
-        }
+        if (known.count(interface.name) == 0) continue;
         for (const HidDevice& hid_device : interface.hid_devices) {
             if (hid_device.has_driver || is_refused(hid_device.name)) continue;
             system_->probe_hid(hid_device.name);
@@ -261,6 +277,7 @@ void Gate::shut_parts(const Subject& device, std::vector<Part>* parts) {
         system_->authorize(device, interface.name, false);
         interface.driver.clear();
         interface.hid_devices.clear();
+        part.is_as_seen = false;
     }
 }
 

@@ -44,7 +44,11 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
     const auto look = [&] {
         // Nothing to be told, and nothing to be kept of what it was before.
         if (!admission.is_question) return Sighting();
-        Sighting seen = look_at_usb_device(device, *admission.identity, admission.vendor);
+        // None may mean that it has gone.
+        Sighting seen =
+                admission.interfaces.empty()
+                        ? look_at_usb_device(device, *admission.identity, admission.vendor)
+                        : sighting_of(*admission.identity, admission.interfaces, admission.vendor);
         // One that was bound before the gate came has its drivers, allowed or not: the reporter has
         // to take them.
         seen.held = admission.held && seen.bare;

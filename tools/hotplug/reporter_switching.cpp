@@ -119,7 +119,9 @@ void Reporter::make_so(const Subject& device) {
     const bool is_ours = wanted == Hold::kSilence ||
                          (wanted == Hold::kRefusal && !device.is_usb() && !before.seen.held);
     if (manner_.closings != nullptr && is_ours) manner_.closings->add(device);
-    switch_as(before, wanted);
+    // What a gate has just seen to be off need not be looked at again.
+    const bool is_so = wanted == before.done && before.seen.held && before.seen.off;
+    if (!is_so) switch_as(before, wanted);
     if (manner_.closings != nullptr && !is_ours) manner_.closings->remove(device);
 }
 

@@ -49,6 +49,7 @@ struct Sighting {
     std::string layout;   // which interfaces it has, to be compared
     std::string shape;    // and what became of them
     bool bare = false;    // none of them has a driver
+    bool off = false;     // nor gets one: each is switched off
     bool settled = true;  // false: what it is cannot be told yet
 
     // It has no driver, and gets none but by a "yes" (see gate.h).

@@ -176,6 +176,20 @@ TEST_F(DeviceReaderTest, ShapeTellsDriversApart) {
     EXPECT_NE(shape(), with_hid);
 }
 
+TEST_F(DeviceReaderTest, DeviceIsOffIfAllOfItIs) {
+    AddDevice("2-1", 0);
+    AddInterface("2-1", 0, 8);
+    AddInterface("2-1", 1, 8);
+    const auto is_off = [] { return read_usb_device({"2-1", 2017}).off; };
+    WriteFile(UsbPath("2-1:1.0", "authorized"), "0\n");
+    WriteFile(UsbPath("2-1:1.1", "authorized"), "1\n");
+    EXPECT_FALSE(is_off());
+    WriteFile(UsbPath("2-1:1.1", "authorized"), "0\n");
+    EXPECT_TRUE(is_off());
+    RemoveFile(UsbPath("2-1:1.1", "authorized"));
+    EXPECT_FALSE(is_off()) << "the kernel cannot switch it";
+}
+
 TEST_F(DeviceReaderTest, NumberIsOfDevicesAlone) {
     AddDevice("2-1", 0);
     AddInterface("2-1", 0, 8);

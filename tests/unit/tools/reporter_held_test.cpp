@@ -38,6 +38,19 @@ TEST_F(ReporterHeldTest, RefusedDeviceIsSeenToAndStaysHeld) {
     EXPECT_THAT(Notices(), IsEmpty());
 }
 
+TEST_F(ReporterHeldTest, WhatWasJustSeenToBeOffIsNotLookedAtAgain) {
+    allows_ = false;
+    Sighting stick = Held(Usb(1005, {8}));
+    stick.off = true;
+    Judge(kStick, stick);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1005"));
+    EXPECT_THAT(Switched(), IsEmpty());
+    // Somebody has switched one on.
+    stick.off = false;
+    Judge(kStick, stick);
+    EXPECT_THAT(Switched(), ElementsAre("close 1-2"));
+}
+
 TEST_F(ReporterHeldTest, AllowedDeviceIsLetInAndReportedAsWhatItBecame) {
     Judge(kStick, Held(Usb(1005, {8})));
     EXPECT_THAT(Switched(), ElementsAre("open 1-2"));
