@@ -78,15 +78,18 @@ EventFile::~EventFile() {
 }
 
 void EventFile::add(std::string line) {
+    bool has_room = false;
     {
         const MutexLock lock(mutex_);
-        if (lines_.size() < kMostLines) {
+        has_room = lines_.size() < kMostLines;
+        if (has_room) {
             lines_.push_back(std::move(line));
-            changed_.notify_all();
+        } else if (overflowed_++ != 0) {
             return;
         }
-        if (overflowed_++ != 0) return;
     }
+    // With the mutex free: who is told wants it.
+    if (has_room) return changed_.notify_all();
     notice_("lines are lost, " + path_ + " takes no more");
 }
 

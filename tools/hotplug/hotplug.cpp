@@ -97,8 +97,8 @@ bool Hotplug::run(int stop_fd) {
         if (sources[3].revents != 0) eventfd_read(wake_.get(), &wakes);
         tracker_.judge_overdue(Tracker::Clock::now());
         reporter_.lose_patience(Reporter::Clock::now());
-        follow_service();
-        follow_policy(Tracker::Clock::now());
+        follow_service(/*may_have_ended=*/sources[1].revents != 0);
+        follow_policy(/*may_be_new=*/sources[4].revents != 0, Tracker::Clock::now());
     }
 }
 
@@ -190,8 +190,8 @@ void Hotplug::handle_events() {
     if (lost) report_present(Ask::kIfChanged);
 }
 
-void Hotplug::follow_service() {
-    if (death_notice_->taken()) {
+void Hotplug::follow_service(bool may_have_ended) {
+    if (may_have_ended && death_notice_->taken()) {
         service_ = nullptr;
         reporter_.set_service(nullptr);
     }
@@ -201,8 +201,8 @@ void Hotplug::follow_service() {
 
 // From now on everything that comes is asked about under the new policy. What does not come anew,
 // because no board has reset its controller, is asked about when that is over.
-void Hotplug::follow_policy(Tracker::Clock::time_point now) {
-    if (policy_watch_.taken() && service_ != nullptr) {
+void Hotplug::follow_policy(bool may_be_new, Tracker::Clock::time_point now) {
+    if (may_be_new && policy_watch_.taken() && service_ != nullptr) {
         reporter_.policy_changed();
         if (gate_ != nullptr) gate_->policy_changed();
         ask_again_at_ = now + (board_resets_controllers() ? kResetTime : kRewriteTime);

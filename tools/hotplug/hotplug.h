@@ -62,8 +62,8 @@ class Hotplug {
     int timeout_ms() const;
     void handle_events();
     void handle_event(Event* event);
-    void follow_service();
-    void follow_policy(Tracker::Clock::time_point now);
+    void follow_service(bool may_have_ended);
+    void follow_policy(bool may_be_new, Tracker::Clock::time_point now);
 
     const std::function<FoundService()> find_;
     UeventSocket events_;

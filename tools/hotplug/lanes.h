@@ -6,7 +6,9 @@
 // each device has a lane of its own, and while that holds something a thread. Whoever makes others
 // wait, and comes again and again, gets no more of this process for it: of what waits in a lane,
 // that goes which later jobs make needless, and there are only so many threads. What comes beyond
-// waits for one. So it does if the system starts no thread now; see retry().
+// waits for one. So it does if the system starts no thread now; see retry(). A thread that has
+// nothing left stays for the next job, because to start one costs more than most jobs; of several
+// one stays.
 //
 // The object owns the threads and waits for them when it is destroyed. Thread-safe; jobs may add
 // jobs.
@@ -18,6 +20,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "android/vus/mutex.h"
@@ -42,7 +45,7 @@ class Lanes {
     static constexpr size_t kMostThreads = 256;  // for switching, and for everything else
 
     explicit Lanes(size_t most_threads = kMostThreads, StartThread start_thread = nullptr);
-    ~Lanes() { drain(); }
+    ~Lanes();
     Lanes(const Lanes&) = delete;
     Lanes& operator=(const Lanes&) = delete;
 
@@ -69,23 +72,32 @@ class Lanes {
     };
     struct Pool {
         size_t count = 0;               // of the threads
-        std::deque<std::string> lanes;  // that wait for one
+        size_t idle = 0;                // those that have stayed, and that nothing was given to
+        std::deque<std::string> given;  // lanes, to those that have stayed
+        std::deque<std::string> lanes;  // that wait for a thread
     };
 
     static size_t pool_of(Job job) { return job == Job::kSwitching ? 1 : 0; }
     static std::deque<Waiting> take_needless(Job job, std::deque<Waiting>* waiting);
-    void start_threads(size_t pool) REQUIRES(mutex_);
+    void find_threads(size_t pool) REQUIRES(mutex_);
+    bool find_thread(size_t pool, const std::string& lane) REQUIRES(mutex_);
+    std::optional<std::string> stay(size_t pool) REQUIRES(mutex_);
     static void begin_next(Lane* lane);
     void work_on_lanes(size_t pool, const std::string& first_lane);
     void work_on(const std::string& name) REQUIRES(mutex_);
     bool wants_threads() const REQUIRES(mutex_);
+    bool is_busy() const REQUIRES(mutex_);
 
     const size_t most_threads_;
     const StartThread start_thread_;
     mutable Mutex mutex_;
     std::condition_variable_any idle_;
+    // A lane is given to one that has stayed. Told with the mutex free, because who is told wants
+    // it.
+    std::array<std::condition_variable, 2> given_;
     std::map<std::string, Lane> lanes_ GUARDED_BY(mutex_);  // none of them is empty and idle
     std::array<Pool, 2> pools_ GUARDED_BY(mutex_);
+    bool ending_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace android::vus::hotplug

@@ -21,6 +21,9 @@ namespace {
 using Job = Lanes::Job;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr std::chrono::seconds kDeadline(10);
 
 class LanesTest : public testing::Test {
   protected:
@@ -121,6 +124,36 @@ TEST_F(LanesTest, ThreadThatCannotBeStartedIsTriedAgain) {
     lanes.retry();
     EXPECT_FALSE(lanes.wants_retry());
     EXPECT_THAT(Done(&lanes), ElementsAre("first", "second"));
+}
+
+TEST_F(LanesTest, ThreadStaysForTheNextJobAndOfSeveralOneStays) {
+    std::atomic<int> started{0};
+    struct Ended {
+        std::promise<void> first;
+        std::atomic<bool> is_told{false};
+    };
+    const auto ended = std::make_shared<Ended>();
+    Lanes lanes(Lanes::kMostThreads, [&started, ended](Lanes::Work work) {
+        ++started;
+        std::thread([ended, work = std::move(work)] {
+            work();
+            if (!ended->is_told.exchange(true)) ended->first.set_value();
+        }).detach();
+    });
+    for (const char* lane : {"1", "2", "3"}) {
+        Add(&lanes, lane, "job");
+        lanes.drain();
+    }
+    EXPECT_EQ(started, 1);
+    // It has the first, so that no device waits for another.
+    Block(&lanes, "1");
+    std::promise<void> begun;
+    lanes.add("2", [&begun] { begun.set_value(); });
+    EXPECT_EQ(begun.get_future().wait_for(kDeadline), std::future_status::ready);
+    EXPECT_EQ(started, 2);
+    // The second stays, and the first has nothing left to stay for; or the other way round.
+    EXPECT_THAT(Done(&lanes), SizeIs(3));
+    EXPECT_EQ(ended->first.get_future().wait_for(kDeadline), std::future_status::ready);
 }
 
 TEST_F(LanesTest, WhatHasNotBegunIsTakenBack) {
