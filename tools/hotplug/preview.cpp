@@ -2,6 +2,8 @@
 
 #include "tools/hotplug/preview.h"
 
+#include <sys/stat.h>
+
 #include <utility>
 
 #include "android/vus/class_names.h"
@@ -10,12 +12,28 @@
 
 namespace android::vus::hotplug {
 
-PolicyPreview::PolicyPreview() : policy_(kPolicyFile), backup_(kPolicyBackupFile) {}
+namespace {
+
+// More than two changes of the same time may be apart, on any file system.
+constexpr time_t kTellingSeconds = 3;
+
+template <typename Stamp>
+bool are_same(const Stamp& one, const Stamp& other) {
+    return one.device == other.device && one.number == other.number && one.size == other.size &&
+           one.changed.tv_sec == other.changed.tv_sec &&
+           one.changed.tv_nsec == other.changed.tv_nsec;
+}
+
+}  // namespace
+
+PolicyPreview::PolicyPreview(Clock clock)
+      : clock_(std::move(clock)), policy_(kPolicyFile), backup_(kPolicyBackupFile) {}
 
 Foreseen PolicyPreview::of(const Claim& claim) {
     const MutexLock lock(mutex_);
-    const Policy* const policy = policy_.read();
-    const Policy* const backup = backup_.read();
+    const time_t now = clock_();
+    const Policy* const policy = policy_.read(now);
+    const Policy* const backup = backup_.read(now);
     if (policy == nullptr || backup == nullptr) return Foreseen::kUnknown;
     const bool allowed = judge(claim, PolicyRules(*policy)).allowed;
     if (judge(claim, PolicyRules(*backup)).allowed != allowed) return Foreseen::kUnknown;
@@ -41,15 +59,25 @@ bool PolicyPreview::admits_by_class(const Claim& claim) {
 bool PolicyPreview::either(const std::function<bool(const PolicyRules&)>& is_such) {
     const MutexLock lock(mutex_);
     for (File* file : {&policy_, &backup_}) {
-        const Policy* const policy = file->read();
+        const Policy* const policy = file->read(clock_());
         if (policy != nullptr && is_such(PolicyRules(*policy))) return true;
     }
     return false;
 }
 
-const Policy* PolicyPreview::File::read() {
+std::optional<PolicyPreview::File::Stamp> PolicyPreview::File::stamp() const {
+    struct stat file = {};
+    if (stat(path_, &file) != 0 || !S_ISREG(file.st_mode)) return std::nullopt;
+    return Stamp{file.st_dev, file.st_ino, file.st_size, file.st_ctim};
+}
+
+const Policy* PolicyPreview::File::read(time_t now) {
+    const std::optional<Stamp> found = stamp();
+    if (found && stamp_ && are_same(*found, *stamp_)) return std::get_if<Policy>(&parsed_);
+    stamp_.reset();
     PolicyText read = read_policy_text(path_);
     if (!read.ok()) return nullptr;
+    if (found && found->changed.tv_sec + kTellingSeconds < now) stamp_ = found;
     if (read.bytes != text_) {
         parsed_ = parsePolicy(read.bytes);
         text_ = std::move(read.bytes);

@@ -8,13 +8,17 @@
 // put in force. Only where the two agree is anything foreseen. A policy that is being rewritten,
 // that is malformed, or of which nothing is known leaves the question to the daemon.
 //
-// Thread-safe. What was parsed is kept for as long as the files say the same.
+// Thread-safe. What was parsed is kept for as long as the files say the same; and they are read
+// anew only if they may say something else.
 
 #pragma once
 
 #include <stdint.h>
+#include <sys/types.h>
+#include <time.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <variant>
 
@@ -37,6 +41,11 @@ class Preview {
 
 class PolicyPreview : public Preview {
   public:
+    // What time it is, in the seconds of files' times.
+    using Clock = std::function<time_t()>;
+
+    explicit PolicyPreview(Clock clock = [] { return time(nullptr); });
+
     Foreseen of(const Claim& claim) override;
     bool admits_by_class(const Claim& claim) override;
     // Whether any of the two that is a policy refuses it.
@@ -47,10 +56,20 @@ class PolicyPreview : public Preview {
       public:
         explicit File(const char* path) : path_(path) {}
         // Null if there is no policy in it.
-        const Policy* read();
+        const Policy* read(time_t now);
 
       private:
+        // Which file it is, and when it was changed.
+        struct Stamp {
+            dev_t device;
+            ino_t number;
+            off_t size;
+            timespec changed;
+        };
+        std::optional<Stamp> stamp() const;
+
         const char* const path_;
+        std::optional<Stamp> stamp_;  // of what was read, if a later change would show in it
         std::string text_;
         std::variant<Policy, PolicyFailure> parsed_ = PolicyFailure();
     };
@@ -58,12 +77,10 @@ class PolicyPreview : public Preview {
     // Whether any of the two that is a policy is such a one.
     bool either(const std::function<bool(const PolicyRules& rules)>& is_such);
 
+    const Clock clock_;
     Mutex mutex_;
     File policy_ GUARDED_BY(mutex_);
     File backup_ GUARDED_BY(mutex_);
-
-  public:
-    PolicyPreview();
 };
 
 // The same of an input device of which no more is known than who made it: foreseen only if it does

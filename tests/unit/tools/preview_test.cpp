@@ -3,8 +3,11 @@
 #include "tools/hotplug/preview.h"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <time.h>
 
 #include "android/vus/paths.h"
+#include "tests/support/faulty_call.h"
 #include "tests/support/world.h"
 
 namespace android::vus::hotplug {
@@ -50,6 +53,42 @@ TEST_F(PreviewTest, NothingIsForeseenOfWhatARewriteChanges) {
     EXPECT_EQ(preview_.of({0, {14}, 0, 0}), Foreseen::kRefused) << "by either";
     Set(PolicyOf(kListsStorage), PolicyOf(kListsStorage));
     EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed);
+}
+
+// By their stamps a rewrite of the same length would not be told from what was read, if it comes in
+// the same moment.
+TEST_F(PreviewTest, RewriteOfTheSameLengthIsSeenWheneverItComes) {
+    const std::string refuses = PolicyOf("<vid vendorid=\"2385\"/>", "blacklist");  // 0x0951
+    const std::string allows = PolicyOf("<vid vendorid=\"2386\"/>", "blacklist");
+    ASSERT_EQ(refuses.size(), allows.size());
+    for (int round = 0; round < 100; ++round) {
+        Set(refuses, refuses);
+        EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kRefused) << round;
+        Set(allows, allows);
+        EXPECT_EQ(preview_.of(kFlashDrive), Foreseen::kAllowed) << round;
+    }
+}
+
+TEST_F(PreviewTest, OldPolicyIsReadOnceAndItsSuccessorAtOnce) {
+    PolicyPreview later([] { return time(nullptr) + 60; });
+    Set(PolicyOf(kListsStorage), PolicyOf(kListsStorage));
+    const auto opened_files = [&later] {
+        int opened = 0;
+        FaultyCall::run(
+                /*n=*/0, /*error=*/0, [&later] { later.of(kFlashDrive); },
+                [&opened](int call, const unsigned long long*) {
+                    opened += call == SYS_openat ? 1 : 0;
+                    return false;
+                });
+        return opened;
+    };
+    EXPECT_EQ(opened_files(), 2);
+    EXPECT_EQ(opened_files(), 0);
+    EXPECT_EQ(later.of(kFlashDrive), Foreseen::kAllowed);
+    Set(PolicyOf(kListsKeyboards), PolicyOf(kListsKeyboards));
+    EXPECT_EQ(later.of(kFlashDrive), Foreseen::kRefused);
+    RemoveFile(kPolicyFile);
+    EXPECT_EQ(later.of(kFlashDrive), Foreseen::kUnknown);
 }
 
 TEST_F(PreviewTest, ClassesAdmitOrTheVendorDoes) {
