@@ -14,6 +14,7 @@
 #include <binder/ProcessState.h>
 
 #ifndef __ANDROID__
+#include "platform/footprint.h"
 #include "platform/unblocked_output.h"
 #endif
 #include "tools/common/interrupts.h"
@@ -103,6 +104,12 @@ int open_the_door() {
     return 0;
 }
 
+void give_back_what_the_start_needed() {
+#ifndef __ANDROID__
+    android::vus::platform::releaseCodeOfStart();
+#endif
+}
+
 int run(const Options& options) {
     std::string why_not;
     if (!android::vus::has_binder(&why_not)) return fail(why_not);
@@ -130,6 +137,7 @@ int run(const Options& options) {
     Hotplug hotplug(android::vus::find_service, used, manner, options.gate ? &gate : nullptr,
                     metering.meter());
     if (options.once) return run_once(&hotplug, &metering);
+    give_back_what_the_start_needed();
     if (!hotplug.run(end.get())) {
         return fail(std::string("the kernel's events cannot be heard: ") + strerror(errno));
     }
@@ -146,10 +154,17 @@ void expect_no_reader() {
 #endif
 }
 
+void take_little_memory() {
+#ifndef __ANDROID__
+    android::vus::platform::shareOneHeap();
+#endif
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     expect_no_reader();
+    take_little_memory();
     const Options options =
             android::vus::hotplug::parse_options(std::vector<std::string>(argv + 1, argv + argc));
     if (!options.error.empty()) {
