@@ -26,7 +26,9 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
+sys.path.insert(0, str(Path(__file__).resolve().parent))
 
+from moments import Moments  # noqa: E402
 from vdev import CATALOG, NO_GATE, NotInTime, Probe, ready_machine, machine as vdev_machine  # noqa: E402
 from vdev.catalog import RedirDevice  # noqa: E402
 from vdev.usbredir import INTERRUPT_IN, VENDOR_PAGE, Description, Interface  # noqa: E402
@@ -43,7 +45,6 @@ ALL_SOURCES = 0x1737700
 # Longer than the daemon waits for a client.
 STOPPED_SECONDS = 10
 GIVEN_UP_SECONDS = 180
-TRACING = "/sys/kernel/tracing"
 PROBES = ("p:new usb_new_device", "p:off usb_deauthorize_interface")
 
 
@@ -159,28 +160,10 @@ def time_table(runs):
                   f"{statistics.median(lines):>12.0f}{line:>12}", flush=True)
 
 
-class Moments:
-    """When the kernel met a device, and when the daemon switched its first interface off."""
-
-    def __init__(self, machine):
-        self.machine = machine
-        machine.shell(f"[ -e {TRACING}/trace ] || mount -t tracefs tracefs {TRACING}")
-        for probe in PROBES:
-            machine.shell(f"echo '{probe}' >> {TRACING}/kprobe_events")
-        machine.shell(f"echo 1 > {TRACING}/events/kprobes/enable")
-
-    def forget(self):
-        self.machine.shell(f"echo > {TRACING}/trace")
-
-    def _of(self, event):
-        trace = self.machine.read(f"{TRACING}/trace")
-        return [float(at) for at in re.findall(rf"(\d+\.\d+): {event}:", trace)]
-
-    def wait_ms(self, seconds):
-        """From the last arrival before the first switching off to that."""
-        self.machine.wait_until(lambda: self._of("off"), seconds=seconds, what="a refusal")
-        off = self._of("off")[0]
-        return (off - max(at for at in self._of("new") if at < off)) * 1000
+def refused_after_ms(moments, seconds):
+    """From the last arrival before the first switching off to that."""
+    off = moments.wait("off", seconds=seconds)
+    return off - max(at for at in moments.of("new") if at < off)
 
 
 def silent_alone(machine, number):
@@ -227,12 +210,12 @@ def held_up_once(situation):
     """Milliseconds until a refused serial adapter on another bus is switched off; infinite for never."""
     with ready_machine(NO_GATE) as machine:
         set_policy(machine, f'<usbconfig mode="blacklist"><vid vendorid="{GADGET_VENDOR}"/></usbconfig>')
-        moments = Moments(machine)
+        moments = Moments(machine, PROBES)
         SITUATIONS[situation](machine)
         moments.forget()
         machine.plug(CATALOG["serial"])
         try:
-            return moments.wait_ms(GIVEN_UP_SECONDS)
+            return refused_after_ms(moments, GIVEN_UP_SECONDS)
         except NotInTime:
             return math.inf
 

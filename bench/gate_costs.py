@@ -33,7 +33,8 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "device"))
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from device_costs import ADAPTER_VENDOR, OTHERS, TRACING, attach_others, set_policy  # noqa: E402
+from device_costs import ADAPTER_VENDOR, OTHERS, attach_others, set_policy  # noqa: E402
+from moments import Moments  # noqa: E402
 from vdev import CATALOG, GATE, NO_GATE, MachineError, ready_machine, machine as vdev_machine  # noqa: E402
 
 WAYS = {"no gate": NO_GATE, "fail-closed": f"{NO_GATE} --fail-closed", "gate": f"{GATE} --fail-closed"}
@@ -55,30 +56,6 @@ UNDISTURBED_SECONDS = 0.5
 SHARE_OF_PLUGS = 0.75
 DELAY_SECONDS = 110
 NEVER = "–"
-
-
-class Moments:
-    """What the kernel did to devices, by name, since forget()."""
-
-    def __init__(self, machine):
-        self.machine = machine
-        machine.shell(f"[ -e {TRACING}/trace ] || mount -t tracefs tracefs {TRACING}")
-        for probe in PROBES:
-            machine.shell(f"echo '{probe}' >>{TRACING}/kprobe_events")
-        machine.shell(f"echo 1 >{TRACING}/events/kprobes/enable")
-
-    def forget(self):
-        self.machine.shell(f"echo >{TRACING}/trace")
-
-    def of(self, event, name, value=""):
-        """Milliseconds, of the guest's clock."""
-        trace = self.machine.read(f"{TRACING}/trace")
-        row = rf'(\d+\.\d+): {event}: .*name="{name}"' + (rf' value="{value}' if value else "")
-        return [float(at) * 1000 for at in re.findall(row, trace)]
-
-    def wait(self, *wanted):
-        time.sleep(UNDISTURBED_SECONDS)
-        return self.machine.wait_until(lambda: self.of(*wanted), seconds=LIMIT_SECONDS, what=" ".join(wanted))[0]
 
 
 class Programs:
@@ -116,7 +93,7 @@ class Bench:
     def __init__(self, machine):
         self.machine = machine
         self.programs = Programs(machine)
-        self.moments = Moments(machine)
+        self.moments = Moments(machine, PROBES)
 
     @contextlib.contextmanager
     def plugged(self, kind, entry, port=PORT):
@@ -134,7 +111,7 @@ class Bench:
         """(milliseconds with a driver, milliseconds until the daemon's word is written)"""
         interfaces = re.escape(entry) + r":1\.\d+"
         with self.plugged(kind, entry, port):
-            word = self.moments.wait("wrote", re.escape(f"{entry}:1.0"), "0")
+            word = self.moments.wait("wrote", re.escape(f"{entry}:1.0"), "0", seconds=LIMIT_SECONDS)
             self.programs.wait_until_idle()
             added = self.moments.of("added", re.escape(entry))[0]
             bound, unbound = self.moments.of("bound", interfaces), self.moments.of("unbound", interfaces)
@@ -145,7 +122,7 @@ class Bench:
     def allowed(self, kind, entry, event, name):
         """Milliseconds until it is usable."""
         with self.plugged(kind, entry):
-            usable = self.moments.wait(event, name)
+            usable = self.moments.wait(event, name, seconds=LIMIT_SECONDS)
             return usable - self.moments.of("added", re.escape(entry))[0]
 
     def serial(self):
