@@ -240,6 +240,10 @@ TWO_FACES = RedirDevice("two-faces", "a mouse that becomes a keyboard", lambda: 
     product_name="Two faces"))
 
 
+ANOTHER_KEYBOARD = RedirDevice("another-keyboard", "a keyboard", lambda: Description(
+    0x1209, 0x0049, [Interface(3, 1, 1, (INTERRUPT_IN,), report=BOOT_KEYBOARD)], product_name="Another keyboard"))
+
+
 def test_beside_a_daemon_that_hangs_nothing_is_heard_that_was_not_foreseen(gate):
     gate.set_policy(STORAGE + "<class>AINPUT_SOURCE_MOUSE</class>")
     gate.machine.shell("kill -STOP $(cat /run/vusd.pid)")
@@ -257,6 +261,26 @@ def test_beside_a_daemon_that_hangs_nothing_is_heard_that_was_not_foreseen(gate)
     refused_input(gate, "Two faces")
     gate.machine.wait_until("! ls /dev/input/event* /dev/hidraw* 2>/dev/null")
     refused(gate, "1-7")
+
+
+def test_beside_a_daemon_that_hangs_an_allowed_keyboard_types(gate):
+    """Whether it comes then, or was there before the reporter: the policy's word does until the daemon's."""
+    gate.set_policy("<class>AINPUT_SOURCE_KEYBOARD</class>")
+    gate.plug("keyboard", "1")
+    assert gate.probe.judged_input("Keyboard")["status"] == 1
+    kill_gate(gate)
+    gate.machine.shell("kill -STOP $(cat /run/vusd.pid)")
+    start_gate(gate)
+    gate.machine.plug(ANOTHER_KEYBOARD, port="5")
+    gate.machine.wait_until("ls /dev/input/event0 /dev/input/event1")
+    # Until nobody has patience any more.
+    seen = float(gate.machine.read("/proc/uptime").split()[0])
+    gate.machine.wait_until(lambda: float(gate.machine.read("/proc/uptime").split()[0]) > seen + 3)
+    assert gate.machine.shell("cat /sys/class/input/input*/inhibited").split() == ["0", "0"]
+    assert "no answer" not in gate.machine.read(LOG)
+    gate.machine.shell("kill -CONT $(cat /run/vusd.pid)")
+    assert gate.probe.judged_input("Another keyboard")["status"] == 1
+    assert gate.machine.shell("cat /sys/class/input/input*/inhibited").split() == ["0", "0"]
 
 
 def test_the_door_stays_shut_when_its_holder_ends(gate):

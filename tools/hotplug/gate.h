@@ -109,7 +109,8 @@ class Gate : public Switches {
     // An input device has come: silent, if it came of what is held back here.
     void input_appeared(const std::string& input);
     // It is seen for what it is. Answers whether it came silenced and is to be so until a "yes".
-    bool stays_silent(const std::string& input, const Sighting& seen, bool anybody_there);
+    // One that is foreseen to be allowed is vouched for.
+    bool stays_silent(const std::string& input, Sighting* seen, bool anybody_there);
     void forget_input(const std::string& input);
     // What is known of what is held, as keys (see Present), besides the devices themselves.
     std::set<std::string> held_keys();

@@ -199,17 +199,18 @@ void Gate::input_appeared(const std::string& input) {
 
 // What is no source of input came of what was judged in another way. What could not be looked at
 // stays as it is.
-bool Gate::stays_silent(const std::string& input, const Sighting& seen, bool anybody_there) {
-    if (!seen.info && !seen.settled) return false;
+bool Gate::stays_silent(const std::string& input, Sighting* seen, bool anybody_there) {
+    if (!seen->info && !seen->settled) return false;
+    if (seen->info) {
+        const DeviceInfo& info = *seen->info;
+        const Claim claim = {info.deviceClass, {}, info.vendorId, info.productId};
+        seen->vouched = anybody_there && preview_->of(claim) == Foreseen::kAllowed;
+    }
     {
         const MutexLock lock(mutex_);
         if (silenced_.erase(input) == 0) return false;
     }
-    if (seen.info) {
-        const DeviceInfo& info = *seen.info;
-        const Claim claim = {info.deviceClass, {}, info.vendorId, info.productId};
-        if (!anybody_there || preview_->of(claim) != Foreseen::kAllowed) return true;
-    }
+    if (seen->info && !seen->vouched) return true;
     switches_->unhush_input(input);
     return false;
 }

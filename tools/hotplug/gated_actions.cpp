@@ -63,7 +63,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
 Sighting read_input(const std::string& input, const std::string& event, Gate* gate,
                     Reporter* reporter) {
     Sighting seen = read_input_device(input, event);
-    if (gate->stays_silent(input, seen, reporter->has_service())) {
+    if (gate->stays_silent(input, &seen, reporter->has_service())) {
         reporter->came_silenced({input});
     }
     return seen;

@@ -80,6 +80,9 @@ class GateTest : public testing::Test {
 
     Admission Admit() { return gate_.admit(kPlugged, /*anybody_there=*/true); }
     std::vector<std::string> Tried() { return std::exchange(kernel_.tried, {}); }
+    bool StaysSilent(const std::string& input, Sighting seen, bool anybody_there) {
+        return gate_.stays_silent(input, &seen, anybody_there);
+    }
     FakeKernel::Interface& Of(int32_t number) {
         return kernel_.devices[kPlugged.name].interfaces[number];
     }
@@ -648,27 +651,45 @@ TEST_F(GateTest, InputDeviceIsSilentUntilItIsKnown) {
     preview_.sources = {kSourceMouse};
     gate_.input_appeared("input5");
     EXPECT_THAT(switches_.Take(), ElementsAre("hush input5"));
-    EXPECT_TRUE(gate_.stays_silent("input5", SeenInput(kSourceKeyboard), true));
-    EXPECT_FALSE(gate_.stays_silent("input5", SeenInput(kSourceKeyboard), true)) << "it was said";
+    EXPECT_TRUE(StaysSilent("input5", SeenInput(kSourceKeyboard), true));
+    EXPECT_FALSE(StaysSilent("input5", SeenInput(kSourceKeyboard), true)) << "it was said";
     EXPECT_THAT(switches_.Take(), IsEmpty());
 
     gate_.input_appeared("input6");
-    EXPECT_FALSE(gate_.stays_silent("input6", SeenInput(kSourceMouse), true));
+    EXPECT_FALSE(StaysSilent("input6", SeenInput(kSourceMouse), true));
     EXPECT_THAT(switches_.Take(), ElementsAre("hush input6", "unhush input6"));
     gate_.input_appeared("input7");
-    EXPECT_TRUE(gate_.stays_silent("input7", SeenInput(kSourceMouse), false)) << "nobody is there";
+    EXPECT_TRUE(StaysSilent("input7", SeenInput(kSourceMouse), false)) << "nobody is there";
 }
 
 TEST_F(GateTest, InputDeviceThatIsTheSourceOfNothingIsHeardWhenThatIsSeen) {
     gate_.input_appeared("input5");
     Sighting failed;
     failed.settled = false;
-    EXPECT_FALSE(gate_.stays_silent("input5", failed, true));
+    EXPECT_FALSE(StaysSilent("input5", failed, true));
     EXPECT_THAT(switches_.Take(), ElementsAre("hush input5")) << "it was not seen";
-    EXPECT_FALSE(gate_.stays_silent("input5", SeenInput(0), true));
+    EXPECT_FALSE(StaysSilent("input5", SeenInput(0), true));
     EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
-    EXPECT_FALSE(gate_.stays_silent("input5", SeenInput(0), true));
+    EXPECT_FALSE(StaysSilent("input5", SeenInput(0), true));
     EXPECT_THAT(switches_.Take(), IsEmpty()) << "whoever silences it now";
+}
+
+// Also of one that nobody has silenced: it was there before the gate.
+TEST_F(GateTest, InputDeviceThatIsForeseenToBeAllowedIsVouchedFor) {
+    preview_.sources = {kSourceMouse};
+    Sighting mouse = SeenInput(kSourceMouse);
+    gate_.stays_silent("input5", &mouse, true);
+    EXPECT_TRUE(mouse.vouched);
+    gate_.input_appeared("input6");
+    mouse = SeenInput(kSourceMouse);
+    gate_.stays_silent("input6", &mouse, true);
+    EXPECT_TRUE(mouse.vouched);
+    mouse = SeenInput(kSourceMouse);
+    gate_.stays_silent("input7", &mouse, false);
+    EXPECT_FALSE(mouse.vouched) << "nobody is there";
+    Sighting keyboard = SeenInput(kSourceKeyboard);
+    gate_.stays_silent("input8", &keyboard, true);
+    EXPECT_FALSE(keyboard.vouched);
 }
 
 TEST_F(GateTest, BoardsOwnInputDevicesAreNotSilenced) {
@@ -686,7 +707,7 @@ TEST_F(GateTest, InputDevicesThatAnotherGateSilencedAreLookedAt) {
     gate_.forget_input("input6");
     switches_.Take();
     for (const char* input : {"input0", "input5", "input6"}) {
-        EXPECT_FALSE(gate_.stays_silent(input, SeenInput(kSourceMouse), true));
+        EXPECT_FALSE(StaysSilent(input, SeenInput(kSourceMouse), true));
     }
     EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
 }

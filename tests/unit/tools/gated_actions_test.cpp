@@ -94,7 +94,8 @@ TEST_F(GatedActionsTest, InputDeviceThatCouldNotBeLookedAtStaysSilent) {
     EXPECT_THAT(switches_.Take(), IsEmpty());
     actions_.removed({"input5"});
     reporter_->drain();
-    EXPECT_FALSE(gate_.stays_silent("input5", Sighting(), true));
+    Sighting later;
+    EXPECT_FALSE(gate_.stays_silent("input5", &later, true));
     EXPECT_THAT(switches_.Take(), IsEmpty()) << "it is forgotten";
 }
 

@@ -131,6 +131,18 @@ TEST_F(ReporterHeldTest, SilenceDoesNotCloseWhatThePolicyHasLetIn) {
     EXPECT_THAT(Notices(), IsEmpty());
 }
 
+TEST_F(ReporterHeldTest, SilenceDoesNotHushAnInputDeviceThatThePolicyAllows) {
+    std::promise<void> answer = Stall();
+    Sighting heard = Input(5, kHid);
+    heard.vouched = true;
+    Judge(kInputDevice, heard);
+    fake_->TakeAtLeast(1);
+    reporter_->lose_patience(start_ + std::chrono::hours(1));
+    answer.set_value();
+    EXPECT_THAT(Switched(), IsEmpty());
+    EXPECT_THAT(Notices(), IsEmpty());
+}
+
 TEST_F(ReporterHeldTest, SilenceTakesNoYesBackThatIsOnlyLookedAfter) {
     bool woken = false;
     Reporter::Manner manner = Manner(/*fail_closed=*/true);
