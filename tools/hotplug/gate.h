@@ -100,6 +100,8 @@ class Gate : public Switches {
     void policy_changed();
     // The daemon has answered: about a USB device, or about what is held of an input device.
     void answered(const Subject& subject, bool allowed);
+    // Whether it has allowed this USB device, as it is.
+    bool is_allowed(const Subject& device);
     // It has gone. Answers which inputs were held.
     std::vector<Subject> forget(const Subject& device);
     void forget_hid(const std::string& hid_device);

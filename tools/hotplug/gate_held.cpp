@@ -145,6 +145,12 @@ void Gate::answered(const Subject& subject, bool allowed) {
     state->said_of_input[behind] = allowed;
 }
 
+bool Gate::is_allowed(const Subject& device) {
+    const SharedState state = state_of(device);
+    const MutexLock lock(state->mutex);
+    return state->said.value_or(false);
+}
+
 std::vector<Subject> Gate::forget(const Subject& device) {
     std::vector<Subject> held;
     const MutexLock lock(mutex_);

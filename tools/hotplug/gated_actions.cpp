@@ -41,6 +41,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
     }
     report_inputs(admission, reporter);
     if (!admission.identity) return;
+    bool has_drivers = false;
     const auto look = [&] {
         // Nothing to be told, and nothing to be kept of what it was before.
         if (!admission.is_question) return Sighting();
@@ -49,6 +50,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
                 admission.interfaces.empty()
                         ? look_at_usb_device(device, *admission.identity, admission.vendor)
                         : sighting_of(*admission.identity, admission.interfaces, admission.vendor);
+        has_drivers = !seen.bare;
         // One that was bound before the gate came has its drivers, allowed or not: the reporter has
         // to take them.
         seen.held = admission.held && seen.bare;
@@ -58,6 +60,11 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         return seen;
     };
     reporter->judge_here(device, look, when);
+    // The reporter opens what it knows to be closed. What the gate had shut beside those drivers,
+    // until somebody said yes, it does not know.
+    if (admission.held && has_drivers && gate->is_allowed(device)) {
+        report_inputs(gate->admit(device, anybody_there), reporter);
+    }
 }
 
 Sighting read_input(const std::string& input, const std::string& event, Gate* gate,

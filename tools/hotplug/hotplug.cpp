@@ -203,8 +203,9 @@ void Hotplug::follow_service(bool may_have_ended) {
 // because no board has reset its controller, is asked about when that is over.
 void Hotplug::follow_policy(bool may_be_new, Tracker::Clock::time_point now) {
     if (may_be_new && policy_watch_.taken() && service_ != nullptr) {
-        reporter_.policy_changed();
+        // First who drops the answers: what the reporter has asked from then on is not asked again.
         if (gate_ != nullptr) gate_->policy_changed();
+        reporter_.policy_changed();
         ask_again_at_ = now + (board_resets_controllers() ? kResetTime : kRewriteTime);
     }
     if (!ask_again_at_ || now < *ask_again_at_) return;

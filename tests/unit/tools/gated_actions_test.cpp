@@ -28,7 +28,11 @@ class GatedActionsTest : public SwitchingTest {
         tree.AddBus(1);
         disk_ = {"1-2", tree.AddDevice("1-2", FlashDrive())};
         WriteFile(UsbPath("1-2", "busnum"), "1\n");
-        reporter_ = std::make_unique<Reporter>(&gate_, Manner(/*fail_closed=*/true));
+        Reporter::Manner manner = Manner(/*fail_closed=*/true);
+        manner.answered = [this](const Subject& device, bool allowed) {
+            gate_.answered(device, allowed);
+        };
+        reporter_ = std::make_unique<Reporter>(&gate_, manner);
         reporter_->set_service(fake_);
         actions_ = gated_actions(&gate_, reporter_.get(), [] {});
     }
@@ -84,6 +88,21 @@ TEST_F(GatedActionsTest, HeldDeviceNeedsNoClosing) {
     reporter_->drain();
     EXPECT_THAT(Notices(), IsEmpty());
     EXPECT_THAT(kernel_.tried, IsEmpty());
+}
+
+// A policy that is being rewritten foresees nothing.
+TEST_F(GatedActionsTest, InterfaceThatWasShutBesideADriverIsOpenedByAYes) {
+    Plug("usb-storage");
+    FakeKernel::Interface without_driver = {255, {}};
+    without_driver.authorized = true;
+    kernel_.devices["1-2"].interfaces[1] = without_driver;
+    actions_.judge_usb(disk_, Ask::kAlways);
+    reporter_->drain();
+    EXPECT_THAT(kernel_.switched, ElementsAre("1-2:1.1 off", "1-2:1.1 on"));
+    allows_ = false;
+    actions_.judge_usb(disk_, Ask::kAlways);
+    reporter_->drain();
+    EXPECT_THAT(switches_.Take(), ElementsAre("close 1-2"));
 }
 
 TEST_F(GatedActionsTest, InputDeviceThatCouldNotBeLookedAtStaysSilent) {
