@@ -130,6 +130,13 @@ def test_each_comes_back_and_is_there_before_anything_else(unit):
     assert "Before=sysinit.target shutdown.target" in text and "DefaultDependencies=no" in text
 
 
+def test_the_daemon_starts_again_with_the_service_manager():
+    """BindsTo would stop it when the service manager is killed, and what was stopped is not restarted."""
+    text = lines("vusd.service")
+    assert "Requires=vus-servicemanager.service" in text
+    assert not any(line.startswith("BindsTo=") for line in text)
+
+
 @pytest.mark.parametrize("unit", DAEMONS)
 def test_no_function_is_looked_for_when_it_is_needed(unit):
     assert "Environment=LD_BIND_NOW=1" in lines(unit)
