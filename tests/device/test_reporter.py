@@ -70,6 +70,19 @@ def start_daemon(device):
     device.machine.wait_until("vusctl list >/dev/null 2>&1")
 
 
+def test_a_service_manager_that_comes_back_is_asked(device):
+    """On a host it is started again like any other service, and the daemon with it."""
+    device.machine.shell("touch /run/vusd.hold /run/servicemanager.hold; kill -9 $(cat /run/vusd.pid) "
+                         "$(cat /run/servicemanager.pid)")
+    device.machine.wait_until(lambda: 137 in device.probe.ends("servicemanager") and 137 in device.probe.ends("vusd"))
+    # By then the reporter has asked, and nobody was there.
+    device.machine.plug("disk", port="5")
+    device.machine.wait_until(f"grep -q 'closed 1-5: the daemon is away' {LOG} || [ -e {SYSFS}/1-5:1.0 ]")
+    assert device.machine.run("vusctl list")[0] == 3
+    device.machine.shell("rm /run/servicemanager.hold /run/vusd.hold")
+    assert device.probe.judged("1-5")["status"] == 1
+
+
 def test_a_class_is_a_claim(device):
     for entry, (kind, driver, _) in FALSE_CLAIMS.items():
         device.machine.plug(kind, port=entry[2:])
