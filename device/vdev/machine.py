@@ -267,7 +267,7 @@ class Machine:
                 return answer
             answered = time.monotonic()
             if answered > deadline:
-                raise NotInTime(f"not within {seconds} s: {what or condition}")
+                raise NotInTime(f"not within {seconds} s: {what() if callable(what) else what or condition}")
             time.sleep(min(max(0.02, answered - asked), 0.2))
 
     # Devices.

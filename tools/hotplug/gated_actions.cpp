@@ -86,10 +86,18 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
                 device, [=] { let_in_and_judge(device, when, gate, reporter); },
                 Reporter::judgement(when));
     };
+    // It is looked at before anybody's patience begins: what is let in by that is not closed by
+    // silence.
     actions.judge_input = [gate, reporter](const std::string& input, const std::string& event,
                                            Ask when) {
-        reporter->judge(
-                {input}, [=] { return read_input(input, event, gate, reporter); }, when);
+        reporter->run(
+                {input},
+                [=] {
+                    const Sighting seen = read_input(input, event, gate, reporter);
+                    reporter->judge_here(
+                            {input}, [&] { return seen; }, when);
+                },
+                Reporter::judgement(when));
     };
     actions.removed = [gate, reporter](const Subject& device) {
         if (device.is_usb()) {

@@ -159,6 +159,7 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     if (needs_no_answer(session, known, seen, when)) return;
     // It has gone since somebody saw it, perhaps because it was refused.
     if (!seen.info) return let_go(session, device);
+    note_whether_allowed(device, seen);
     const bool outdated = known.told != session && known.verdict != Verdict::kElsewhere;
     const bool reshaped = known.seen.shape != seen.shape && known.verdict != Verdict::kElsewhere;
     // The daemon keeps the first record of an id, and what a later driver makes of it is in none.
@@ -171,6 +172,17 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
     }
     remove_stale(session.get(), device, *seen.info);
     ask_service(session, device, seen);
+}
+
+// Before anything is asked of the daemon, which may not answer that either.
+void Reporter::note_whether_allowed(const Subject& device, const Sighting& seen) {
+    const MutexLock lock(mutex_);
+    const auto known = records_.find(device.key());
+    if (known == records_.end() && !seen.vouched) return;
+    Record& record = records_[device.key()];
+    record.subject = device;
+    record.allowed_as_is =
+            seen.vouched || (record.verdict == Verdict::kAllowed && is_same(record.seen, seen));
 }
 
 // What an earlier reporter has closed is closed still.
@@ -261,8 +273,6 @@ binder::Status Reporter::insist(const std::function<binder::Status()>& call) con
 void Reporter::remember(const SharedSession& session, const Subject& device, const Sighting& seen) {
     const MutexLock lock(mutex_);
     Record& record = records_[device.key()];
-    record.allowed_as_is =
-            seen.vouched || (record.verdict == Verdict::kAllowed && is_same(record.seen, seen));
     record.subject = device;
     record.seen = seen;
     record.told = session;

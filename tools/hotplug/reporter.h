@@ -173,6 +173,7 @@ class Reporter {
     // On the device's own lane.
     void ask(const SharedSession& session, const Subject& device, const Read& read, Ask when);
     void resume(const Subject& device);
+    void note_whether_allowed(const Subject& device, const Sighting& seen);
     void recall(const SharedSession& session, const Record& known, Sighting* seen);
     void ask_service(const SharedSession& session, const Subject& device, const Sighting& seen);
     binder::Status insist(const std::function<binder::Status()>& call) const;

@@ -143,6 +143,23 @@ TEST_F(ReporterHeldTest, SilenceDoesNotHushAnInputDeviceThatThePolicyAllows) {
     EXPECT_THAT(Notices(), IsEmpty());
 }
 
+// What it is asked for first is its list.
+TEST_F(ReporterHeldTest, NorDoesADaemonThatDoesNotEvenList) {
+    std::promise<void> asked, answer;
+    fake_->list_hook = [&] {
+        asked.set_value();
+        answer.get_future().wait();
+    };
+    Sighting heard = Input(5, kHid);
+    heard.vouched = true;
+    Judge(kInputDevice, heard);
+    asked.get_future().wait();
+    reporter_->lose_patience(start_ + std::chrono::hours(1));
+    answer.set_value();
+    EXPECT_THAT(Switched(), IsEmpty());
+    EXPECT_THAT(Notices(), IsEmpty());
+}
+
 TEST_F(ReporterHeldTest, SilenceTakesNoYesBackThatIsOnlyLookedAfter) {
     bool woken = false;
     Reporter::Manner manner = Manner(/*fail_closed=*/true);
