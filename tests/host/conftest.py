@@ -3,9 +3,10 @@
 
 import json
 import re
+import shutil
 import subprocess
 import sys
-import time
+import threading
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -23,37 +24,59 @@ UNITS = ("vus-binder", "vus-servicemanager", "vusd", "vus-hotplug")
 SECONDS = 300
 
 
+# Of one version, the version before it, and one that cannot be installed.
+BEFORE, BROKEN = "0.0.9~before", "999~broken"
+
+
 def renumbered(deb, version, directory):
-    """The package as an older version of itself: what an upgrade starts from."""
+    """The package as another version of itself."""
     unpacked = directory / "unpacked"
     subprocess.run(["dpkg-deb", "-R", str(deb), str(unpacked)], check=True)
     control = unpacked / "DEBIAN" / "control"
     now = re.search(r"^Version: (.+)$", control.read_text(), flags=re.M).group(1)
     control.write_text(control.read_text().replace(f"Version: {now}\n", f"Version: {version}\n")
                        .replace(f"(= {now})", f"(= {version})"))
+    if version == BROKEN and deb.name.startswith("vus_"):
+        (unpacked / "DEBIAN" / "preinst").write_text("#!/bin/sh\nexit 1\n")
+        (unpacked / "DEBIAN" / "preinst").chmod(0o755)
     subprocess.run(["dpkg-deb", "--root-owner-group", "-b", str(unpacked), str(directory)], check=True,
                    capture_output=True)
     subprocess.run(["rm", "-r", str(unpacked)], check=True)
 
 
+def make_repository(directory, debs, version=None):
+    """What apt installs from: the packages, as this version."""
+    directory.mkdir(parents=True)
+    for deb in debs:
+        if version is None:
+            (directory / deb.name).write_bytes(deb.read_bytes())
+        else:
+            renumbered(deb, version, directory)
+    listing = subprocess.run(["dpkg-scanpackages", "."], cwd=directory, check=True, capture_output=True,
+                             text=True).stdout
+    (directory / "Packages").write_text(listing)
+
+
 @pytest.fixture(scope="session")
 def repositories(tmp_path_factory):
-    """The image of a file system with two of apt's: before, and now."""
+    """The image of a file system with apt's repositories of the packages, and the packages' own tests."""
     debs = sorted(PACKAGES.glob("*.deb"))
     assert len(debs) == 2, f"run ./package arm64: {debs}"
     top = tmp_path_factory.mktemp("repositories")
-    for name in ("before", "now"):
-        (top / "files" / name).mkdir(parents=True)
-        for deb in debs:
-            if name == "before":
-                renumbered(deb, "0.0.9~before", top / "files" / name)
-            else:
-                (top / "files" / name / deb.name).write_bytes(deb.read_bytes())
-        listing = subprocess.run(["dpkg-scanpackages", "."], cwd=top / "files" / name, check=True,
-                                 capture_output=True, text=True).stdout
-        (top / "files" / name / "Packages").write_text(listing)
+    for name, version in (("before", BEFORE), ("now", None), ("broken", BROKEN)):
+        make_repository(top / "files" / name, debs, version)
+    shutil.copytree(ROOT / "debian" / "tests", top / "files" / "tests")
     disk_of(top / "files", top / "repositories.img")
     return top / "repositories.img"
+
+
+@pytest.fixture(scope="session")
+def needs():
+    """The packages of others that ours depend on."""
+    fields = [subprocess.run(["dpkg-deb", "-f", str(deb), "Depends"], check=True, capture_output=True,
+                             text=True).stdout for deb in PACKAGES.glob("*.deb")]
+    names = {re.split(r"[ |]", each.strip())[0] for field in fields for each in field.split(",")}
+    return sorted(name for name in names if not name.startswith("vus"))
 
 
 @dataclass(frozen=True)
@@ -69,12 +92,52 @@ class Device:
         return f"{self.entry}:1.0"
 
 
+class Typing:
+    """Somebody types while this is entered: every key has to reach who reads the input device, which
+    is the same one all the time."""
+
+    # Count the keys that were pressed among the kernel's input events.
+    COUNT = ("perl -e 'local $/ = \\24; my $n = 0; while (<>) { my (undef, undef, $type, $code, $value) = "
+             "unpack(\"qqSSl\", $_); $n++ if $type == 1 && $value == 1 } print $n' /run/typed")
+
+    def __init__(self, machine, device):
+        self._machine, self._device = machine, device
+        self._done = threading.Event()
+        self._pressed = 0
+        self._typist = threading.Thread(target=self._type)
+
+    def __enter__(self):
+        nodes = self._machine.shell(f"ls -d {SYSFS}/{self._device.interface}/*/input/input*/event*").split()
+        node = nodes[0].rsplit("/", 1)[-1]
+        self._machine.shell(f"rm -f /run/typed; (nice -n -20 cat /dev/input/{node} >/run/typed 2>/dev/null &)")
+        self._machine.wait_until(f"ls -l /proc/[0-9]*/fd 2>/dev/null | grep -q 'input/{node}$'", SECONDS)
+        self._typist.start()
+        return self
+
+    def __exit__(self, kind, *_):
+        self._done.set()
+        self._typist.join()
+        if kind is None:
+            self._machine.wait_until(lambda: self._arrived() == self._pressed, 60,
+                                     lambda: f"{self._arrived()} of {self._pressed} keys arrived")
+
+    def _type(self):
+        while self._pressed < 2 or not self._done.wait(0.5):
+            for down in (True, False):
+                self._machine.qmp.execute("input-send-event", events=[
+                    {"type": "key", "data": {"down": down, "key": {"type": "qcode", "data": "a"}}}])
+            self._pressed += 1
+
+    def _arrived(self):
+        return int(self._machine.shell(self.COUNT))
+
+
 class Host:
     """The machine, and what it shows."""
 
     def __init__(self, machine):
         self.machine = machine
-        self.run, self.shell = machine.run, machine.shell
+        self.run, self.shell, self.read = machine.run, machine.shell, machine.read
 
     def mount(self):
         """What the test has brought along."""
@@ -110,6 +173,9 @@ class Host:
 
     def all_active(self):
         return set(self.states().values()) == {"active"}
+
+    def process(self, unit):
+        return int(self.shell(f"systemctl show -P MainPID {unit}"))
 
     def answers(self):
         return self.run("vusctl list >/dev/null 2>&1")[0] == 0
@@ -159,23 +225,37 @@ class Host:
     def wait_until_on(self, device):
         self.machine.wait_until(lambda: self.is_on(device), SECONDS, f"{device} being on")
 
+    def wait_until_authorized(self, device):
+        """Let in, whether the kernel has a driver for it or not."""
+        self.machine.wait_until(f"[ \"$(cat {SYSFS}/{device.interface}/authorized)\" = 1 ]", SECONDS,
+                                f"{device} being let in")
+
+    def wait_until_allowed_input(self, device):
+        """The daemon says so of the input device, and it is heard."""
+        def is_allowed():
+            found = self.run(f"cd {SYSFS}/{device.interface}/*/input/input* && pwd && cat inhibited")[1].split()
+            if len(found) != 2 or found[1] != "0":
+                return False
+            number = int(found[0].rsplit("input", 1)[-1])
+            return [record["status"] for record in self.records()
+                    if record["deviceType"] == 1 and record["deviceId"] == number] == [1]
+        self.machine.wait_until(is_allowed, SECONDS, f"{device} being allowed")
+
+    def taken(self, device):
+        """How often a disk's driver has had it, since the machine's start."""
+        return int(self.run(f"dmesg | grep -c 'usb-storage {device.interface}: USB Mass Storage device detected'")[1])
+
+    def typing(self, device):
+        return Typing(self.machine, device)
+
     def types(self, device):
-        """Whether a key that is pressed on the keyboard reaches the system."""
-        found = self.run(f"ls -d {SYSFS}/{device.interface}/*/input/input*/event*")
-        event = found[1].strip().rsplit("/", 1)[-1]
-        if found[0] != 0 or not event.startswith("event"):
-            return False
-        self.shell("rm -f /run/typed; touch /run/typed; "
-                   f"(timeout {SECONDS} head -c 24 /dev/input/{event} >/run/typed 2>/dev/null &)")
-        deadline = time.monotonic() + 60
-        while time.monotonic() < deadline:
-            for down in (True, False):
-                self.machine.qmp.execute("input-send-event", events=[
-                    {"type": "key", "data": {"down": down, "key": {"type": "qcode", "data": "a"}}}])
-            if self.run("[ -s /run/typed ]")[0] == 0:
-                return True
-            time.sleep(0.2)
-        return False
+        with self.typing(device):
+            return True
+
+    def wait_until_types(self, device):
+        """One that has just been plugged in, of which nothing but the driver is there yet."""
+        self.machine.wait_until(f"ls -d {SYSFS}/{device.interface}/*/input/input*/event*", SECONDS)
+        assert self.types(device)
 
 
 @pytest.fixture(scope="module")

@@ -1,29 +1,36 @@
 # SPDX-License-Identifier: Apache-2.0
-"""From a bare Debian to a protected host: docs/linux-host.md from the packages alone. The
+"""From a bare Debian to a protected host, and back: docs/linux-host.md from the packages alone. The
 tests are chapters of one story: each goes on where the one before ended."""
 
 import pytest
 
-from conftest import SECONDS, Device
+from conftest import BEFORE, BROKEN, SECONDS, SYSFS, UNITS, Device
 
+STATE = "/data/system/usbdeviceconfig"
+POLICY = f"{STATE}/usb_device_config.xml"
+BACKUP = f"{STATE}/usb_device_config_backup.xml"
 KEYBOARD = Device("keyboard", "1", "1-1")
 DISK = Device("disk", "3", "2-3")
 # Behind a hub; two interfaces of a vendor's own.
 DOCK = Device("displaylink", "2.2", "1-2.2")
+# systemd-analyze's measure, 0 (nothing) to 10 (anything).
+MOST_EXPOSURE = 2.0
 
 
 @pytest.fixture(scope="module")
-def before(host):
+def before(host, needs):
     """The files of the machine without our packages, but with what they need."""
     host.use("before")
-    host.apt("install android-libbacktrace android-libutils android-libcutils libevdev2 libjsoncpp25 "
-             "libtinyxml2-9 libssl3")
+    host.apt(f"install {' '.join(needs)}")
     return host.files()
+
+
+# From the installation to the first start.
 
 
 def test_installation_starts_the_services(host, before):
     host.apt("install vus")
-    assert host.version() == "0.0.9~before"
+    assert host.version() == BEFORE
     host.wait_until_it_answers()
     assert host.shell("stat -c '%U %G %a' -L /dev/binder") == "root vus 660\n"
 
@@ -57,8 +64,19 @@ def test_the_services_are_there_before_everything_else(host, before):
 def test_nothing_is_denied_to_the_services(host, before):
     """Their sandboxes fit: no call of theirs fails for want of a right."""
     said = host.shell("journalctl -b --no-pager -o cat -u vus-binder -u vus-servicemanager -u vusd -u vus-hotplug")
+    assert "vus_hotplug" in host.shell("ps -e -o comm"), "somebody could be denied something"
     assert [line for line in said.splitlines()
             if any(word in line for word in ("not permitted", "ermission denied", "Read-only", "code=killed"))] == []
+
+
+@pytest.mark.parametrize("unit", ["vus-servicemanager", "vusd", "vus-hotplug"])
+def test_the_services_may_do_little(host, before, unit):
+    """As they run, with what is installed: `./test scripts units` asks the same of the source."""
+    text = host.shell(f"systemd-analyze security --no-pager {unit}.service | tail -n 1")
+    assert float(text.split(": ")[1].split()[0]) <= MOST_EXPOSURE, text
+
+
+# A policy.
 
 
 def test_a_policy_by_a_member_of_the_group(host, before):
@@ -80,5 +98,182 @@ def test_what_the_policy_does_not_name_is_switched_off(host, before):
     assert host.run("ls /sys/block/sd*")[0] != 0
     host.unplug(DOCK)
     host.plug(DOCK)
-    host.machine.wait_until(f"[ $(cat /sys/bus/usb/devices/{DOCK.interface}/authorized) = 1 ]", SECONDS)
+    host.wait_until_authorized(DOCK)
+    host.machine.wait_until("vusctl exposure | grep -q ' 1 refused, 0 ms exposed'", SECONDS,
+                            lambda: host.run("vusctl exposure")[1])
     assert host.types(KEYBOARD)
+
+
+# What goes wrong.
+
+
+@pytest.mark.parametrize("unit", ["vusd", "vus-servicemanager", "vus-hotplug"])
+def test_a_killed_service_comes_back_and_nothing_refused_works(host, before, unit):
+    old, taken = host.process(unit), host.taken(DISK)
+    with host.typing(KEYBOARD):
+        host.shell(f"kill -9 {old}")
+        assert host.is_off(DISK)
+        host.machine.wait_until(lambda: host.process(unit) not in (0, old), SECONDS, f"{unit} coming back")
+        host.wait_until_it_answers()
+        host.wait_until_refused(DISK)
+        host.wait_until_allowed_input(KEYBOARD)
+    assert host.taken(DISK) == taken
+    host.machine.wait_until("vusctl verify", SECONDS)
+
+
+def test_what_comes_while_the_daemon_is_away_waits_for_it(host, before):
+    host.unplug(DISK)
+    host.unplug(DOCK)
+    with host.typing(KEYBOARD):
+        host.shell("systemctl stop vusd")
+        host.plug(DISK)
+        host.plug(DOCK)
+        host.machine.wait_until(f"[ -e {SYSFS}/{DOCK.interface} ] && [ -e {SYSFS}/{DISK.interface} ]", SECONDS)
+        assert host.is_off(DISK) and host.is_off(DOCK)
+        host.shell("systemctl start vusd")
+        host.wait_until_authorized(DOCK)
+        host.wait_until_refused(DISK)
+
+
+def test_without_a_policy_that_loads_nothing_comes_in(host, before):
+    whole = host.read(POLICY)
+    host.unplug(DOCK)
+    with host.typing(KEYBOARD):
+        host.shell(f"systemctl stop vusd; truncate -s {len(whole) // 2} {POLICY} {BACKUP}; "
+                   "systemctl start --no-block vusd")
+        host.machine.wait_until("[ $(systemctl show -P NRestarts vusd) -ge 2 ]", SECONDS)
+        host.plug(DOCK)
+        host.machine.wait_until(f"[ -e {SYSFS}/{DOCK.interface} ]", SECONDS)
+        assert host.is_off(DOCK) and host.is_off(DISK)
+        assert not host.answers()
+        host.machine.write(POLICY, whole)
+        host.wait_until_it_answers()
+        host.wait_until_authorized(DOCK)
+        host.wait_until_refused(DISK)
+    host.machine.wait_until(lambda: host.read(BACKUP) == whole, SECONDS)
+
+
+def test_the_packages_own_test_of_the_services(host, before):
+    """As autopkgtest runs it. Here who does not answer is not waited for as long."""
+    host.shell("mkdir -p /run/systemd/system/vus-alive.service.d")
+    host.machine.write("/run/systemd/system/vus-alive.service.d/sooner.conf",
+                       "[Service]\nExecStart=\nExecStart=/usr/libexec/vus/still-alive 20\n")
+    host.shell("systemctl daemon-reload")
+    host.mount()
+    status, text = host.run("/srv/vus/tests/services 2>&1", 4 * SECONDS)
+    host.shell("rm -r /run/systemd/system/vus-alive.service.d; systemctl daemon-reload")
+    assert status == 0, text
+    assert text.count("started again after a kill") == 3 and text.count("started again when it hangs") == 2
+    host.wait_until_refused(DISK)
+    host.wait_until_on(KEYBOARD)
+
+
+# Starts.
+
+
+def test_what_is_refused_is_off_after_the_start(host, before):
+    assert host.machine.reboot() == "running"
+    host.wait_until_it_answers()
+    host.wait_until_refused(DISK)
+    host.wait_until_allowed_input(KEYBOARD)
+    assert host.types(KEYBOARD) and host.is_on(KEYBOARD)
+    host.machine.wait_until("vusctl verify", SECONDS)
+
+
+def test_a_torn_policy_is_mended_before_anything_is_judged(host, before):
+    whole = host.read(POLICY)
+    # While nobody watches the file; with the disk's cache written, as a power cut has it at its worst.
+    host.shell(f"systemctl stop vusd; truncate -s {len(whole) // 2} {POLICY}; sync")
+    assert host.machine.cut_power() == "running"
+    host.wait_until_it_answers()
+    assert host.read(POLICY) == whole
+    host.wait_until_refused(DISK)
+    assert host.types(KEYBOARD)
+
+
+def test_a_word_on_the_command_line_lets_a_locked_out_administrator_in(host, before):
+    assert host.machine.cut_power(words="vus.off") == "running"
+    assert set(host.states().values()) == {"inactive"}
+    host.wait_until_on(DISK)
+    assert host.types(KEYBOARD)
+    assert host.machine.cut_power() == "running"
+    host.wait_until_it_answers()
+    host.wait_until_refused(DISK)
+
+
+# And back.
+
+
+def test_an_upgrade_opens_nothing(host, before):
+    taken, policy = host.taken(DISK), host.read(POLICY)
+    processes = [host.process(unit) for unit in UNITS[1:]]
+    with host.typing(KEYBOARD):
+        host.use("now")
+        host.apt("install vus")
+        assert host.version() not in (BEFORE, BROKEN)
+        host.wait_until_it_answers()
+        host.wait_until_refused(DISK)
+        host.wait_until_allowed_input(KEYBOARD)
+    assert host.taken(DISK) == taken
+    assert not set(processes) & {host.process(unit) for unit in UNITS[1:]}, "the new programs run"
+    assert host.read(POLICY) == policy
+    assert host.run("systemctl --failed --no-legend")[1].strip() == ""
+
+
+def test_an_upgrade_that_fails_changes_nothing(host, before):
+    version, taken = host.version(), host.taken(DISK)
+    with host.typing(KEYBOARD):
+        host.use("broken")
+        assert host.run("apt-get -q -y install vus 2>&1", 3 * SECONDS)[0] != 0
+        host.wait_until_it_answers()
+        host.wait_until_refused(DISK)
+    assert host.version() == version and host.taken(DISK) == taken
+    assert host.run("dpkg --audit")[1] == ""
+    host.use("now")
+
+
+def test_the_packages_own_test_of_devices(host, before):
+    """As autopkgtest runs it: it ends with the removal of the package."""
+    host.unplug(DISK)
+    host.mount()
+    with host.typing(KEYBOARD):
+        status, text = host.run("/srv/vus/tests/devices 2>&1", 4 * SECONDS)
+    assert status == 0, text
+    assert "the removal gives it back" in text
+
+
+def test_a_policy_that_stayed_is_in_force_after_the_next_installation(host, before):
+    with host.typing(KEYBOARD):
+        host.apt("install vus")
+        host.wait_until_it_answers()
+        host.plug(DISK)
+        host.wait_until_refused(DISK)
+
+
+def test_removal_opens_the_door_and_keeps_the_policy(host, before):
+    policy = host.read(POLICY)
+    with host.typing(KEYBOARD):
+        host.apt("remove vus")
+        host.wait_until_on(DISK)
+    assert host.read("/var/lib/vus/usb_device_config.xml") == policy
+    assert host.run("pgrep -x 'vusd|vus_hotplug|servicemanager'")[0] == 1
+    switches = host.shell("cat /sys/bus/usb/drivers_autoprobe /sys/bus/hid/drivers_autoprobe "
+                          f"{SYSFS}/usb*/interface_authorized_default")
+    assert set(switches.split()) == {"1"}
+    host.unplug(KEYBOARD)
+    host.plug(KEYBOARD)
+    host.wait_until_on(KEYBOARD)
+    host.wait_until_types(KEYBOARD)
+
+
+def test_purge_leaves_nothing_behind(host, before):
+    with host.typing(KEYBOARD):
+        host.apt("purge vus vus-tools")
+        host.wait_until_on(DISK)
+    after = host.files()
+    assert (after - before, before - after) == (set(), set())
+    assert host.run("ls -d /run/vus* /run/systemd/system/vus* 2>/dev/null")[1].strip() == ""
+    assert host.run("systemctl list-units --all --plain --no-legend 'vus*'")[1].strip() == ""
+    assert host.machine.reboot() == "running"
+    host.wait_until_on(DISK)
+    host.wait_until_types(KEYBOARD)
