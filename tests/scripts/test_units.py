@@ -98,6 +98,12 @@ def test_the_gate_is_shut_and_stays_so_while_the_daemon_is_away():
     assert not any(line.startswith(("Requires=", "BindsTo=")) and "vusd" in line for line in text)
 
 
+def test_the_gate_may_read_the_policy_of_any_administrator():
+    """It is root without the right to read what is somebody else's."""
+    assert "SupplementaryGroups=vus" in lines("vus-hotplug.service")
+    assert "Group=vus" in lines("vusd.service")
+
+
 def test_the_meter_writes_where_vusctl_reads():
     text = lines("vus-hotplug.service")
     events = re.search(r'kEventsFile\[\] = "([^"]+)"', (ROOT / "tools/vusctl/exposures.h").read_text()).group(1)
