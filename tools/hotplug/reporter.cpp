@@ -230,8 +230,12 @@ bool Reporter::needs_no_answer(const SharedSession& session, const Record& known
     if (session == nullptr || known.told != session || !is_same(known.seen, seen)) {
         return false;
     }
-    // The kernel never uses an input device's number again: it was found, and is announced now.
-    if (seen.info->deviceType != kUsbType) return true;
+    // The kernel never uses an input device's number again: it was found, and is announced now. By
+    // that it may have been silenced once more.
+    if (seen.info->deviceType != kUsbType) {
+        if (known.wanted == Hold::kSilence) follow(known.subject, known.verdict);
+        return true;
+    }
     if (when == Ask::kAlways || known.verdict == Verdict::kNone) return false;
     if (known.seen.shape != seen.shape) return false;
     follow(known.subject, known.verdict);

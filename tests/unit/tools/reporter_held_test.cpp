@@ -95,6 +95,16 @@ TEST_F(ReporterHeldTest, SilencedInputDeviceSpeaksWhenItIsAllowed) {
     EXPECT_THAT(Switched(), ElementsAre("hush input6", std::string("unbind ") + kHid));
 }
 
+// Found, and judged, before the kernel's word that it has come was heard.
+TEST_F(ReporterHeldTest, InputDeviceThatIsAnnouncedAfterItsVerdictIsHeardAgain) {
+    Judge(kInputDevice, Input(5, kHid));
+    EXPECT_THAT(Calls(), ElementsAre("judge 5"));
+    reporter_->came_silenced(kInputDevice);
+    Judge(kInputDevice, Input(5, kHid));
+    EXPECT_THAT(Switched(), ElementsAre("unhush input5"));
+    EXPECT_THAT(Calls(), IsEmpty());
+}
+
 TEST_F(ReporterHeldTest, VerdictsAreHeardBeforeTheyAreFollowed) {
     std::vector<std::string> heard;
     Reporter::Manner manner = Manner(/*fail_closed=*/true);
