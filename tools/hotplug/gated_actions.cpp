@@ -93,7 +93,7 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
         reporter->run(
                 {input},
                 [=] {
-                    const Sighting seen = read_input(input, event, gate, reporter);
+                    Sighting seen = read_input(input, event, gate, reporter);
                     reporter->judge_here(
                             {input}, [&] { return seen; }, when);
                 },
