@@ -241,24 +241,6 @@ def test_an_upgrade_that_fails_changes_nothing(host, before):
     assert host.run("dpkg --audit")[1] == ""
 
 
-def test_the_packages_own_test_of_devices(host, before):
-    """As autopkgtest runs it: it ends with the removal of the package."""
-    host.unplug(DISK)
-    host.mount()
-    with host.typing(KEYBOARD):
-        status, text = host.run("/srv/vus/tests/devices 2>&1", 4 * SECONDS)
-    assert status == 0, text
-    assert "the removal gives it back" in text
-
-
-def test_a_policy_that_stayed_is_in_force_after_the_next_installation(host, before):
-    with host.typing(KEYBOARD):
-        host.apt("install vus")
-        host.wait_until_it_answers()
-        host.plug(DISK)
-        host.wait_until_refused(DISK)
-
-
 def test_removal_opens_the_door_and_keeps_the_policy(host, before):
     policy = host.read(POLICY)
     with host.typing(KEYBOARD):
@@ -273,6 +255,13 @@ def test_removal_opens_the_door_and_keeps_the_policy(host, before):
     host.plug(KEYBOARD)
     host.wait_until_on(KEYBOARD)
     host.wait_until_types(KEYBOARD)
+
+
+def test_a_policy_that_stayed_is_in_force_after_the_next_installation(host, before):
+    with host.typing(KEYBOARD):
+        host.apt("install vus")
+        host.wait_until_it_answers()
+        host.wait_until_refused(DISK)
 
 
 def test_purge_leaves_nothing_behind(host, before):
