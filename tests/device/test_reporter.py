@@ -76,11 +76,11 @@ def test_a_service_manager_that_comes_back_is_asked(device):
                          "$(cat /run/servicemanager.pid)")
     device.machine.wait_until(lambda: 137 in device.probe.ends("servicemanager") and 137 in device.probe.ends("vusd"))
     # By then the reporter has asked, and nobody was there.
-    device.machine.plug("disk", port="5")
-    device.machine.wait_until(f"grep -q 'closed 1-5: the daemon is away' {LOG} || [ -e {SYSFS}/1-5:1.0 ]")
+    device.plug("disk", port="5")
+    device.machine.wait_until(f"[ -e {SYSFS}/2-5:1.0 ]")
     assert device.machine.run("vusctl list")[0] == 3
     device.machine.shell("rm /run/servicemanager.hold /run/vusd.hold")
-    assert device.probe.judged("1-5")["status"] == 1
+    assert device.probe.judged("2-5")["status"] == 1
 
 
 def test_a_class_is_a_claim(device):
