@@ -125,16 +125,13 @@ TEST_F(ReporterHeldTest, VerdictsAreHeardBeforeTheyAreFollowed) {
 }
 
 TEST_F(ReporterHeldTest, SilenceDoesNotCloseWhatThePolicyHasLetIn) {
-    std::promise<void> asked, answer;
-    fake_->allow = [&asked, let = answer.get_future().share()](const DeviceInfo&) {
-        asked.set_value();
-        let.wait();
-        return false;
-    };
+    std::promise<void> asked;
+    std::promise<void> answer = Stall(&asked);
     Sighting let_in = Usb(1005, {8});
     let_in.vouched = true;
     Judge(kStick, let_in);
     asked.get_future().wait();
+    allows_ = false;
     reporter_->lose_patience(start_ + std::chrono::hours(1));
     answer.set_value();
     EXPECT_THAT(Switched(), ElementsAre("close 1-2")) << "a refusal does";
@@ -142,11 +139,12 @@ TEST_F(ReporterHeldTest, SilenceDoesNotCloseWhatThePolicyHasLetIn) {
 }
 
 TEST_F(ReporterHeldTest, SilenceDoesNotHushAnInputDeviceThatThePolicyAllows) {
-    std::promise<void> answer = Stall();
+    std::promise<void> asked;
+    std::promise<void> answer = Stall(&asked);
     Sighting heard = Input(5, kHid);
     heard.vouched = true;
     Judge(kInputDevice, heard);
-    fake_->TakeAtLeast(1);
+    asked.get_future().wait();
     reporter_->lose_patience(start_ + std::chrono::hours(1));
     answer.set_value();
     EXPECT_THAT(Switched(), IsEmpty());

@@ -76,10 +76,12 @@ class SwitchingTest : public testing::Test {
         const std::lock_guard<std::mutex> lock(mutex_);
         return std::exchange(notices_, {});
     }
-    // A service that does not answer about devices until it is let.
-    std::promise<void> Stall() {
+    // A service that does not answer about devices until it is let. Of one device alone it may say
+    // in `asked` that it is asked.
+    std::promise<void> Stall(std::promise<void>* asked = nullptr) {
         std::promise<void> answer;
-        fake_->allow = [this, let = answer.get_future().share()](const DeviceInfo&) {
+        fake_->allow = [this, asked, let = answer.get_future().share()](const DeviceInfo&) {
+            if (asked != nullptr) asked->set_value();
             let.wait();
             return allows_.load();
         };
