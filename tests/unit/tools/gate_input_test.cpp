@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Input devices behind the gate: held, silent, heard.
+
+#include "tests/unit/tools/gate_fixture.h"
+
+namespace android::vus::hotplug {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+
+TEST_F(GateTest, RefusedInputDeviceStaysWithoutItsHidDriver) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    Admit();
+    const std::string hid = Of(0).hid->name;
+    gate_.unbind_hid(hid);
+    Of(0).hid->has_driver = Of(0).hid->has_input_device = false;
+    Tried();
+    Admit();
+    EXPECT_THAT(Tried(), IsEmpty());
+    gate_.probe_hid(hid);
+    EXPECT_THAT(switches_.Take(), ElementsAre("unbind " + hid, "probe " + hid));
+    Admit();
+    EXPECT_THAT(Tried(), ElementsAre("hid " + hid));
+}
+
+TEST_F(GateTest, HeldInputIsLetInByTheDaemonsWord) {
+    Plug({{0, Keyboard()}});
+    const HeldInput held = Admit().inputs.at(0);
+    EXPECT_THAT(gate_.held_keys(), UnorderedElementsAre(held.subject.key(), "1-1:1.0"));
+    gate_.answered(held.subject, true);
+    gate_.open_held(held.usb_device, held.behind);
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0001"));
+    EXPECT_THAT(gate_.held_keys(), IsEmpty());
+}
+
+TEST_F(GateTest, HidDeviceOfAnotherBusGoesByItsMaker) {
+    kernel_.other_hid = {{kBluetoothKeyboard, false}};
+    const Admission refused = gate_.admit_hid(kBluetoothKeyboard);
+    ASSERT_THAT(refused.inputs, SizeIs(1));
+    EXPECT_EQ(refused.inputs[0].behind, kBluetoothKeyboard);
+    EXPECT_EQ(refused.inputs[0].info.vendorId, 0x046D);
+    EXPECT_EQ(refused.inputs[0].info.productId, 0xB342);
+    EXPECT_EQ(refused.inputs[0].info.deviceClass, 0);
+    EXPECT_THAT(Tried(), IsEmpty());
+
+    preview_.vendors = {0x046D};
+    EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).released, SizeIs(1));
+    EXPECT_THAT(Tried(), ElementsAre(std::string("hid ") + kBluetoothKeyboard));
+}
+
+TEST_F(GateTest, HidDeviceOfAnotherBusComesInToBeJudgedIfItsMakerDoesNotSettleIt) {
+    kernel_.other_hid = {{kBluetoothKeyboard, false}};
+    preview_.sources = {0x100};  // as a policy names it
+    EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).inputs, IsEmpty());
+    EXPECT_THAT(Tried(), ElementsAre(std::string("hid ") + kBluetoothKeyboard));
+    gate_.unbind_hid(kBluetoothKeyboard);
+    kernel_.other_hid[kBluetoothKeyboard] = false;
+    gate_.admit_hid(kBluetoothKeyboard);
+    EXPECT_THAT(Tried(), IsEmpty()) << "it was refused";
+    gate_.forget_hid(kBluetoothKeyboard);
+    gate_.admit_hid(kBluetoothKeyboard);
+    EXPECT_THAT(Tried(), SizeIs(1));
+}
+
+Sighting SeenInput(int32_t sources) {
+    Sighting seen;
+    if (sources == 0) return seen;
+    seen.info = DeviceInfo();
+    seen.info->deviceType = kInputType;
+    seen.info->deviceClass = sources;
+    return seen;
+}
+
+TEST_F(GateTest, InputDeviceIsSilentUntilItIsKnown) {
+    preview_.sources = {kSourceMouse};
+    gate_.input_appeared("input5");
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5"));
+    EXPECT_TRUE(StaysSilent("input5", SeenInput(kSourceKeyboard), true));
+    EXPECT_FALSE(StaysSilent("input5", SeenInput(kSourceKeyboard), true)) << "it was said";
+    EXPECT_THAT(switches_.Take(), IsEmpty());
+
+    gate_.input_appeared("input6");
+    EXPECT_FALSE(StaysSilent("input6", SeenInput(kSourceMouse), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input6", "unhush input6"));
+    gate_.input_appeared("input7");
+    EXPECT_TRUE(StaysSilent("input7", SeenInput(kSourceMouse), false)) << "nobody is there";
+}
+
+TEST_F(GateTest, InputDeviceThatIsTheSourceOfNothingIsHeardWhenThatIsSeen) {
+    gate_.input_appeared("input5");
+    Sighting failed;
+    failed.settled = false;
+    EXPECT_FALSE(StaysSilent("input5", failed, true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5")) << "it was not seen";
+    EXPECT_FALSE(StaysSilent("input5", SeenInput(0), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
+    EXPECT_FALSE(StaysSilent("input5", SeenInput(0), true));
+    EXPECT_THAT(switches_.Take(), IsEmpty()) << "whoever silences it now";
+}
+
+// Also of one that nobody has silenced: it was there before the gate.
+TEST_F(GateTest, InputDeviceThatIsForeseenToBeAllowedIsVouchedFor) {
+    preview_.sources = {kSourceMouse};
+    Sighting mouse = SeenInput(kSourceMouse);
+    gate_.stays_silent("input5", &mouse, true);
+    EXPECT_TRUE(mouse.vouched);
+    gate_.input_appeared("input6");
+    mouse = SeenInput(kSourceMouse);
+    gate_.stays_silent("input6", &mouse, true);
+    EXPECT_TRUE(mouse.vouched);
+    mouse = SeenInput(kSourceMouse);
+    gate_.stays_silent("input7", &mouse, false);
+    EXPECT_FALSE(mouse.vouched) << "nobody is there";
+    Sighting keyboard = SeenInput(kSourceKeyboard);
+    gate_.stays_silent("input8", &keyboard, true);
+    EXPECT_FALSE(keyboard.vouched);
+}
+
+TEST_F(GateTest, BoardsOwnInputDevicesAreNotSilenced) {
+    kernel_.own_inputs = {"input0"};
+    gate_.input_appeared("input0");
+    EXPECT_THAT(switches_.Take(), IsEmpty());
+}
+
+// The one before was killed before it had seen them.
+TEST_F(GateTest, InputDevicesThatAnotherGateSilencedAreLookedAt) {
+    kernel_.own_inputs = {"input0"};
+    kernel_.silent = {"input0", "input5", "input6"};
+    preview_.sources = {kSourceMouse};
+    gate_.shut();
+    gate_.forget_input("input6");
+    switches_.Take();
+    for (const char* input : {"input0", "input5", "input6"}) {
+        EXPECT_FALSE(StaysSilent(input, SeenInput(kSourceMouse), true));
+    }
+    EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
+}
+
+TEST_F(GateTest, HeldHidDeviceIsLetInByTheDaemonsWord) {
+    kernel_.other_hid = {{kBluetoothKeyboard, false}};
+    const HeldInput held = gate_.admit_hid(kBluetoothKeyboard).inputs.at(0);
+    gate_.answered(held.subject, true);
+    gate_.open_held(held.usb_device, held.behind);
+    EXPECT_THAT(Tried(), ElementsAre(std::string("hid ") + kBluetoothKeyboard));
+}
+
+}  // namespace
+}  // namespace android::vus::hotplug
