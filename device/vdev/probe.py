@@ -84,6 +84,11 @@ class Probe:
         log = self.machine.run(f"grep '^{entry} ' /data/log/vus_hotplug.log")[1]
         return [line.rsplit(" ", 1)[1] for line in log.splitlines() if line]
 
+    def words(self, entry):
+        """The same, each of them once: some time after a policy was put in force, everything that is
+        attached is asked about again."""
+        return set(self.answers(entry))
+
     def ends(self, service):
         """The exit statuses with which a service has ended, oldest first."""
         log = self.machine.run("cat /data/log/supervise.log 2>/dev/null")[1]

@@ -70,7 +70,7 @@ def test_a_keyboard_is_left_to_the_input_side(device):
     device.plug("keyboard", "1")
     record = device.probe.judged_input("Keyboard")
     assert record["reason"] == "Whitelisted: Match by ClassName, CLASS : AINPUT_SOURCE_KEYBOARD "
-    device.machine.wait_until(lambda: device.probe.answers("1-1") == ["not-allowed"])
+    device.machine.wait_until(lambda: device.probe.words("1-1") == {"not-allowed"})
     assert device.probe.record("1-1") is None
     assert device.probe.authorized("1-1") == ["1"]
 
@@ -129,7 +129,7 @@ def test_interfaces_that_appear_later_are_judged(device, kind, prepare, configur
     device.machine.shell(prepare)
     device.plug(kind, "5")
     # Nothing to judge yet: neither allowed, nor listed.
-    device.machine.wait_until(lambda: device.probe.answers("1-5") == ["not-allowed"])
+    device.machine.wait_until(lambda: device.probe.words("1-5") == {"not-allowed"})
     assert device.probe.interfaces("1-5") == [] and device.probe.record("1-5") is None
     device.machine.shell(configure)
     record = device.probe.judged("1-5")

@@ -134,7 +134,7 @@ def test_drivers_that_come_late(device):
     device.set_policy(KEYBOARD)
     device.machine.shell("rmmod hid_generic usbhid")
     device.plug("programmer", "5")
-    device.machine.wait_until(lambda: device.probe.answers("1-5") == ["not-allowed"])
+    device.machine.wait_until(lambda: device.probe.words("1-5") == {"not-allowed"})
     assert device.probe.authorized("1-5") == ["1"] and device.probe.record("1-5") is None
     device.machine.shell("insmod /modules/usbhid.ko")
     device.plug("keyboard", "1")
