@@ -29,7 +29,20 @@ Sighting HeldKeyboard() {
     return seen;
 }
 
-class ReporterHeldTest : public SwitchingTest {};
+class ReporterHeldTest : public SwitchingTest {
+  protected:
+    // An input device that the policy allows, while the daemon, `asked`, is silent until `answer`.
+    void ExpectHeardBesideSilence(std::promise<void>* asked, std::promise<void>* answer) {
+        Sighting heard = Input(5, kHid);
+        heard.vouched = true;
+        Judge(kInputDevice, heard);
+        asked->get_future().wait();
+        reporter_->lose_patience(start_ + std::chrono::hours(1));
+        answer->set_value();
+        EXPECT_THAT(Switched(), IsEmpty());
+        EXPECT_THAT(Notices(), IsEmpty());
+    }
+};
 
 TEST_F(ReporterHeldTest, RefusedDeviceIsSeenToAndStaysHeld) {
     allows_ = false;
@@ -141,14 +154,7 @@ TEST_F(ReporterHeldTest, SilenceDoesNotCloseWhatThePolicyHasLetIn) {
 TEST_F(ReporterHeldTest, SilenceDoesNotHushAnInputDeviceThatThePolicyAllows) {
     std::promise<void> asked;
     std::promise<void> answer = Stall(&asked);
-    Sighting heard = Input(5, kHid);
-    heard.vouched = true;
-    Judge(kInputDevice, heard);
-    asked.get_future().wait();
-    reporter_->lose_patience(start_ + std::chrono::hours(1));
-    answer.set_value();
-    EXPECT_THAT(Switched(), IsEmpty());
-    EXPECT_THAT(Notices(), IsEmpty());
+    ExpectHeardBesideSilence(&asked, &answer);
 }
 
 // What it is asked for first is its list.
@@ -158,14 +164,7 @@ TEST_F(ReporterHeldTest, NorDoesADaemonThatDoesNotEvenList) {
         asked.set_value();
         answer.get_future().wait();
     };
-    Sighting heard = Input(5, kHid);
-    heard.vouched = true;
-    Judge(kInputDevice, heard);
-    asked.get_future().wait();
-    reporter_->lose_patience(start_ + std::chrono::hours(1));
-    answer.set_value();
-    EXPECT_THAT(Switched(), IsEmpty());
-    EXPECT_THAT(Notices(), IsEmpty());
+    ExpectHeardBesideSilence(&asked, &answer);
 }
 
 TEST_F(ReporterHeldTest, SilenceTakesNoYesBackThatIsOnlyLookedAfter) {
