@@ -196,11 +196,11 @@ std::vector<Subject> Gate::keep_only(const std::set<std::string>& keys) {
 
 void Gate::input_appeared(const std::string& input) {
     if (!system_->is_of_a_bus(input)) return;
-    {
-        const MutexLock lock(mutex_);
-        silenced_.insert(input);
-    }
+    // Noted afterwards: whoever has found it by itself and looks at it now would make it heard
+    // before it is silenced. Its announcement is not over, and is followed by another look.
     switches_->hush_input(input);
+    const MutexLock lock(mutex_);
+    silenced_.insert(input);
 }
 
 // What is no source of input came of what was judged in another way. What could not be looked at

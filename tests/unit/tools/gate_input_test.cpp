@@ -2,6 +2,9 @@
 //
 // Input devices behind the gate: held, silent, heard.
 
+#include <functional>
+#include <utility>
+
 #include "tests/unit/tools/gate_fixture.h"
 
 namespace android::vus::hotplug {
@@ -89,6 +92,32 @@ TEST_F(GateTest, InputDeviceIsSilentUntilItIsKnown) {
     EXPECT_THAT(switches_.Take(), ElementsAre("hush input6", "unhush input6"));
     gate_.input_appeared("input7");
     EXPECT_TRUE(StaysSilent("input7", SeenInput(kSourceMouse), false)) << "nobody is there";
+}
+
+// Switches at which something else happens before the first device is silenced.
+class BusySwitches : public FakeSwitches {
+  public:
+    void hush_input(const std::string& input) override {
+        if (meanwhile) std::exchange(meanwhile, nullptr)();
+        FakeSwitches::hush_input(input);
+    }
+
+    std::function<void()> meanwhile;
+};
+
+// It was found when its driver came, and is looked at for that while it is announced.
+TEST_F(GateTest, InputDeviceThatIsLookedAtWhileItIsSilencedIsHeardInTheEnd) {
+    preview_.sources = {kSourceMouse};
+    BusySwitches switches;
+    Gate gate(&kernel_, &switches, &preview_, [](const std::string&) {});
+    const auto look = [&] {
+        Sighting seen = SeenInput(kSourceMouse);
+        EXPECT_FALSE(gate.stays_silent("input5", &seen, true));
+    };
+    switches.meanwhile = look;
+    gate.input_appeared("input5");
+    look();  // for its event node, which is announced next
+    EXPECT_THAT(switches.Take(), ElementsAre("hush input5", "unhush input5"));
 }
 
 TEST_F(GateTest, InputDeviceThatIsTheSourceOfNothingIsHeardWhenThatIsSeen) {
