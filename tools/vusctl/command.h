@@ -22,6 +22,7 @@ struct Option {
     const char* name;   // "--json"
     const char* value;  // what follows it, such as "FILE"; null: nothing does
     const char* help;
+    bool required = false;
 };
 
 // A command line, taken apart by the command's options.

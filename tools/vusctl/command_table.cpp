@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <string.h>
+
+#include <algorithm>
+
 #include "tools/vusctl/analysis_commands.h"
 #include "tools/vusctl/command.h"
 #include "tools/vusctl/daemon_commands.h"
@@ -26,6 +30,10 @@ constexpr char kJudgeNotes[] =
         "off. `vusctl forget ID` takes the record out again; `vusctl policy explain`\n"
         "tells the same of a file and touches nothing.\n"
         "Numbers are decimal, or hexadecimal with 0x; a leading zero is an error.\n";
+
+constexpr char kResetNotes[] =
+        "Of the controllers that have a `mode` file, those in host mode are switched off\n"
+        "and on. On a common PC none has one, and nothing happens.\n";
 
 constexpr char kStatusNotes[] =
         "And whether the file on disk is the policy in force: exit status 1 if it is\n"
@@ -89,7 +97,7 @@ constexpr char kImportNotes[] =
 
 constexpr char kCheckNotes[] =
         "Each finding has a line, a device that shows it, and what to write instead.\n"
-        "Their ids stay as they are; docs/lint/ has a page for each.\n";
+        "Their ids stay as they are; vus-policy-lint(7) has each.\n";
 
 constexpr char kDiffNotes[] =
         "Exact: no difference is missing, and each is shown by a device. With --format\n"
@@ -172,7 +180,7 @@ std::vector<Option> yes() {
 }
 
 std::vector<Option> trial_options() {
-    return {{"--seconds", "N", "how long"}};
+    return {{"--seconds", "N", "how long (1 to 86400)"}};
 }
 
 std::vector<Option> loose() {
@@ -182,6 +190,15 @@ std::vector<Option> loose() {
 std::vector<Option> redact() {
     return {{"--redact", nullptr, "hashes for names and serial numbers"},
             {"--key", "FILE", "by which hashes of several recordings are the same"}};
+}
+
+// The record of an id stays: without an id of its own a device would get another one's.
+std::vector<Option> judge_options() {
+    std::vector<Option> options = device_options();
+    for (Option& option : options) option.required = strcmp(option.name, "--id") == 0;
+    std::stable_partition(options.begin(), options.end(),
+                          [](const Option& option) { return option.required; });
+    return options + json();
 }
 
 std::vector<Option> of_record() {
@@ -201,13 +218,14 @@ std::vector<Command> daemon_rows() {
              "did refused devices work, and for how long?", kExposureNotes, show_exposure},
             {"record", "", "[DIR]", 0, 1, redact(), "at most one DIR, --redact and --key FILE",
              "this machine's devices as a list", kRecordNotes, record_devices},
-            {"judge", "", "", 0, 0, device_options() + json(), "a device's description",
+            {"judge", "", "", 0, 0, judge_options(), "a device's description",
              "ask the daemon whether a described device is allowed", kJudgeNotes, judge_device},
             {"forget", "", "ID", 1, 1, of_record(), "the ID of a listed device",
              "take a record that is no device out of the daemon's list", kForgetNotes,
              forget_device},
             {"reset", "", "", 0, 0, none(), "no argument",
-             "have every USB device enumerated, and judged, again", kNoNotes, reset_ports},
+             "reset the board's controllers, and judge their devices again", kResetNotes,
+             reset_ports},
             {"undock", "", "MS", 1, 1, none(), "a number of milliseconds above 0",
              "undock virtually for that many milliseconds", kNoNotes, undock},
             {"watch", "", "", 0, 0, json(), "--json or nothing",

@@ -12,7 +12,9 @@ namespace android::vus::ctl {
 
 namespace {
 
-constexpr char kUsageLine[] = "usage: vusctl COMMAND [ARGUMENT...]\n";
+constexpr char kUsageLine[] =
+        "usage: vusctl COMMAND [ARGUMENT...]\n"
+        "       vusctl --version\n";
 
 constexpr char kNotes[] =
         "\n"
@@ -42,7 +44,9 @@ std::string synopsis(const Command& command) {
         }
     };
     if (*command.arguments != '\0') add(command.arguments);
-    for (const Option& option : command.options) add("[" + call_of(option) + "]");
+    for (const Option& option : command.options) {
+        add(option.required ? call_of(option) : "[" + call_of(option) + "]");
+    }
     return text + line + "\n";
 }
 

@@ -93,8 +93,11 @@ std::string manual_synopsis() {
     for (const Command& command : commands()) {
         page << ".Nm\n.Cm " << command.path() << "\n";
         if (*command.arguments != '\0') page << "." << man_arguments(command) << "\n";
-        for (const Option& option : command.options) page << ".Op " << man_option(option) << "\n";
+        for (const Option& option : command.options) {
+            page << (option.required ? "." : ".Op ") << man_option(option) << "\n";
+        }
     }
+    page << ".Nm\n.Fl -version\n";
     page << ".Sh DESCRIPTION\n" << man_text(kDescription) << ".Bl -tag -width Ds\n";
     for (const Command& command : commands()) {
         const std::string arguments = man_arguments(command);
@@ -102,7 +105,7 @@ std::string manual_synopsis() {
              << man_summary(command.summary) << man_text(command.notes);
         print_man_options(command, page);
     }
-    page << ".El\n";
+    page << ".It Fl -version\nPrint the version.\n.El\n";
     return page.str();
 }
 

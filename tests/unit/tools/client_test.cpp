@@ -31,7 +31,8 @@ using testing::StartsWith;
 
 TEST_F(ClientTest, HelpGoesToOutputAndWrongUsageToError) {
     EXPECT_EQ(Run({"--help"}), kDone);
-    EXPECT_THAT(Out(), StartsWith("usage: vusctl COMMAND [ARGUMENT...]\n"));
+    EXPECT_THAT(Out(), StartsWith("usage: vusctl COMMAND [ARGUMENT...]\n"
+                                  "       vusctl --version\n"));
     EXPECT_EQ(Err(), "");
     const std::string help = Out();
     for (const Words& words : {Words{"-h"}, Words{"help"}, Words{"policy", "--help"}}) {
@@ -69,6 +70,13 @@ TEST_F(ClientTest, CommandsHelpComesFromItsRow) {
               "\n"
               "undock virtually for that many milliseconds\n");
     EXPECT_EQ(Run({"help", "frob"}), kUsage);
+}
+
+TEST_F(ClientTest, WhatHasToBeGivenStandsFirstAndIsNoOption) {
+    EXPECT_EQ(Run({"judge", "--help"}), kDone);
+    EXPECT_THAT(Out(), StartsWith("usage: vusctl judge --id N [--usb] [--input] [--name TEXT]"));
+    EXPECT_EQ(Run({"policy", "explain", "--help"}), kDone);
+    EXPECT_THAT(Out(), HasSubstr(" [--id N]"));
 }
 
 TEST_F(ClientTest, NoLineOfHelpIsWiderThanATerminal) {

@@ -69,6 +69,10 @@ TEST(Completion, ManualsSynopsisKnowsTheWholeTable) {
     const std::string page = manual_synopsis();
     EXPECT_THAT(page, StartsWith(".Sh SYNOPSIS\n.Nm\n.Cm list\n.Op Fl -json\n.Nm\n.Cm why\n"
                                  ".Ar ID\n.Op Fl -usb\n"));
+    EXPECT_THAT(page,
+                HasSubstr("\n.Cm judge\n.Fl -id Ar N\n.Op Fl -usb\n.Op Fl -input\n.Op Fl -name"));
+    EXPECT_THAT(page, HasSubstr("\n.Nm\n.Fl -version\n.Sh DESCRIPTION\n"));
+    EXPECT_THAT(page, HasSubstr("\n.It Fl -version\n"));
     EXPECT_THAT(page, HasSubstr("\n.Op Ar DIR\n"));
     EXPECT_THAT(page, HasSubstr("\n.Op Cm test\n"));
     for (const Command& command : commands()) {
