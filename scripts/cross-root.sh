@@ -24,12 +24,12 @@ as_its_root() {
     fi
 }
 
-# build/package is /work in there.
+# build/package is /package in there.
 enter() {
     mkdir -p "$vus_build/package"
     # shellcheck disable=SC2016  # for the shell in there
     as_its_root sh -c 'mount -t proc proc "$0/proc" && mount --rbind /dev "$0/dev" &&
-        mkdir -p "$0/work" && mount --bind "$0/../package" "$0/work" && cd "$0" && exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 HOME=/root \
+        mkdir -p "$0/package" && mount --bind "$0/../package" "$0/package" && cd "$0" && exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 HOME=/root \
             chroot "$0" "$@"' "$root" "$@"
 }
 
