@@ -30,13 +30,17 @@ def links(document):
     return re.findall(r"\]\(([^)\s]+)\)", without_code(document.read_text()))
 
 
+def literals_in(code):
+    """The string literals of C++, adjacent ones joined."""
+    for run in re.findall(r'(?:"(?:[^"\\\n]|\\.)*"\s*)+', code):
+        pieces = re.findall(r'"((?:[^"\\\n]|\\.)*)"', run)
+        yield "".join(pieces).replace('\\"', '"').replace("\\n", "")
+
+
 def literals():
-    """The string literals of the product's sources, adjacent ones joined."""
-    sources = [*ROOT.glob("android/vus/*.cpp"), *ROOT.glob("android/vus/*.h")]
-    for source in sources:
-        for run in re.findall(r'(?:"(?:[^"\\\n]|\\.)*"\s*)+', source.read_text()):
-            pieces = re.findall(r'"((?:[^"\\\n]|\\.)*)"', run)
-            yield "".join(pieces).replace('\\"', '"').replace("\\n", "")
+    """Those of the product's sources."""
+    for source in [*ROOT.glob("android/vus/*.cpp"), *ROOT.glob("android/vus/*.h")]:
+        yield from literals_in(source.read_text())
 
 
 def table(heading):
@@ -65,6 +69,34 @@ def test_links_lead_somewhere(document):
         assert target == ROOT or ROOT in target.parents, f"{link} leaves the tree"
         if anchor:
             assert anchor in set(anchors(target)), link
+
+
+def test_installed_pages_link_to_installed_pages():
+    """The administrator's pages; what those link to in their turn may be the checkout's."""
+    installed = {line for name in ("vus", "vus-tools")
+                 for line in (ROOT / "debian" / f"{name}.docs").read_text().split()}
+    for name in ("linux-host", "policy-guide", "properties-and-files", "workbench"):
+        page = ROOT / "docs" / f"{name}.md"
+        linked = {(page.parent / link.partition("#")[0]).resolve() for link in links(page)
+                  if re.match(r"[\w./-]+\.md(#|$)", link)}
+        paths = {str(path.relative_to(ROOT)) for path in linked | {page}}
+        assert {path for path in paths if path not in installed
+                and str(pathlib.Path(path).parent) not in installed} == set(), name
+
+
+def test_what_the_reporter_says_is_documented():
+    """Every text that it says without being asked, and no other. ENTRY, WHY and the like stand for
+    what it fills in; a colon may be put in as well."""
+    code = "".join(path.read_text() for path in (ROOT / "tools" / "hotplug").glob("*.cpp"))
+    says = re.findall(r"\b(?:notice_?|complain_|hold_silent)\(([^;]*);", code)
+    said = {text.strip(" :") for call in says for text in literals_in(call)} - {""}
+    assert len(said) > 15
+    rows = [first_code(row[0]) for row in table("### vus_hotplug")]
+    documented = [text for text in rows if text and " " in text]
+    assert {text for text in said if not any(text in row for row in documented)} == set()
+    filled_in = r"\b(?:ENTRY|INPUT|DEVICE|FILE|WHY|N)\b|: "
+    pieces = {piece.strip() for text in documented for piece in re.split(filled_in, text)} - {""}
+    assert {piece for piece in pieces if not any(piece in text for text in said)} == set()
 
 
 def test_log_lines_are_the_programs():
