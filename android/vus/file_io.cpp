@@ -146,6 +146,20 @@ bool rewrite_file(const std::string& path, std::string_view text) {
     return file.get() >= 0 && rewrite(file, text);
 }
 
+bool create_whole(const std::string& path, const std::string& aside, std::string_view text) {
+    unlink(aside.c_str());
+    bool created = false;
+    {
+        const base::unique_fd file = open_in_place(aside, O_WRONLY | O_CREAT | O_EXCL);
+        const bool whole = file.get() >= 0 && rewrite(file, text) && fsync(file.get()) == 0;
+        // Never over what has come meanwhile. Unlike a renaming that does not replace, every file
+        // system that a policy is on knows it.
+        created = whole && link(aside.c_str(), path.c_str()) == 0;
+    }
+    unlink(aside.c_str());
+    return created;
+}
+
 bool is_same_file(const std::string& one, const std::string& other) {
     struct stat first = {};
     struct stat second = {};

@@ -67,6 +67,11 @@ void make_durable(const base::unique_fd& file);
 // The same as rewrite() of the regular file at `path`, or of a new one.
 bool rewrite_file(const std::string& path, std::string_view text);
 
+// Makes a regular file at `path` that holds `text`, on the disk; or none, if something is there or
+// anything fails. It is written as `aside`, a name in the same directory that is nobody else's:
+// what stands there was left by a kill, and is removed. A power cut leaves the whole file, or none.
+bool create_whole(const std::string& path, const std::string& aside, std::string_view text);
+
 // True if both names lead to one file.
 bool is_same_file(const std::string& one, const std::string& other);
 

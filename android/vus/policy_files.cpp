@@ -4,7 +4,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -35,6 +37,9 @@ constexpr char kDefaultPolicy[] =
         "<usbconfig mode=\"default\">\n"
         "</usbconfig>";
 
+// The default policy until it is whole.
+constexpr char kFirstPolicyFile[] = "/data/system/usbdeviceconfig/usb_device_config.first";
+
 // A policy that changes each time it is looked at, without a close that is heard, is somebody's
 // game: the backup's rules are in force then, until a close is heard.
 constexpr int kMostLoadsOfOneClose = 3;
@@ -58,6 +63,16 @@ bool exists(const char* path) {
 bool isDirectory(const char* path) {
     struct stat entry;
     return stat(path, &entry) == 0 && S_ISDIR(entry.st_mode);
+}
+
+// Makes the default policy, unless there is one by now, or somebody else is making it. The lock is
+// the directory's and ends with its descriptor: nothing more is left behind by a kill.
+bool makeDefault() {
+    const base::unique_fd directory(open(kConfigDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.get() < 0) return false;
+    // A file system without locks has one start-up task as well.
+    if (flock(directory.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return false;
+    return create_whole(kPolicyFile, kFirstPolicyFile, kDefaultPolicy);
 }
 
 void logCopy(const std::string& source, const std::string& dest) {
@@ -171,10 +186,12 @@ void PolicyFiles::createDefault() {
         return;
     }
     LOG(INFO) << "Directory exist, creating file";
-    if (exists(kPolicyFile)) return;
-    // What has come meanwhile is somebody's policy.
-    const base::unique_fd file = open_in_place(kPolicyFile, O_WRONLY | O_CREAT | O_EXCL);
-    if (file.get() >= 0) rewrite(file, kDefaultPolicy);
+    if (exists(kPolicyFile)) {
+        unlink(kFirstPolicyFile);  // the policy's second name, of a task that was killed
+        return;
+    }
+    // Who watches hears of a policy when it is closed, and this one was closed under another name.
+    if (makeDefault()) open_in_place(kPolicyFile, O_WRONLY);
 }
 
 void PolicyFiles::loadAtStart(const Load& load) {

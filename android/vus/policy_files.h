@@ -6,6 +6,7 @@
 // one that was rejected, and after a crash. The backup is what was loaded last and was good; the
 // status says how the last load went. All three are rewritten in place, and no link is followed to
 // write one: the directory's group may write its files, and nothing else by the daemon's hand.
+// Only the first policy is written aside: where no backup is, a torn one would stay for good.
 //
 // What a load does with the bytes is not known here: it comes as a function. So this room and the
 // policy's own (policy.h, judge.h) know nothing of each other; util.h is above both.
@@ -48,7 +49,8 @@ class PolicyFiles {
     PolicyFiles() = delete;
 
     // Makes sure that there is a policy file, if there is a directory for it. What is there already
-    // is never touched, and the directory is never made.
+    // is never touched, and the directory is never made. A default policy that cannot be made as a
+    // whole is not made at all: the next call tries again.
     static void createDefault();
 
     // The load at start: a good policy is confirmed and backed up, a bad one stays where it is.

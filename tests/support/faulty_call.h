@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One system call of a thread that fails: the n-th of those that open, read, write, list, rename
-// or remove files (pipes aside), with any error. Whoever walks n from 1 on has each of them fail
-// once.
+// One system call of a thread that fails: the n-th of those that open, read, write, list, lock,
+// name, rename or remove files (pipes aside), with any error. Whoever walks n from 1 on has each of
+// them fail once.
 //
 // The kernel asks a second thread about every such call (seccomp's notifications), so the code that
 // is tested runs as it is, and in any library. Memory and locks are left alone: where those fail,
