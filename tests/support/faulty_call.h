@@ -5,7 +5,7 @@
 // them fail once.
 //
 // The kernel asks a second thread about every such call (seccomp's notifications), so the code that
-// is tested runs as it is, and in any library. Memory and locks are left alone: where those fail,
+// is tested runs as it is, and in any library. Memory and mutexes are left alone: where those fail,
 // the process ends.
 
 #pragma once

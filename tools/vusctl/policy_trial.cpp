@@ -48,19 +48,28 @@ int fail_with_errno(std::ostream& err, const std::string& what) {
     return fail(err, what + ": " + strerror(errno));
 }
 
-// Puts a file in the policy's place without the daemon's reading it: it hears of files that are
-// closed after writing, and not of those that are renamed. Owner and mode stay.
-bool rename_over_policy(const std::string& content) {
+// With the owner and mode of the policy, and on the disk.
+bool write_new(const std::string& content) {
     struct stat before = {};
     const bool known = stat(kPolicyFile, &before) == 0;
-    unique_fd fd(open(kNewFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    constexpr int kNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+    const unique_fd fd(open(kNewFile, kNew, 0600));
     if (!fd.ok() || !base::WriteStringToFd(content, fd.get())) return false;
     fchmod(fd.get(), known ? before.st_mode & 07777 : 0644);
     if (known && fchown(fd.get(), before.st_uid, before.st_gid) != 0 && errno != EPERM)
         return false;
-    if (fsync(fd.get()) != 0) return false;
-    fd.reset();
-    return rename(kNewFile, kPolicyFile) == 0;
+    return fsync(fd.get()) == 0;
+}
+
+// Puts a file in the policy's place without the daemon's reading it: it hears of files that are
+// closed after writing, and not of those that are renamed.
+bool rename_over_policy(const std::string& content) {
+    unlink(kNewFile);  // of a vusctl that was killed, somebody else's it may be
+    if (write_new(content) && rename(kNewFile, kPolicyFile) == 0) return true;
+    const int failure = errno;
+    unlink(kNewFile);
+    errno = failure;
+    return false;
 }
 
 // In place: this the daemon reads. If it has gone meanwhile, its next start does.
@@ -69,9 +78,15 @@ void put_back_in_place(const std::string& content) {
     if (fd.ok()) base::WriteStringToFd(content, fd.get());
 }
 
-// The trial file, held as long as this lives, here or in the guard.
+// The trial file, held as long as this lives, here or in the guard. A new one is the group's from
+// its first moment: who wrote it may be killed, or be another one than who keeps it.
 unique_fd open_trial(int flags) {
-    return unique_fd(open(kTrialFile, flags | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const mode_t usual = umask(0);
+    unique_fd trial(open(kTrialFile, flags | O_CLOEXEC | O_NOFOLLOW, 0660));
+    const int failure = errno;
+    umask(usual);
+    errno = failure;
+    return trial;
 }
 
 bool is_held(int fd) {
@@ -242,6 +257,9 @@ int try_policy(const std::string& content, seconds time, std::ostream& out, std:
 
 int keep_policy(std::ostream& out, std::ostream& err) {
     const unique_fd trial = open_trial(O_RDWR);
+    if (!trial.ok() && errno != ENOENT) {
+        return fail_with_errno(err, std::string("cannot open ") + kTrialFile);
+    }
     std::string content;
     // Nobody holds what a guard left that was killed: that trial cannot be told from one that
     // ended.

@@ -5,12 +5,14 @@
 #include "tools/vusctl/policy_trial.h"
 
 #include <android-base/unique_fd.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -34,6 +36,7 @@ using std::chrono::steady_clock;
 constexpr char kOld[] = "<usbconfig mode=\"default\"/>\n";
 constexpr char kNew[] = "<usbconfig mode=\"whitelist\"/>\n";
 constexpr char kTrial[] = "/data/system/usbdeviceconfig/usb_device_config.trial";
+constexpr char kReplacement[] = "/data/system/usbdeviceconfig/usb_device_config.new";
 constexpr seconds kLong(600);
 constexpr seconds kSoon(10);
 
@@ -252,6 +255,46 @@ TEST_F(TrialTest, OwnerAndModeOfThePolicyStay) {
     struct stat file = {};
     ASSERT_EQ(stat(kPolicyFile, &file), 0);
     EXPECT_EQ(file.st_mode & 07777, 0640u);
+}
+
+// Any member of the directory's group keeps what another tries, and tries after one whose machine
+// went down within a trial; whatever is usual for the files of whoever began.
+TEST_F(TrialTest, IsTheGroups) {
+    for (const mode_t usual : {mode_t{077}, mode_t{022}}) {
+        const mode_t before = umask(usual);
+        Begin(kLong);
+        EXPECT_EQ(umask(before), usual);
+        struct stat file = {};
+        ASSERT_EQ(stat(kTrial, &file), 0);
+        EXPECT_EQ(file.st_mode & 07777, 0660u);
+        EXPECT_EQ(keep_policy(out_, err_), kDone) << err_.str();
+        EndGuard(SIGTERM);
+        SetUp();
+    }
+}
+
+TEST_F(TrialTest, ThatCannotBeOpenedIsNotDenied) {
+    ASSERT_EQ(symlink("/data/elsewhere", kTrial), 0);
+    EXPECT_EQ(keep_policy(out_, err_), kFailed);
+    EXPECT_EQ(err_.str(),
+              std::string("vusctl: cannot open ") + kTrial + ": " + strerror(ELOOP) + "\n");
+}
+
+// It may be another member's, who was killed: nothing is written into it.
+TEST_F(TrialTest, WhatWasLeftInTheWayIsRemoved) {
+    WriteFile("/data/victim", "theirs");
+    using Leave = int (*)(const char*, const char*);
+    for (const Leave leave : {Leave{link}, Leave{symlink}}) {
+        ASSERT_EQ(leave("/data/victim", kReplacement), 0);
+        Begin(kLong);
+        ASSERT_EQ(leave("/data/victim", kReplacement), 0);
+        EXPECT_EQ(keep_policy(out_, err_), kDone) << err_.str();
+        EXPECT_EQ(ReadFile(kPolicyFile), kNew);
+        EXPECT_EQ(ReadFile("/data/victim"), "theirs");
+        EndGuard(SIGTERM);
+        WriteFile(kPolicyFile, kOld);
+        WriteFile(kPolicyBackupFile, kOld);
+    }
 }
 
 class TryCommandTest : public ClientTest {};
