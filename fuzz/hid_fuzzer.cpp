@@ -18,8 +18,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace android::vus;           // NOLINT(google-build-using-namespace)
     using namespace android::vus::hotplug;  // NOLINT(google-build-using-namespace)
     const std::vector<uint8_t> descriptor(data, data + size);
-    const auto length = report_descriptor_length(descriptor, 1, 0);
-    Require(!length || (*length != 0 && *length <= kMaxReportDescriptor));
+    for (const int32_t interface : {0, 1}) {
+        const auto length = report_descriptor_length(descriptor, 1, interface);
+        Require(!length || (*length != 0 && *length <= kMaxReportDescriptor));
+    }
     const auto nature = parse_report_descriptor(descriptor);
     Require(!nature || (size != 0 && size <= kMaxReportDescriptor));
     if (!nature) return 0;
