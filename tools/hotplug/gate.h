@@ -19,7 +19,8 @@
 //  - An input device that was let in, and that the preview foresees to be refused by now, is held
 //    from then on as if it came. What else has drivers loses them by the daemon's word alone.
 //  - An input device of a USB device is let in through HID's own driver only. Where that one does
-//    not take it, it is no input device, and is judged as its vendor's own.
+//    not take it, it is no input device, and is judged as its vendor's own. While that driver is
+//    not there, the interface is off.
 //  - Of a composite device that listed classes admit, the interfaces of classes that neither admit
 //    nor refuse come in, too; or they do not, where that is wanted (Composites). Vendor rules admit
 //    the whole.
@@ -183,7 +184,9 @@ class Gate : public Switches {
     // refused by HID's driver.
     bool bind_parts(const Subject& device, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
-    bool bind_part(const Part& part, State* state) REQUIRES(state->mutex);
+    bool bind_part(const Subject& device, const Part& part, State* state) REQUIRES(state->mutex);
+    bool bind_input(const Subject& device, const UsbInterface& interface, State* state)
+            REQUIRES(state->mutex);
     void probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)
             REQUIRES(state->mutex);
     void shut_parts(const Subject& device, std::vector<Part>* parts);

@@ -215,8 +215,8 @@ bool Gate::are_still(const std::vector<Part>& parts) {
     });
 }
 
-// All of them are on before the first has its driver: one that serves two needs both. What a node's
-// holder makes of the device meanwhile is another question.
+// All but input devices are on before the first has its driver: one that serves two needs both.
+// What a node's holder makes of the device meanwhile is another question.
 bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* parts) {
     const auto is_to_be_bound = [](const Part& part) {
         return part.wanted && part.interface.driver.empty();
@@ -225,28 +225,35 @@ bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* pa
         return false;
     }
     for (Part& part : *parts) {
-        if (!part.wanted || part.interface.authorized) continue;
+        if (!part.wanted || part.interface.authorized || part.kind == Kind::kInput) continue;
         part.is_as_seen = false;
         system_->authorize(device, part.interface.name, true);
     }
     for (Part& part : *parts) {
         if (!is_to_be_bound(part)) continue;
         part.is_as_seen = false;
-        if (!bind_part(part, state)) return false;
+        if (!bind_part(device, part, state)) return false;
     }
     probe_hid_devices_of(device, state, *parts);
     return true;
 }
 
-bool Gate::bind_part(const Part& part, State* state) {
+bool Gate::bind_part(const Subject& device, const Part& part, State* state) {
     const std::string& name = part.interface.name;
-    if (system_->has_driver(name)) return true;  // its neighbour's, it may be
-    if (part.kind != Kind::kInput) {
-        system_->probe(name);
-        return true;
-    }
-    if (system_->bind(kHidDriver, name) != GateSystem::Bound::kNo) return true;
-    state->natures[name] = std::nullopt;
+    if (part.kind == Kind::kInput) return bind_input(device, part.interface, state);
+    if (!system_->has_driver(name)) system_->probe(name);  // its neighbour's, it may be
+    return true;
+}
+
+// It is on for as long as HID's driver is tried, and stays so only with that: some modules try
+// their drivers on whatever is on and has none, and ask nobody.
+bool Gate::bind_input(const Subject& device, const UsbInterface& interface, State* state) {
+    if (!interface.authorized) system_->authorize(device, interface.name, true);
+    const GateSystem::Bound bound = system_->bind(kHidDriver, interface.name);
+    if (bound == GateSystem::Bound::kYes) return true;
+    system_->authorize(device, interface.name, false);
+    if (bound == GateSystem::Bound::kNoSuchDriver) return true;
+    state->natures[interface.name] = std::nullopt;
     return false;
 }
 

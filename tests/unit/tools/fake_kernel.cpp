@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "tools/hotplug/sysfs_paths.h"
 
@@ -120,15 +121,30 @@ bool FakeKernel::attempt(const std::string& driver, const std::string& name) {
     if (interface == nullptr || !interface->driver.empty() || !interface->authorized) return false;
     tried.push_back(driver + " " + name);
     const std::vector<std::string>& takers = interface->takers;
-    if (std::find(takers.begin(), takers.end(), driver) == takers.end()) return false;
-    interface->driver = driver;
-    if (driver != kHidDriver) return true;
+    const bool takes = std::find(takers.begin(), takers.end(), driver) != takers.end();
+    if (takes) interface->driver = driver;
+    if (takes && driver == kHidDriver) interface->hid = HidDevice{next_hid(name), false, false};
+    if (after_attempt) std::exchange(after_attempt, nullptr)();
+    return takes;
+}
+
+std::string FakeKernel::next_hid(const std::string& name) {
     char hid[32];
     const Identity& identity = devices[device_part(name)].identity;
     snprintf(hid, sizeof(hid), "0003:%04X:%04X.%04X", static_cast<unsigned>(identity.vendorId),
              static_cast<unsigned>(identity.productId), static_cast<unsigned>(next_hid_++));
-    interface->hid = HidDevice{hid, false, false};
-    return true;
+    return hid;
+}
+
+void FakeKernel::load_pushing(const std::string& driver) {
+    drivers.push_back(driver);
+    for (const auto& [name, device] : devices) {
+        for (const auto& [number, interface] : device.interfaces) {
+            const std::vector<std::string>& takers = interface.takers;
+            if (std::find(takers.begin(), takers.end(), driver) == takers.end()) continue;
+            attempt(driver, interface_name(name, number));
+        }
+    }
 }
 
 std::optional<Identity> FakeKernel::identity(const Subject& device) {

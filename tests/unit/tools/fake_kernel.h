@@ -48,6 +48,8 @@ class FakeKernel : public GateSystem {
     std::map<std::string, bool> other_hid;  // of other buses: whether it has a driver
     // Called when a descriptor is read, which takes its time.
     std::function<void()> meanwhile = [] {};
+    // Called once, when a driver has been tried on an interface, if it is set.
+    std::function<void()> after_attempt = nullptr;
     std::vector<std::string> hubs;
     std::map<std::string, bool> bound;  // root hubs, and their interfaces
     std::vector<std::string> drivers = {"hub", "usbhid", "usb-storage", "ftdi_sio", "cdc_acm"};
@@ -56,6 +58,10 @@ class FakeKernel : public GateSystem {
     bool has_hid_bus = true;
     bool has_interface_default = true;
     bool interfaces_on = false;  // as an interface appears
+
+    // Loads a driver of the kind that is tried at once on whatever is on and has none, whether the
+    // kernel looks for drivers or not: those of serial adapters.
+    void load_pushing(const std::string& driver);
 
     bool set_autoprobe(const char* file, bool on) override;
     bool set_interface_default(const std::string& root_hub, bool on) override;
@@ -86,6 +92,7 @@ class FakeKernel : public GateSystem {
     Interface* find(const std::string& name);
     Interface* find_hid(const std::string& hid_device);
     bool attempt(const std::string& driver, const std::string& name);
+    std::string next_hid(const std::string& interface);
 
     int next_hid_ = 1;
 };
