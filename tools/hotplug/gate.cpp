@@ -15,8 +15,6 @@ namespace android::vus::hotplug {
 namespace {
 
 constexpr int32_t kHubClass = 9;
-// The kernel's own for devices.
-constexpr char kDeviceDriver[] = "usb";
 
 bool claims_to_be_a_hub(const std::vector<UsbInterface>& interfaces) {
     return !interfaces.empty() &&
@@ -128,6 +126,15 @@ void Gate::configure(const std::string& device) {
     }
 }
 
+// As its module is loaded, such a driver takes what it knows from the kernel's own, and has it
+// configured anew, whether the kernel looks for drivers or not. Not a hub, which is none of ours.
+void Gate::unbind_from_other(const Subject& device) {
+    const std::string driver = system_->driver_of(device.name);
+    if (driver.empty() || driver == kDeviceDriver || is_hub(system_->interfaces(device))) return;
+    notice_("took " + device.name + " from " + driver + ": it is not let in");
+    system_->unbind(driver, device);
+}
+
 void Gate::recognise(const Subject& device, State* state) {
     const uint64_t incarnation = system_->incarnation(device);
     if (incarnation == state->incarnation) return;
@@ -192,6 +199,7 @@ void Gate::close_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     switches_->close_interfaces(device);
+    unbind_from_other(device);
 }
 
 // By the same rules: an input device of it may still be held.

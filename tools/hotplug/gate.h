@@ -8,7 +8,8 @@
 //
 // What the gate does with a device:
 //  - It has it configured, which takes no driver but the kernel's own for devices. One that this
-//    leaves to a driver for whole devices is held, unless it is allowed by who made it.
+//    leaves to a driver for whole devices is held, unless it is allowed by who made it. Such a
+//    driver that takes one that is not let in loses it again.
 //  - A hub is bound by the hub's driver and no other; what that does not take is no hub, whatever
 //    its class says. Root hubs shut their bus before they are bound.
 //  - A HID interface is asked for its report descriptor before it has a driver: it is an input
@@ -157,6 +158,7 @@ class Gate : public Switches {
 
     SharedState state_of(const Subject& device);
     void configure(const std::string& device);
+    void unbind_from_other(const Subject& device);
     bool judge_whole(const Subject& device, State* state) REQUIRES(state->mutex);
     // Drops what is known if the device is another one, of which nobody was told that it came.
     void recognise(const Subject& device, State* state) REQUIRES(state->mutex);
@@ -177,6 +179,7 @@ class Gate : public Switches {
     static void drop_natures(State* state) REQUIRES(state->mutex);
     bool judge_parts(const Identity& identity, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
+    static bool are_without_drivers(const std::vector<Part>& parts);
     static bool is_question(const std::vector<Part>& parts,
                             const std::vector<UsbInterface>& interfaces);
     void judge_input(const Identity& identity, State* state, Part* part) REQUIRES(state->mutex);

@@ -43,7 +43,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     }
     admission.identity = identity;
     // What has interfaces is configured.
-    if (interfaces.empty() && !system_->has_driver(device.name)) {
+    if (interfaces.empty() && system_->driver_of(device.name) != kDeviceDriver) {
         if (!judge_whole(device, state)) {
             admission.held = admission.is_question = true;
             return admission;
@@ -72,6 +72,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     admission.interfaces = are_as_seen ? std::move(interfaces) : system_->interfaces(device);
     admission.is_question = is_question(parts, admission.interfaces);
     hold_inputs(device, identity, parts, &admission);
+    if (admission.held && are_without_drivers(parts)) unbind_from_other(device);
     return admission;
 }
 
@@ -80,8 +81,19 @@ bool Gate::judge_whole(const Subject& device, State* state) {
     const Identity& identity = *state->identity;
     const Claim claim = {0, {}, identity.vendorId, identity.productId};
     const bool allowed = state->said ? *state->said : preview_->of(claim) == Foreseen::kAllowed;
-    if (allowed) system_->probe(device.name);
+    if (!allowed) {
+        unbind_from_other(device);
+    } else if (!system_->has_driver(device.name)) {
+        system_->probe(device.name);
+        // A driver that has looked at it and does not want it has left it to the kernel's own.
+        configure(device.name);
+    }
     return allowed;
+}
+
+bool Gate::are_without_drivers(const std::vector<Part>& parts) {
+    return std::all_of(parts.begin(), parts.end(),
+                       [](const Part& part) { return part.interface.driver.empty(); });
 }
 
 // A device without interfaces is one as well: it may have had others. So is what was to be an input

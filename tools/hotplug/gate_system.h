@@ -23,6 +23,9 @@ namespace android::vus::hotplug {
 // What a device says of itself, and that it cannot change: a DeviceInfo without interfaces.
 using Identity = DeviceInfo;
 
+// The kernel's own driver for devices.
+inline constexpr char kDeviceDriver[] = "usb";
+
 class GateSystem {
   public:
     virtual ~GateSystem() = default;
@@ -38,12 +41,16 @@ class GateSystem {
     virtual std::vector<Subject> usb_devices() = 0;
     virtual std::vector<std::string> hid_devices() = 0;
 
-    // USB: devices and interfaces. Whether one has a driver; a look for one; a try of one. The
-    // kernel's own for devices configures what it is bound to.
-    virtual bool has_driver(const std::string& entry) = 0;
+    // USB: devices and interfaces. The driver that one has, empty if it has none; a look for one; a
+    // try of one. The kernel's own for devices configures what it is bound to.
+    virtual std::string driver_of(const std::string& entry) = 0;
+    bool has_driver(const std::string& entry) { return !driver_of(entry).empty(); }
     virtual void probe(const std::string& entry) = 0;
     enum class Bound { kYes, kNo, kNoSuchDriver };
     virtual Bound bind(const std::string& driver, const std::string& entry) = 0;
+
+    // Takes a driver for whole devices from one that has it.
+    virtual void unbind(const std::string& driver, const Subject& device) = 0;
 
     // Nothing if the device has gone, or another one is there.
     virtual std::optional<Identity> identity(const Subject& device) = 0;

@@ -85,8 +85,9 @@ std::vector<std::string> SysfsGate::hid_devices() {
     return devices;
 }
 
-bool SysfsGate::has_driver(const std::string& entry) {
-    return entry_exists(in_usb(entry) + "/driver");
+std::string SysfsGate::driver_of(const std::string& entry) {
+    std::string driver;
+    return base::Readlink(in_usb(entry) + "/driver", &driver) ? base::Basename(driver) : "";
 }
 
 // The kernel answers with success in any case; the "driver" link tells.
@@ -97,9 +98,13 @@ void SysfsGate::probe(const std::string& entry) {
 GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& entry) {
     const std::string file = std::string(kUsbDriversDir) + "/" + driver + "/bind";
     if (!write_attribute(file, entry) && !entry_exists(file)) return Bound::kNoSuchDriver;
-    std::string bound;
-    base::Readlink(in_usb(entry) + "/driver", &bound);
-    return base::Basename(bound) == driver ? Bound::kYes : Bound::kNo;
+    return driver_of(entry) == driver ? Bound::kYes : Bound::kNo;
+}
+
+void SysfsGate::unbind(const std::string& driver, const Subject& device) {
+    const DeviceDirectory directory(device);
+    if (!directory.is_there()) return;
+    write_attribute(std::string(kUsbDriversDir) + "/" + driver + "/unbind", device.name);
 }
 
 std::optional<Identity> SysfsGate::identity(const Subject& device) {

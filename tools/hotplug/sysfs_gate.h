@@ -19,9 +19,10 @@ class SysfsGate : public GateSystem {
     bool is_there(const std::string& root_hub) override;
     std::vector<Subject> usb_devices() override;
     std::vector<std::string> hid_devices() override;
-    bool has_driver(const std::string& entry) override;
+    std::string driver_of(const std::string& entry) override;
     void probe(const std::string& entry) override;
     Bound bind(const std::string& driver, const std::string& entry) override;
+    void unbind(const std::string& driver, const Subject& device) override;
     std::optional<Identity> identity(const Subject& device) override;
     uint64_t incarnation(const Subject& device) override;
     std::vector<UsbInterface> interfaces(const Subject& device) override;

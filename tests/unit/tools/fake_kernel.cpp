@@ -61,14 +61,14 @@ std::vector<std::string> FakeKernel::hid_devices() {
     return names;
 }
 
-bool FakeKernel::has_driver(const std::string& entry) {
+std::string FakeKernel::driver_of(const std::string& entry) {
     const auto root = bound.find(entry);
-    if (root != bound.end()) return root->second;
+    if (root != bound.end()) return root->second ? "usb" : "";
     if (entry.find(':') == std::string::npos) {
-        return devices.count(entry) != 0 && devices[entry].configured;
+        return devices.count(entry) != 0 ? devices[entry].driver : "";
     }
     const Interface* const interface = find(entry);
-    return interface != nullptr && !interface->driver.empty();
+    return interface != nullptr ? interface->driver : "";
 }
 
 void FakeKernel::probe(const std::string& entry) {
@@ -89,14 +89,41 @@ void FakeKernel::probe(const std::string& entry) {
         return;
     }
     const auto device = devices.find(entry);
-    if (device == devices.end() || device->second.configured) return;
-    device->second.configured = true;
-    if (!device->second.own_driver.empty()) {
-        tried.push_back(device->second.own_driver + " " + entry);
+    if (device == devices.end() || !device->second.driver.empty()) return;
+    const std::string own_driver = device->second.own_driver;
+    if (own_driver.empty()) {
+        give(&device->second, "usb");
         return;
     }
-    for (auto& [number, interface] : device->second.interfaces)
+    tried.push_back(own_driver + " " + entry);
+    if (device->second.is_declined) {
+        device->second.own_driver.clear();
+    } else {
+        give(&device->second, own_driver);
+    }
+}
+
+// It is configured by that.
+void FakeKernel::give(Device* device, const std::string& driver) {
+    device->driver = driver;
+    for (auto& [number, interface] : device->interfaces) {
         interface.authorized = interfaces_on;
+        interface.driver.clear();
+        interface.hid.reset();
+    }
+}
+
+void FakeKernel::load_for_devices(const std::string& driver, const std::string& device) {
+    devices[device].own_driver = driver;
+    if (devices[device].driver != "usb") return;
+    tried.push_back(driver + " " + device);
+    give(&devices[device], driver);
+}
+
+void FakeKernel::unbind(const std::string& driver, const Subject& device) {
+    if (identity(device) && devices[device.name].driver == driver) {
+        devices[device.name].driver.clear();
+    }
 }
 
 GateSystem::Bound FakeKernel::bind(const std::string& driver, const std::string& interface) {
@@ -160,7 +187,7 @@ uint64_t FakeKernel::incarnation(const Subject& device) {
 std::vector<UsbInterface> FakeKernel::interfaces(const Subject& device) {
     std::vector<UsbInterface> found;
     const auto at = devices.find(device.name);
-    if (at == devices.end() || at->second.number != device.number || !at->second.configured) {
+    if (at == devices.end() || at->second.number != device.number || at->second.driver.empty()) {
         return found;
     }
     for (const auto& [number, interface] : at->second.interfaces) {

@@ -37,8 +37,9 @@ class FakeKernel : public GateSystem {
         uint64_t incarnation = 1;
         Identity identity = {};
         std::map<int32_t, Interface> interfaces = {};
-        bool configured = false;
+        std::string driver = {};
         std::string own_driver = {};  // for the device as a whole, before the kernel's own
+        bool is_declined = false;     // by that one, once it has looked
     };
 
     // What was tried, such as "usb-storage 1-1:1.0"; what was switched, such as "1-1:1.0 on".
@@ -62,6 +63,8 @@ class FakeKernel : public GateSystem {
     // Loads a driver of the kind that is tried at once on whatever is on and has none, whether the
     // kernel looks for drivers or not: those of serial adapters.
     void load_pushing(const std::string& driver);
+    // Loads one for whole devices, which the kernel gives those that its own has.
+    void load_for_devices(const std::string& driver, const std::string& device);
 
     bool set_autoprobe(const char* file, bool on) override;
     bool set_interface_default(const std::string& root_hub, bool on) override;
@@ -71,9 +74,10 @@ class FakeKernel : public GateSystem {
     }
     std::vector<Subject> usb_devices() override;
     std::vector<std::string> hid_devices() override;
-    bool has_driver(const std::string& entry) override;
+    std::string driver_of(const std::string& entry) override;
     void probe(const std::string& entry) override;
     Bound bind(const std::string& driver, const std::string& interface) override;
+    void unbind(const std::string& driver, const Subject& device) override;
     std::optional<Identity> identity(const Subject& device) override;
     uint64_t incarnation(const Subject& device) override;
     std::vector<UsbInterface> interfaces(const Subject& device) override;
@@ -89,6 +93,7 @@ class FakeKernel : public GateSystem {
     std::vector<std::string> silent_inputs() override { return silent; }
 
   private:
+    void give(Device* device, const std::string& driver);
     Interface* find(const std::string& name);
     Interface* find_hid(const std::string& hid_device);
     bool attempt(const std::string& driver, const std::string& name);

@@ -48,5 +48,69 @@ TEST_F(GateTest, WhatHidsDriverDoesNotTakeIsTakenFromADriverThatWaitedForThat) {
     EXPECT_FALSE(Of(0).authorized);
 }
 
+TEST_F(GateTest, DriverForWholeDevicesLosesWhatItTakesOfARefusedOne) {
+    Plug({{0, Disk()}});
+    EXPECT_TRUE(Admit().held);
+    kernel_.load_for_devices("charger", "1-1");
+    EXPECT_THAT(Tried(), ElementsAre("charger 1-1"));
+    const Admission admission = Admit();
+    EXPECT_TRUE(admission.held && admission.is_question);
+    EXPECT_EQ(kernel_.driver_of("1-1"), "");
+    EXPECT_THAT(notices_, ElementsAre("took 1-1 from charger: it is not let in"));
+    // What the daemon says is said of the interfaces that it was asked about.
+    gate_.answered(kPlugged, true);
+    gate_.open_interfaces(kPlugged);
+    EXPECT_THAT(Tried(), ElementsAre("charger 1-1", "usb-storage 1-1:1.0"));
+    EXPECT_FALSE(Admit().held);
+    gate_.answered(kPlugged, false);
+    gate_.close_interfaces(kPlugged);
+    EXPECT_EQ(kernel_.driver_of("1-1"), "");
+    EXPECT_TRUE(Admit().held);
+    EXPECT_EQ(kernel_.driver_of("1-1"), "");
+}
+
+TEST_F(GateTest, DriverForWholeDevicesKeepsWhatItTakesOfAnAllowedOne) {
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()}});
+    Admit();
+    Tried();
+    kernel_.load_for_devices("charger", "1-1");
+    EXPECT_FALSE(Admit().held);
+    EXPECT_THAT(Tried(), ElementsAre("charger 1-1", "usb-storage 1-1:1.0"));
+    EXPECT_EQ(kernel_.driver_of("1-1"), "charger");
+    // What has drivers loses them by the daemon's word.
+    preview_.classes = {};
+    gate_.policy_changed();
+    EXPECT_TRUE(Admit().held);
+    EXPECT_EQ(kernel_.driver_of("1-1"), "charger");
+}
+
+TEST_F(GateTest, DriverForWholeDevicesKeepsAHub) {
+    Plug({{0, {9, {"hub"}}}});
+    Admit();
+    kernel_.load_for_devices("onboard", "1-1");
+    Admit();
+    gate_.close_interfaces(kPlugged);
+    EXPECT_EQ(kernel_.driver_of("1-1"), "onboard");
+    EXPECT_EQ(Of(0).driver, "hub");
+}
+
+TEST_F(GateTest, DeviceWithoutInterfacesThatAnotherDriverHasIsAQuestionOfItsMaker) {
+    Plug({});
+    kernel_.load_for_devices("charger", "1-1");
+    kernel_.devices["1-1"].driver = "charger";
+    EXPECT_TRUE(Admit().held);
+    EXPECT_EQ(kernel_.driver_of("1-1"), "");
+}
+
+TEST_F(GateTest, DeviceThatADriverForWholeDevicesDoesNotWantIsConfigured) {
+    preview_.vendors = {0x1209};
+    Plug({{0, Disk()}});
+    kernel_.devices["1-1"].own_driver = "charger";
+    kernel_.devices["1-1"].is_declined = true;
+    EXPECT_FALSE(Admit().held);
+    EXPECT_THAT(Tried(), ElementsAre("charger 1-1", "usb-storage 1-1:1.0"));
+}
+
 }  // namespace
 }  // namespace android::vus::hotplug

@@ -45,7 +45,7 @@ class GatedActionsTest : public SwitchingTest {
         device.interfaces[0] = {8, {"usb-storage"}};
         device.interfaces[0].authorized = !driver.empty();
         device.interfaces[0].driver = driver;
-        device.configured = true;
+        device.driver = kDeviceDriver;
         kernel_.devices["1-2"] = device;
     }
 

@@ -91,6 +91,21 @@ TEST_F(SysfsGateTest, OneDriverIsTriedByItsName) {
     EXPECT_TRUE(gate_.has_driver("1-2:1.0"));
 }
 
+TEST_F(SysfsGateTest, DriverLosesTheDeviceThatIsMeant) {
+    const std::string file = std::string(kUsbDriversDir) + "/charger/unbind";
+    WriteFile(file, "");
+    EXPECT_EQ(gate_.driver_of("1-2"), kDeviceDriver);
+    RemoveFile(UsbPath("1-2", "driver"));
+    EXPECT_EQ(gate_.driver_of("1-2"), "");
+    std::filesystem::create_symlink(std::string(kUsbDriversDir) + "/charger",
+                                    UsbPath("1-2", "driver"));
+    EXPECT_EQ(gate_.driver_of("1-2"), "charger");
+    gate_.unbind("charger", {"1-2", stick_.number + 1});
+    EXPECT_EQ(ReadFile(file), "");
+    gate_.unbind("charger", stick_);
+    EXPECT_EQ(ReadFile(file), "1-2");
+}
+
 TEST_F(SysfsGateTest, DeviceWithoutANodeTellsNoReport) {
     EXPECT_FALSE(gate_.report_descriptor({"1-2", 255127}, gate_.interfaces(stick_).at(0)));
 }
