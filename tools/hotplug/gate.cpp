@@ -157,6 +157,7 @@ void Gate::note_layout(const std::vector<UsbInterface>& interfaces, State* state
 void Gate::drop_natures(State* state) {
     state->natures.clear();
     state->failures.clear();
+    state->hid_devices.clear();
 }
 
 void Gate::drop_answers(State* state) {
@@ -172,12 +173,35 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     configure(device.name);
     std::vector<UsbInterface> interfaces = system_->interfaces(device);
     note_layout(interfaces, state.get());
+    shut_what_was_taken(device, state.get(), &interfaces);
     if (claims_to_be_a_hub(interfaces)) {
         if (bind_hub(device, interfaces)) return {};
         interfaces = system_->interfaces(device);
     }
     if (!anybody_there) return {};
     return let_in(device, state.get(), std::move(interfaces));
+}
+
+// What is rebound after a reset, all drivers are tried on, whether the kernel looks for drivers or
+// not. Nobody had a say in that.
+void Gate::shut_what_was_taken(const Subject& device, State* state,
+                               std::vector<UsbInterface>* interfaces) {
+    for (UsbInterface& interface : *interfaces) {
+        const std::string& driver = interface.driver;
+        if (driver.empty() || driver == kHidDriver || driver == kNodeDriver) continue;
+        if (state->hid_devices.count(interface.name) == 0) continue;
+        notice_("took " + interface.name + " from " + driver + ": it was HID's");
+        state->natures.erase(interface.name);
+        shut_interface(device, state, &interface);
+    }
+}
+
+void Gate::shut_interface(const Subject& device, State* state, UsbInterface* interface) {
+    system_->authorize(device, interface->name, false);
+    state->hid_devices.erase(interface->name);
+    interface->driver.clear();
+    interface->hid_devices.clear();
+    interface->authorized = false;
 }
 
 bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces) {
@@ -199,6 +223,7 @@ void Gate::close_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     switches_->close_interfaces(device);
+    state->hid_devices.clear();
     unbind_from_other(device);
 }
 

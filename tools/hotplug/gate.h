@@ -33,6 +33,9 @@
 // It is also the switches by which a reporter enforces what the daemon says, because what is
 // switched on again is let in by the same rules.
 //
+// A reset may make something else of an interface: another HID device than was judged is asked
+// again, and another driver than HID's, which the kernel tries then, loses it at once.
+//
 // What was bound before the gate came is none of its business: it is judged as it is.
 //
 // Thread-safe. Methods that take a device may wait for it, and for each other about the same one.
@@ -143,6 +146,8 @@ class Gate : public Switches {
         // was is known, too.
         std::map<std::string, std::optional<HidNature>> natures GUARDED_BY(mutex);
         std::map<std::string, int> failures GUARDED_BY(mutex);
+        // What an interface became when it got HID's driver, by name: that one was judged.
+        std::map<std::string, std::string> hid_devices GUARDED_BY(mutex);
     };
     using SharedState = std::shared_ptr<State>;
 
@@ -166,6 +171,10 @@ class Gate : public Switches {
     // `interfaces` are those that the device has now.
     Admission let_in(const Subject& device, State* state, std::vector<UsbInterface> interfaces)
             REQUIRES(state->mutex);
+    void shut_what_was_taken(const Subject& device, State* state,
+                             std::vector<UsbInterface>* interfaces) REQUIRES(state->mutex);
+    void shut_interface(const Subject& device, State* state, UsbInterface* interface)
+            REQUIRES(state->mutex);
     bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
     std::vector<Part> parts_of(const Subject& device, State* state,
                                std::vector<UsbInterface> interfaces) REQUIRES(state->mutex);
@@ -177,6 +186,8 @@ class Gate : public Switches {
     std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface,
                                        State* state) REQUIRES(state->mutex);
     static void drop_natures(State* state) REQUIRES(state->mutex);
+    static void drop_nature_of_another(const UsbInterface& interface, State* state)
+            REQUIRES(state->mutex);
     bool judge_parts(const Identity& identity, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
     static bool are_without_drivers(const std::vector<Part>& parts);
@@ -192,7 +203,8 @@ class Gate : public Switches {
             REQUIRES(state->mutex);
     void probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)
             REQUIRES(state->mutex);
-    void shut_parts(const Subject& device, std::vector<Part>* parts);
+    void shut_parts(const Subject& device, State* state, std::vector<Part>* parts)
+            REQUIRES(state->mutex);
     void hold_inputs(const Subject& device, const Identity& identity,
                      const std::vector<Part>& parts, Admission* admission);
     bool is_refused(const std::string& hid_device);

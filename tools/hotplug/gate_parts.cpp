@@ -63,7 +63,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
         admission.held = true;
         for (Part& part : parts) part.wanted = false;
     }
-    shut_parts(device, &parts);
+    shut_parts(device, state, &parts);
     for (const Part& part : parts) {
         if (part.kind == Kind::kVendorHid) admission.vendor.insert(part.interface.name);
     }
@@ -127,6 +127,7 @@ std::vector<Gate::Part> Gate::parts_of(const Subject& device, State* state,
 Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* state) {
     if (interface->class_code != kHidClass) return Kind::kUsb;
     if (reported_class(*interface) != kHidClass) return Kind::kVendorHid;
+    drop_nature_of_another(*interface, state);
     const auto failures = state->failures.find(interface->name);
     if (failures != state->failures.end() && failures->second < kMostFailures &&
         interface->driver.empty()) {
@@ -144,19 +145,26 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
                 });
         // Bound before the gate came, or by another's hand.
         if (!interface->driver.empty() && !hid_devices.empty() && is_whole) {
+            state->hid_devices.emplace(interface->name, hid_devices.front().name);
             return is_input ? Kind::kInput : Kind::kVendorHid;
         }
         // Somebody was killed between two steps. What it is can only be asked without a driver.
-        if (!interface->driver.empty()) {
-            system_->authorize(device, interface->name, false);
-            interface->driver.clear();
-            interface->hid_devices.clear();
-            interface->authorized = false;
-        }
+        if (!interface->driver.empty()) shut_interface(device, state, interface);
         nature =
                 state->natures.emplace(interface->name, nature_of(device, *interface, state)).first;
     }
     return nature->second && is_source_of_input(*nature->second) ? Kind::kInput : Kind::kVendorHid;
+}
+
+// What was said was said of what it was.
+void Gate::drop_nature_of_another(const UsbInterface& interface, State* state) {
+    const auto known = state->hid_devices.find(interface.name);
+    if (known == state->hid_devices.end()) return;
+    const std::vector<HidDevice>& hid_devices = interface.hid_devices;
+    if (!hid_devices.empty() && hid_devices.front().name == known->second) return;
+    state->hid_devices.erase(known);
+    state->natures.erase(interface.name);
+    drop_answers(state);
 }
 
 std::optional<HidNature> Gate::nature_of(const Subject& device, const UsbInterface& interface,
@@ -280,7 +288,10 @@ void Gate::probe_hid_devices_of(const Subject& device, State* state,
     }
     if (known.empty()) return;
     for (const UsbInterface& interface : system_->interfaces(device)) {
-        if (known.count(interface.name) == 0) continue;
+        if (known.count(interface.name) == 0 || interface.hid_devices.empty()) continue;
+        // Another one by now: it is asked when it is heard of.
+        const std::string& name = interface.hid_devices.front().name;
+        if (state->hid_devices.emplace(interface.name, name).first->second != name) continue;
         for (const HidDevice& hid_device : interface.hid_devices) {
             if (hid_device.has_driver || is_refused(hid_device.name)) continue;
             system_->probe_hid(hid_device.name);
@@ -288,14 +299,12 @@ void Gate::probe_hid_devices_of(const Subject& device, State* state,
     }
 }
 
-void Gate::shut_parts(const Subject& device, std::vector<Part>* parts) {
+void Gate::shut_parts(const Subject& device, State* state, std::vector<Part>* parts) {
     for (Part& part : *parts) {
         UsbInterface& interface = part.interface;
         if (part.wanted || !interface.authorized) continue;
         if (!part.refused && system_->has_driver(interface.name)) continue;
-        system_->authorize(device, interface.name, false);
-        interface.driver.clear();
-        interface.hid_devices.clear();
+        shut_interface(device, state, &interface);
         part.is_as_seen = false;
     }
 }

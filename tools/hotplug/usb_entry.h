@@ -19,6 +19,8 @@ namespace android::vus::hotplug {
 // The drivers that make hubs of interfaces, and HID devices.
 inline constexpr char kHubDriver[] = "hub";
 inline constexpr char kHidDriver[] = "usbhid";
+// Which one an interface has that a program has claimed by the device's node.
+inline constexpr char kNodeDriver[] = "usbfs";
 
 // A HID device that an interface's driver has made of it.
 struct HidDevice {

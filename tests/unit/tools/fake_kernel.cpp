@@ -113,6 +113,12 @@ void FakeKernel::give(Device* device, const std::string& driver) {
     }
 }
 
+void FakeKernel::rebind(const std::string& interface, const std::string& driver) {
+    find(interface)->driver.clear();
+    find(interface)->hid.reset();
+    attempt(driver, interface);
+}
+
 void FakeKernel::load_for_devices(const std::string& driver, const std::string& device) {
     devices[device].own_driver = driver;
     if (devices[device].driver != "usb") return;

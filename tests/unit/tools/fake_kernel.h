@@ -63,6 +63,9 @@ class FakeKernel : public GateSystem {
     // Loads a driver of the kind that is tried at once on whatever is on and has none, whether the
     // kernel looks for drivers or not: those of serial adapters.
     void load_pushing(const std::string& driver);
+    // What the kernel does to an interface that comes of a reset as another: it loses its driver,
+    // and gets this one.
+    void rebind(const std::string& interface, const std::string& driver);
     // Loads one for whole devices, which the kernel gives those that its own has.
     void load_for_devices(const std::string& driver, const std::string& device);
 

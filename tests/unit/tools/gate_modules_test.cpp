@@ -112,5 +112,93 @@ TEST_F(GateTest, DeviceThatADriverForWholeDevicesDoesNotWantIsConfigured) {
     EXPECT_THAT(Tried(), ElementsAre("charger 1-1", "usb-storage 1-1:1.0"));
 }
 
+TEST_F(GateTest, InputDeviceThatComesOfAResetAsAnotherIsAskedAgain) {
+    preview_.sources = {kSourceMouse};
+    Plug({{0, {kHidClass, {kHidDriver}, kBootMouse, /*has_input=*/true}}});
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    Of(0).report = kBootKeyboard;
+    kernel_.rebind("1-1:1.0", kHidDriver);
+    Tried();
+    const Admission admission = Admit();
+    ASSERT_EQ(admission.inputs.size(), 1U);
+    EXPECT_EQ(admission.inputs[0].info.deviceClass, kSourceKeyboard);
+    EXPECT_THAT(Tried(), IsEmpty());
+    EXPECT_FALSE(Of(0).authorized);
+}
+
+TEST_F(GateTest, YesIsOfWhatTheInputDeviceWasBeforeItsReset) {
+    preview_.knows_nothing = true;
+    Plug({{0, {kHidClass, {kHidDriver}, kBootMouse, /*has_input=*/true}}});
+    const HeldInput mouse = Admit().inputs.at(0);
+    gate_.answered(mouse.subject, true);
+    gate_.open_held(mouse.usb_device, mouse.behind);
+    EXPECT_EQ(Of(0).driver, kHidDriver);
+    Of(0).report = kBootKeyboard;
+    kernel_.rebind("1-1:1.0", kHidDriver);
+    EXPECT_EQ(Admit().inputs.size(), 1U);
+    EXPECT_EQ(Of(0).driver, "");
+}
+
+TEST_F(GateTest, InputDeviceThatComesOfAResetAsItWasComesIn) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    Admit();
+    kernel_.rebind("1-1:1.0", kHidDriver);
+    Tried();
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0003"));
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    EXPECT_THAT(Tried(), IsEmpty());
+    // With no driver at all, too.
+    kernel_.rebind("1-1:1.0", "none");
+    Tried();
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0004"));
+}
+
+TEST_F(GateTest, InputDeviceIsTakenFromADriverThatGotItByAReset) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    Admit();
+    Of(0).takers = {"ftdi_sio"};
+    kernel_.rebind("1-1:1.0", "ftdi_sio");
+    EXPECT_EQ(Of(0).driver, "ftdi_sio");
+    gate_.admit(kPlugged, /*anybody_there=*/false);
+    EXPECT_EQ(Of(0).driver, "");
+    EXPECT_FALSE(Of(0).authorized);
+    EXPECT_THAT(notices_, ElementsAre("took 1-1:1.0 from ftdi_sio: it was HID's"));
+    Tried();
+    Of(0).takers = {kHidDriver};
+    Admit();
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0002"));
+}
+
+TEST_F(GateTest, InputDeviceThatWasThereBeforeIsTakenFromAnotherDriverAsWell) {
+    Plug({{0, Keyboard()}});
+    kernel_.interfaces_on = true;
+    kernel_.probe("1-1");
+    kernel_.probe("1-1:1.0");
+    kernel_.probe_hid("0003:1209:0011.0001");
+    Admit();
+    Of(0).takers = {"ftdi_sio"};
+    kernel_.rebind("1-1:1.0", "ftdi_sio");
+    gate_.admit(kPlugged, /*anybody_there=*/false);
+    EXPECT_EQ(Of(0).driver, "");
+}
+
+// Such as a touchpad's; and who has the node of a device may claim it.
+TEST_F(GateTest, DriverThatIsTheInterfacesOwnKeepsItWhileNobodyIsThere) {
+    preview_.vendors = {0x1209};
+    kernel_.drivers.emplace_back("touchpad");
+    Plug({{0, {kHidClass, {"touchpad"}, kBootMouse}}, {1, Keyboard()}});
+    Admit();
+    EXPECT_EQ(Of(0).driver, "touchpad");
+    Of(1).takers = {kNodeDriver};
+    kernel_.rebind("1-1:1.1", kNodeDriver);
+    gate_.admit(kPlugged, /*anybody_there=*/false);
+    EXPECT_EQ(Of(0).driver, "touchpad");
+    EXPECT_EQ(Of(1).driver, kNodeDriver);
+}
+
 }  // namespace
 }  // namespace android::vus::hotplug
