@@ -27,6 +27,12 @@ bool is_source_of_input(const HidNature& nature) {
                        [](const HidApplication& one) { return one.sources != 0; });
 }
 
+// HID's driver alone makes nothing of it: it can be asked again.
+bool is_of_no_use(const UsbInterface& interface) {
+    return std::none_of(interface.hid_devices.begin(), interface.hid_devices.end(),
+                        [](const HidDevice& one) { return one.has_driver; });
+}
+
 }  // namespace
 
 Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInterface> interfaces) {
@@ -130,7 +136,7 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
     drop_nature_of_another(*interface, state);
     const auto failures = state->failures.find(interface->name);
     if (failures != state->failures.end() && failures->second < kMostFailures &&
-        interface->driver.empty()) {
+        is_of_no_use(*interface)) {
         state->natures.erase(interface->name);
     }
     auto nature = state->natures.find(interface->name);

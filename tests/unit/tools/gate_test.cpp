@@ -201,6 +201,46 @@ TEST_F(GateTest, KeyboardThatDoesNotTellAtFirstIsAskedAgain) {
     EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0001"));
 }
 
+// Its vendor, or what it rides along with, admits it as its vendor's own.
+TEST_F(GateTest, KeyboardThatDoesNotTellAtFirstIsAskedAgainIfHidsDriverHasItByThen) {
+    preview_.vendors = {0x1209};
+    Plug({{0, Keyboard()}});
+    Of(0).report.reset();
+    Admit();
+    Admit();
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "usbhid 1-1:1.0")) << "HID's waits";
+    Of(0).report = kBootKeyboard;
+    EXPECT_FALSE(Admit().is_question);
+    EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0003"));
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
+TEST_F(GateTest, WhatTellsAtLastIsJudgedByThat) {
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()}, {1, Keyboard()}});
+    Of(1).report.reset();
+    EXPECT_THAT(Admit().inputs, IsEmpty());
+    EXPECT_EQ(Of(1).driver, kHidDriver) << "it rides along";
+    Of(1).report = kBootKeyboard;
+    EXPECT_THAT(Admit().inputs, SizeIs(1));
+    EXPECT_EQ(Of(0).driver, "usb-storage");
+    EXPECT_EQ(Of(1).driver, "");
+    EXPECT_FALSE(Of(1).hid);
+}
+
+TEST_F(GateTest, WhatNeverTellsIsLeftToHidsDriverInTheEnd) {
+    int asked = 0;
+    kernel_.meanwhile = [&asked] { ++asked; };
+    preview_.vendors = {0x1209};
+    Plug({{0, Keyboard()}});
+    Of(0).report.reset();
+    for (int time = 0; time < 9; ++time) EXPECT_FALSE(Admit().held);
+    EXPECT_EQ(asked, 3);
+    EXPECT_EQ(Of(0).driver, kHidDriver);
+    EXPECT_FALSE(Of(0).hid->has_driver);
+}
+
 TEST_F(GateTest, DeviceThatDoesNotTellIsNotAskedForEver) {
     int asked = 0;
     kernel_.meanwhile = [&asked] { ++asked; };
