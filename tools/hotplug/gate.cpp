@@ -204,7 +204,13 @@ void Gate::shut_interface(const Subject& device, State* state, UsbInterface* int
     interface->authorized = false;
 }
 
+// What is no hub is not switched on for the hub's driver either: another one may wait for it to
+// fail.
 bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces) {
+    const bool waits =
+            std::any_of(interfaces.begin(), interfaces.end(),
+                        [](const UsbInterface& interface) { return interface.driver.empty(); });
+    if (waits && !system_->tells_hub(device).value_or(true)) return false;
     bool all = true;
     for (const UsbInterface& interface : interfaces) {
         if (!interface.driver.empty()) {

@@ -10,8 +10,8 @@
 //  - It has it configured, which takes no driver but the kernel's own for devices. One that this
 //    leaves to a driver for whole devices is held, unless it is allowed by who made it. Such a
 //    driver that takes one that is not let in loses it again.
-//  - A hub is bound by the hub's driver and no other; what that does not take is no hub, whatever
-//    its class says. Root hubs shut their bus before they are bound.
+//  - A hub that gives a hub's descriptor is bound by the hub's driver and no other; what that does
+//    not take is no hub, whatever its class says. Root hubs shut their bus before they are bound.
 //  - A HID interface is asked for its report descriptor before it has a driver: it is an input
 //    device, judged by the sources that are foreseen, or its vendor's own. One that would be the
 //    source of nothing is its vendor's own, whatever its applications are called.

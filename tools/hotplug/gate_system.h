@@ -63,6 +63,8 @@ class GateSystem {
     virtual bool authorize(const Subject& device, const std::string& interface, bool on) = 0;
     // A root hub's own interface, which is no part of a device that has come.
     virtual void authorize_root(const std::string& root_hub, const std::string& interface) = 0;
+    // Whether one that is configured gives a hub's descriptor; nothing if it could not be asked.
+    virtual std::optional<bool> tells_hub(const Subject& device) = 0;
     // Of an interface that is on and has no driver.
     virtual std::optional<std::vector<uint8_t>> report_descriptor(
             const Subject& device, const UsbInterface& interface) = 0;

@@ -139,6 +139,10 @@ void SysfsGate::authorize_root(const std::string& root_hub, const std::string& i
     write_attribute(in_usb(root_hub) + "/" + interface + "/authorized", switch_text(true));
 }
 
+std::optional<bool> SysfsGate::tells_hub(const Subject& device) {
+    return gives_hub_descriptor(device);
+}
+
 std::optional<std::vector<uint8_t>> SysfsGate::report_descriptor(const Subject& device,
                                                                  const UsbInterface& interface) {
     return read_report_descriptor(device, interface.number);

@@ -29,6 +29,7 @@ class SysfsGate : public GateSystem {
     std::optional<int32_t> class_of(const std::string& interface) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;
+    std::optional<bool> tells_hub(const Subject& device) override;
     std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,
                                                           const UsbInterface& interface) override;
     bool hid_has_driver(const std::string& hid_device) override;

@@ -29,8 +29,29 @@ namespace {
 
 constexpr uint16_t kReportDescriptor = 0x22 << 8;
 constexpr uint32_t kTimeoutMs = 1000;
+
+// A hub's, as the kernel asks for it; a SuperSpeed one has its own. What a shorter answer than the
+// least is, is no hub.
+struct HubDescriptor {
+    uint16_t type;
+    uint16_t asked;
+    int least;
+};
+constexpr HubDescriptor kHub = {0x29 << 8, 15, 9};
+constexpr HubDescriptor kSuperSpeedHub = {0x2a << 8, 12, 12};
+constexpr char kSuperSpeedProtocol[] = "03";
+constexpr uint32_t kHubTimeoutMs = 5000;
+constexpr int kHubTries = 3;
+
 constexpr int kClaims = 10;
 constexpr std::chrono::milliseconds kClaimRetry(50);
+
+// The device's number is its node's name: another device at the same port has another node.
+base::unique_fd node_of(const Subject& device) {
+    const std::string node = base::StringPrintf("%s/%03d/%03d", kUsbNodesDir, device.number / 1000,
+                                                device.number % 1000);
+    return open_node(node, O_RDWR, std::string(kUsbDevicesDir) + "/" + device.name);
+}
 
 // Somebody else may be looking at it, too.
 bool claim(int node, int32_t interface_number) {
@@ -41,6 +62,12 @@ bool claim(int node, int32_t interface_number) {
         std::this_thread::sleep_for(kClaimRetry);
     }
     return false;
+}
+
+// Of the errors that a request may end with: the device's own refusals, and its silence.
+bool is_the_devices(int error) {
+    return error == EPIPE || error == ETIMEDOUT || error == EPROTO || error == EILSEQ ||
+           error == EOVERFLOW;
 }
 
 // As the kernel keeps them: the device is not asked.
@@ -57,14 +84,31 @@ int32_t configuration_of(const std::string& device) {
 
 }  // namespace
 
-// It is asked as the kernel's HID driver will ask it, so that it cannot tell the two by that. The
-// device's number is its node's name: another device at the same port has another node.
+std::optional<bool> gives_hub_descriptor(const Subject& device) {
+    const base::unique_fd fd = node_of(device);
+    if (!fd.ok()) return std::nullopt;
+    const bool is_fast = usb_attribute(device.name, "bDeviceProtocol") == kSuperSpeedProtocol;
+    const HubDescriptor& hub = is_fast ? kSuperSpeedHub : kHub;
+    std::vector<uint8_t> descriptor(hub.asked);
+    usbdevfs_ctrltransfer request = {};
+    request.bRequestType = USB_DIR_IN | USB_TYPE_CLASS | USB_RECIP_DEVICE;
+    request.bRequest = USB_REQ_GET_DESCRIPTOR;
+    request.wValue = hub.type;
+    request.wLength = hub.asked;
+    request.timeout = kHubTimeoutMs;
+    request.data = descriptor.data();
+    for (int tries = 0; tries < kHubTries; ++tries) {
+        const int length = ioctl(fd.get(), USBDEVFS_CONTROL, &request);
+        if (length >= hub.least) return true;
+        if (length < 0 && !is_the_devices(errno)) return std::nullopt;
+    }
+    return false;
+}
+
+// It is asked as the kernel's HID driver will ask it, so that it cannot tell the two by that.
 std::optional<std::vector<uint8_t>> read_report_descriptor(const Subject& device,
                                                            int32_t interface_number) {
-    const std::string node = base::StringPrintf("%s/%03d/%03d", kUsbNodesDir, device.number / 1000,
-                                                device.number % 1000);
-    const base::unique_fd fd =
-            open_node(node, O_RDWR, std::string(kUsbDevicesDir) + "/" + device.name);
+    const base::unique_fd fd = node_of(device);
     if (!fd.ok()) return std::nullopt;
     const auto length = report_descriptor_length(descriptors_of(fd.get()),
                                                  configuration_of(device.name), interface_number);

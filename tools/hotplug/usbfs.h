@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What is asked of a USB device itself, by its node. Stateless; any thread, but not one that others
-// wait for: a device may take as long as it likes, up to a second.
+// wait for: a device may take as long as it likes, up to 15 s.
 
 #pragma once
 
@@ -13,6 +13,11 @@
 #include "tools/hotplug/subject.h"
 
 namespace android::vus::hotplug {
+
+// Whether a device gives the descriptor by which the hub's driver takes it for a hub: it is asked
+// as often, and waited for as long, as by that, which is 15 s at most. Nothing if it could not be
+// asked, or has gone.
+std::optional<bool> gives_hub_descriptor(const Subject& device);
 
 // The report descriptor of a HID interface. The interface has to be authorized and without a
 // driver, and is so again afterwards. Nothing if the device gives none, or has gone.

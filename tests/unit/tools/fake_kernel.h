@@ -40,6 +40,7 @@ class FakeKernel : public GateSystem {
         std::string driver = {};
         std::string own_driver = {};  // for the device as a whole, before the kernel's own
         bool is_declined = false;     // by that one, once it has looked
+        std::optional<bool> hub_descriptor = true;  // whether it gives one; nothing: it has no node
     };
 
     // What was tried, such as "usb-storage 1-1:1.0"; what was switched, such as "1-1:1.0 on".
@@ -87,6 +88,9 @@ class FakeKernel : public GateSystem {
     std::optional<int32_t> class_of(const std::string& interface) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;
+    std::optional<bool> tells_hub(const Subject& device) override {
+        return devices[device.name].hub_descriptor;
+    }
     std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,
                                                           const UsbInterface& interface) override;
     bool hid_has_driver(const std::string& hid_device) override;

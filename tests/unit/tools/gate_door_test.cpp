@@ -76,6 +76,22 @@ TEST_F(GateTest, HubIsBoundByTheHubsDriverAlone) {
     EXPECT_FALSE(Of(0).authorized);
 }
 
+// It would be open to any driver that comes while the hub's is at it.
+TEST_F(GateTest, WhatGivesNoHubsDescriptorIsNotSwitchedOnAsAHub) {
+    Plug({{0, {9, {"hub"}}}});
+    kernel_.devices[kPlugged.name].hub_descriptor = false;
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(Tried(), IsEmpty());
+    EXPECT_THAT(kernel_.switched, IsEmpty());
+}
+
+TEST_F(GateTest, HubThatCannotBeAskedIsBoundAllTheSame) {
+    Plug({{0, {9, {"hub"}}}});
+    kernel_.devices[kPlugged.name].hub_descriptor.reset();
+    Admit();
+    EXPECT_THAT(Tried(), ElementsAre("hub 1-1:1.0"));
+}
+
 TEST_F(GateTest, NothingButHubsComesInWhileNobodyIsThere) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}});

@@ -106,7 +106,8 @@ TEST_F(SysfsGateTest, DriverLosesTheDeviceThatIsMeant) {
     EXPECT_EQ(ReadFile(file), "1-2");
 }
 
-TEST_F(SysfsGateTest, DeviceWithoutANodeTellsNoReport) {
+TEST_F(SysfsGateTest, DeviceWithoutANodeTellsNothing) {
+    EXPECT_EQ(gate_.tells_hub({"1-2", 255127}), std::nullopt);
     EXPECT_FALSE(gate_.report_descriptor({"1-2", 255127}, gate_.interfaces(stick_).at(0)));
 }
 
