@@ -111,10 +111,7 @@ void give_back_what_the_start_needed() {
 }
 
 int run(const Options& options) {
-    std::string why_not;
-    if (!android::vus::has_binder(&why_not)) return fail(why_not);
     const unique_fd end = options.once ? unique_fd() : android::vus::open_interrupts();
-    android::ProcessState::self()->startThreadPool();
     Metering metering(options, print_line, say);
     Closings closings(Closings::kFile);
     SysfsSwitches switches(say, [&](const std::string& input, bool silent) {
@@ -125,6 +122,12 @@ int run(const Options& options) {
     PolicyPreview preview;
     Gate gate(&kernel, &switches, &preview, say,
               options.interfaces ? Gate::Composites::kInPart : Gate::Composites::kWhole);
+    // Before anything can fail: without binder there is no daemon, and what comes waits all the
+    // same.
+    if (options.gate && options.fail_closed) gate.shut();
+    std::string why_not;
+    if (!android::vus::has_binder(&why_not)) return fail(why_not);
+    android::ProcessState::self()->startThreadPool();
     Reporter::Manner manner;
     if (!options.once) manner.closings = &closings;
     manner.fail_closed = options.fail_closed;

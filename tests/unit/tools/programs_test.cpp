@@ -51,6 +51,28 @@ TEST(Programs, EndWithoutBinder) {
     }
 }
 
+// A kernel that lacks the module, or a start at which it could not be loaded.
+TEST(Programs, GateIsShutWithoutBinder) {
+    const std::string usb = "/sys/bus/usb/drivers_autoprobe",
+                      hid = "/sys/bus/hid/drivers_autoprobe",
+                      bus = "/sys/bus/usb/devices/usb1/interface_authorized_default";
+    const auto switches = [&] { return ReadFile(usb) + ReadFile(hid) + ReadFile(bus); };
+    for (const std::string& file : {usb, hid, bus}) WriteFile(file, "1");
+    for (const char* open : {"vus_hotplug --fail-closed", "vus_hotplug --gate"}) {
+        EXPECT_EQ(RunProgram(open).status, 1);
+        EXPECT_EQ(switches(), "111") << open;
+    }
+    for (const char* once : {"", " --once"}) {
+        const std::string call = std::string("vus_hotplug --gate --fail-closed") + once;
+        const Outcome outcome = RunProgram(call);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.error, std::string("vus_hotplug: ") + kNoBinder + "\n");
+        EXPECT_EQ(switches(), "000") << call;
+        for (const std::string& file : {usb, hid, bus}) WriteFile(file, "1");
+    }
+    EmptyWorld();
+}
+
 TEST(Programs, PrintTheirUsage) {
     for (const char* program : {"vusctl", "vus_hotplug"}) {
         const Outcome help = RunProgram(std::string(program) + " --help");
