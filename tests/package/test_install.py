@@ -106,8 +106,50 @@ def test_life_of_the_package(tools):
     assert policy.stat().st_size == 78
     assert root.run("stat", "-c", "%G", "/var/lib/vus/usb_device_config.xml") == "vus\n"
 
+    # As if the /sys of the machine around it were bound there.
+    closed = root.path("/sys/class/input/input9/inhibited")
+    closed.parent.mkdir(parents=True)
+    closed.write_text("1\n")
     root.run("apt-get", "-q", "-y", "remove", "vus")
+    assert closed.read_text() == "1\n", "the door of another machine was opened"
     assert policy.exists() and not root.path("/usr/libexec/vus").exists()
     root.install("vus")
     root.run("apt-get", "-q", "-y", "purge", "vus")
     assert root.files() - before == set()
+
+
+def mode_and_owner(root, path):
+    return root.run("stat", "-c", "%a %U %G", path).strip()
+
+
+def test_an_administrators_data_stays_as_it_is(tools):
+    root = tools
+    root.run("mkdir", "-m", "0751", "/data")
+    root.run("chgrp", "games", "/data")
+    root.install("vus")
+    assert mode_and_owner(root, "/data") == "751 root games"
+    assert mode_and_owner(root, "/data/system") == "755 root root"
+    # As at each start of the machine.
+    root.run("systemd-tmpfiles", "--create", "vus.conf")
+    assert mode_and_owner(root, "/data") == "751 root games"
+    root.run("apt-get", "-q", "-y", "purge", "vus")
+
+
+def test_purge_is_of_the_root_that_dpkg_works_on(tools):
+    """Which is not always this one: dpkg has the scripts told by DPKG_ROOT."""
+    root = tools
+    root.install("vus")
+    paths = ("/var/lib/vus/policy", "/var/lib/vus-hotplug/events", "/etc/vus/properties.d/own",
+             "/run/vus-properties/own", "/run/vus_hotplug/closed")
+    for path in (*paths, *(f"/elsewhere{path}" for path in paths)):
+        root.path(path).parent.mkdir(parents=True, exist_ok=True)
+        root.path(path).write_text("")
+    root.run("mkdir", "-p", "/elsewhere/data/system")
+    root.run("ln", "-s", "/var/lib/vus", "/elsewhere/data/system/usbdeviceconfig")
+    root.run("env", "DPKG_ROOT=/elsewhere", "DPKG_MAINTSCRIPT_PACKAGE=vus", "/var/lib/dpkg/info/vus.postrm", "purge")
+    assert [path for path in paths if not root.path(path).exists()] == []
+    assert root.path("/data/system/usbdeviceconfig").is_symlink()
+    left = subprocess.run(["find", str(root.path("/elsewhere")), "-name", "*vus*", "-not", "-path", "*/systemd/*"],
+                          capture_output=True, text=True, check=True).stdout
+    assert left == "" and not root.path("/elsewhere/data").exists()
+    root.run("apt-get", "-q", "-y", "purge", "vus")

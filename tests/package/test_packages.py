@@ -5,6 +5,7 @@ import json
 import pathlib
 import re
 import subprocess
+import tarfile
 
 import pytest
 
@@ -49,6 +50,21 @@ def installed(tmp_path_factory):
 @pytest.mark.parametrize("name", ["vus", "vus-tools"])
 def test_version(name):
     assert field(name, "Version") == VERSION
+
+
+@pytest.mark.parametrize("name", ["vus", "vus-tools"])
+def test_everything_in_it_is_of_the_changelogs_time(name):
+    """Not of the checkout's, which nobody else has."""
+    when = run("dpkg-parsechangelog", "--file", ROOT / "debian" / "changelog", "--show-field", "Timestamp")
+    with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", deb(name)], stdout=subprocess.PIPE) as archive:
+        with tarfile.open(fileobj=archive.stdout, mode="r|") as members:
+            assert [member.name for member in members if member.mtime != int(when)] == []
+
+
+def test_the_copyright_names_whose_source_is_compiled_in(installed):
+    text = (installed / "usr/share/doc/vus/copyright").read_text()
+    source = text[text.index("Files: build/downloads/frameworks-native/*"):].split("\n\n")[0]
+    assert "The Android Open Source Project" in source and "License: Apache-2.0" in source
 
 
 @pytest.mark.parametrize("name", ["vus", "vus-tools"])
