@@ -29,11 +29,33 @@ def before(host, needs):
 # From the installation to the first start.
 
 
+def without_binder(host, directory):
+    """From now on the module cannot be loaded."""
+    host.shell(f"mkdir -p {directory}")
+    host.machine.write(f"{directory}/no-binder.conf", "install binder_linux /bin/false\n")
+
+
+def test_installation_without_binder_shuts_nothing(host, before):
+    """Nobody would open it again."""
+    without_binder(host, "/run/modprobe.d")
+    status, text = host.run("apt-get -q -y install vus 2>&1", 3 * SECONDS)
+    host.shell("rm -r /run/modprobe.d")
+    assert status != 0 and "this kernel has no binder" in text, text
+    assert "active" not in host.states().values()
+    assert host.run("systemctl is-enabled vus-hotplug vusd vus-alive.timer")[1].split() == ["disabled"] * 3
+    assert host.read("/sys/bus/usb/drivers_autoprobe") == "1\n"
+    host.apt("purge vus vus-tools")
+    after = host.files()
+    assert (after - before, before - after) == (set(), set())
+
+
 def test_installation_starts_the_services(host, before):
     host.apt("install vus")
     assert host.version() == BEFORE
     host.wait_until_it_answers()
     assert host.shell("stat -c '%U %G %a' -L /dev/binder") == "root vus 660\n"
+    # Also the bus of which no device has come yet.
+    assert host.shell("cat /sys/bus/usb/drivers_autoprobe /sys/bus/hid/drivers_autoprobe").split() == ["0", "0"]
 
 
 def test_a_member_of_the_group_asks_and_nobody_else(host, before):
@@ -203,6 +225,25 @@ def test_a_word_on_the_command_line_lets_a_locked_out_administrator_in(host, bef
     assert host.machine.cut_power() == "running"
     host.wait_until_it_answers()
     host.wait_until_refused(DISK)
+
+
+def test_without_binder_nothing_gets_a_driver_until_there_is_one(host, before):
+    without_binder(host, "/etc/modprobe.d")
+    host.unplug(DISK)
+    assert host.machine.reboot() in ("running", "degraded")
+    # It ends at once, and has shut the gate before.
+    host.machine.wait_until("[ $(systemctl show -P NRestarts vus-hotplug) -ge 2 ]", SECONDS)
+    host.plug(DISK)
+    host.machine.wait_until("udevadm settle && [ $(systemctl show -P NRestarts vus-hotplug) -ge 9 ]", SECONDS)
+    assert host.is_off(DISK) and host.taken(DISK) == 0
+    assert host.states()["vusd"] != "active" and not host.answers()
+    # Once it can be loaded, nobody has to do anything.
+    host.shell("rm /etc/modprobe.d/no-binder.conf")
+    host.wait_until_it_answers()
+    host.wait_until_refused(DISK)
+    host.wait_until_on(KEYBOARD)
+    host.wait_until_types(KEYBOARD)
+    assert host.taken(DISK) == 0
 
 
 # And back.
