@@ -124,8 +124,7 @@ def mode_and_owner(root, path):
 
 def test_an_administrators_data_stays_as_it_is(tools):
     root = tools
-    root.run("mkdir", "-m", "0751", "/data")
-    root.run("chgrp", "games", "/data")
+    root.run("install", "-d", "-m", "0751", "-g", "games", "/data")
     root.install("vus")
     assert mode_and_owner(root, "/data") == "751 root games"
     assert mode_and_owner(root, "/data/system") == "755 root root"
