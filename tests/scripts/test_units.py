@@ -276,7 +276,7 @@ def test_door_of_a_machine_without_usb(tmp_path):
 def test_gate_finds_the_buses_and_may_open_their_devices():
     """DeviceAllow=char-NAME names nothing, for good, if the kernel has no such devices at the start of the unit."""
     modules = (ROOT / "packaging" / "modules-load.conf").read_text().splitlines()
-    assert [line for line in modules if line and not line.startswith("#")] == ["usbcore", "hid"]
+    assert [line for line in modules if line and not line.startswith("#")] == ["usbcore", "hid", "usbhid"]
     after = [line for line in lines("vus-hotplug.service") if line.startswith("After=")]
     assert "systemd-modules-load.service" in after[0].split()
     assert "modules-load.conf RENAME vus.conf DESTINATION lib/modules-load.d" in (
