@@ -15,11 +15,15 @@ bool has_key(const InputCapabilities& device, unsigned code) {
     return device.has_event(EV_KEY, code);
 }
 
-bool has_key_in(const InputCapabilities& device, unsigned first, unsigned end) {
+bool has_any(const InputCapabilities& device, unsigned type, unsigned first, unsigned end) {
     for (unsigned code = first; code < end; ++code) {
-        if (has_key(device, code)) return true;
+        if (device.has_event(type, code)) return true;
     }
     return false;
+}
+
+bool has_key_in(const InputCapabilities& device, unsigned first, unsigned end) {
+    return has_any(device, EV_KEY, first, end);
 }
 
 bool has_all_keys(const InputCapabilities& device, std::initializer_list<unsigned> codes) {
@@ -96,6 +100,32 @@ bool is_rotary_encoder(const InputCapabilities& device) {
                                   !has_keyboard_keys(device) && !has_key(device, BTN_MOUSE)));
 }
 
+// They ask less of a device than the platform does: any button of a mouse makes one, any way of
+// moving, and a pen that only hovers.
+int32_t sources_of_other_readers(const InputCapabilities& device) {
+    const bool is_pointer = has_key_in(device, BTN_MOUSE, BTN_JOYSTICK) ||
+                            has_any(device, EV_REL, REL_X, REL_Y + 1);
+    if (is_pointer) return kSourceMouse;
+    const bool direct = device.has_property(INPUT_PROP_DIRECT);
+    if (has_any(device, EV_ABS, ABS_X, ABS_Y + 1)) {
+        const bool is_pen = has_pen(device) || has_key_in(device, BTN_STYLUS, BTN_STYLUS2 + 1);
+        if (is_pen) return kSourceStylus;
+        if (direct) return kSourceTouchscreen;
+        if (has_key_in(device, BTN_DIGI, BTN_WHEEL)) return kSourceTouchpad;
+    }
+    if (has_any(device, EV_REL, REL_HWHEEL, REL_WHEEL + 1)) return kSourceRotaryEncoder;
+    return has_any(device, EV_ABS, ABS_RX, ABS_PRESSURE) ? kSourceJoystick : 0;
+}
+
+bool can_press_or_roll(const InputCapabilities& device) {
+    return has_key_in(device, 0, KEY_CNT) || has_any(device, EV_REL, 0, REL_CNT);
+}
+
+// What has axes by which it tells how it lies is taken for nothing else.
+bool can_point(const InputCapabilities& device) {
+    return has_any(device, EV_ABS, 0, ABS_CNT) && !device.has_property(INPUT_PROP_ACCELEROMETER);
+}
+
 }  // namespace
 
 int32_t input_sources(const InputCapabilities& device) {
@@ -109,6 +139,13 @@ int32_t input_sources(const InputCapabilities& device) {
     if (has_gamepad_buttons(device) && has_joystick_axis(device)) sources |= kSourceJoystick;
     if (is_rotary_encoder(device)) sources |= kSourceRotaryEncoder;
     return sources;
+}
+
+std::optional<int32_t> reported_sources(const InputCapabilities& device) {
+    const int32_t sources = input_sources(device);
+    if (sources != 0) return sources;
+    if (!can_press_or_roll(device) && !can_point(device)) return std::nullopt;
+    return sources_of_other_readers(device);
 }
 
 }  // namespace android::vus

@@ -18,6 +18,7 @@
 #include <stdint.h>
 
 #include <functional>
+#include <optional>
 
 namespace android::vus {
 
@@ -40,5 +41,12 @@ struct InputCapabilities {
 
 // 0 for a device that is none of the platform's sources, such as a lid switch.
 int32_t input_sources(const InputCapabilities& device);
+
+// What is asked about a device that can be plugged in. That is the platform's sources; but what the
+// platform passes over may serve the readers of another system: a pointer without a left button,
+// say, beside a left button without a pointer. Such a device is what those take it for, or 0 if
+// they take it for nothing. Nothing for one that can neither press, move nor point: a switch, or a
+// sensor that tells how it lies.
+std::optional<int32_t> reported_sources(const InputCapabilities& device);
 
 }  // namespace android::vus

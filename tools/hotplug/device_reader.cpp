@@ -2,6 +2,7 @@
 
 #include "tools/hotplug/device_reader.h"
 
+#include <ctype.h>
 #include <fcntl.h>
 #include <libevdev/libevdev.h>
 #include <stdlib.h>
@@ -57,19 +58,29 @@ DeviceInfo usb_info(DeviceInfo info, const std::vector<UsbInterface>& interfaces
 
 using Evdev = std::unique_ptr<libevdev, void (*)(libevdev*)>;
 
-DeviceInfo input_info(const std::string& input, const libevdev* device) {
+DeviceInfo input_info(const std::string& input, const libevdev* device, int32_t sources) {
     DeviceInfo info;
     info.deviceName = clean_name(libevdev_get_name(device));
     info.deviceId = static_cast<int32_t>(strtol(input.c_str() + strlen("input"), nullptr, 10));
     info.deviceType = kInputType;
     info.vendorId = libevdev_get_id_vendor(device);
     info.productId = libevdev_get_id_product(device);
-    info.deviceClass = input_sources(
-            {[device](unsigned type, unsigned code) {
-                 return libevdev_has_event_code(device, type, code) == 1;
-             },
-             [device](unsigned property) { return libevdev_has_property(device, property) == 1; }});
+    info.deviceClass = sources;
     return info;
+}
+
+InputCapabilities capabilities_of(const libevdev* device) {
+    return {[device](unsigned type, unsigned code) {
+                return libevdev_has_event_code(device, type, code) == 1;
+            },
+            [device](unsigned property) { return libevdev_has_property(device, property) == 1; }};
+}
+
+// A root hub's, such as "usb1".
+bool is_bus_name(const std::string& name) {
+    constexpr size_t kNumberAt = sizeof("usb") - 1;
+    return name.size() > kNumberAt && base::StartsWith(name, "usb") &&
+           isdigit(static_cast<unsigned char>(name[kNumberAt])) != 0;
 }
 
 // Leaves both empty for an input device that is none of a HID device's.
@@ -129,10 +140,29 @@ Sighting read_input_device(const std::string& input, const std::string& event) {
         return seen;
     }
     const Evdev device(opened, libevdev_free);
-    see_behind(input, &seen);
-    seen.info = input_info(input, device.get());
-    if (seen.info->deviceClass == 0) seen.info.reset();
+    return sighting_of_input(input, device.get());
+}
+
+Sighting sighting_of_input(const std::string& input, const libevdev* device) {
+    Sighting seen;
+    const InputCapabilities capabilities = capabilities_of(device);
+    const bool came = is_input_of_a_bus(input);
+    const std::optional<int32_t> sources =
+            came ? reported_sources(capabilities) : input_sources(capabilities);
+    const bool is_a_source = sources.value_or(0) != 0;
+    if (!sources || !(is_a_source || came)) return seen;
+    seen.info = input_info(input, device, *sources);
+    if (is_a_source) see_behind(input, &seen);
     return seen;
+}
+
+bool is_input_of_a_bus(const std::string& input) {
+    std::string path;
+    base::Realpath(std::string(kInputClassDir) + "/" + input, &path);
+    const std::vector<std::string> names = base::Split(path, "/");
+    return std::any_of(names.begin(), names.end(), [](const std::string& name) {
+        return is_hid_name(name) || is_bus_name(name);
+    });
 }
 
 }  // namespace android::vus::hotplug

@@ -15,6 +15,8 @@
 #include "tools/hotplug/subject.h"
 #include "tools/hotplug/usb_entry.h"
 
+struct libevdev;
+
 namespace android::vus::hotplug {
 
 // The USB device of that name in sysfs, such as "1-2.4.1". Without info if it has gone, if another
@@ -37,7 +39,16 @@ Sighting sighting_of(const DeviceInfo& identity, const std::vector<UsbInterface>
 std::optional<DeviceInfo> read_usb_identity(const Subject& device);
 
 // The input device `input` ("input3") by its event node `event` ("event2"). Without info if it has
-// gone, or is no source of input in the platform's terms, such as a lid switch.
+// gone, or is nothing to anybody who reads input, such as a lid switch; nor is what is built in,
+// and passed over by the platform, such as a sensor: no rule could name it. What came of a bus, and
+// is none of the sources, but could press or point all the same, is seen with none; and without
+// what is behind it, which was judged by what else it is.
 Sighting read_input_device(const std::string& input, const std::string& event);
+// The same of one whose node has been opened.
+Sighting sighting_of_input(const std::string& input, const libevdev* device);
+
+// Whether an input device came of a USB or a HID device, by any number of other devices in between,
+// such as a sound card.
+bool is_input_of_a_bus(const std::string& input);
 
 }  // namespace android::vus::hotplug

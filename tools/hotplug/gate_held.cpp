@@ -203,8 +203,8 @@ void Gate::input_appeared(const std::string& input) {
     silenced_.insert(input);
 }
 
-// What is no source of input came of what was judged in another way. What could not be looked at
-// stays as it is.
+// What is nothing to whoever reads input may be heard: it came of what was judged in another way.
+// What could not be looked at stays as it is.
 bool Gate::stays_silent(const std::string& input, Sighting* seen, bool anybody_there) {
     if (!seen->info && !seen->settled) return false;
     if (seen->info) {

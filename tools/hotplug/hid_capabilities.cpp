@@ -164,20 +164,21 @@ void HidCapabilities::add_unknown(const HidField& field) {
 }
 
 int32_t HidCapabilities::sources() const {
-    return input_sources(
-            {[this](unsigned type, unsigned code) {
-                 switch (type) {
-                     case EV_KEY:
-                         return code < keys_.size() && keys_[code];
-                     case EV_REL:
-                         return code < relative_.size() && relative_[code];
-                     case EV_ABS:
-                         return code < absolute_.size() && absolute_[code];
-                     default:
-                         return false;
-                 }
-             },
-             [this](unsigned property) { return property == INPUT_PROP_DIRECT && direct_; }});
+    return reported_sources(
+                   {[this](unsigned type, unsigned code) {
+                        switch (type) {
+                            case EV_KEY:
+                                return code < keys_.size() && keys_[code];
+                            case EV_REL:
+                                return code < relative_.size() && relative_[code];
+                            case EV_ABS:
+                                return code < absolute_.size() && absolute_[code];
+                            default:
+                                return false;
+                        }
+                    },
+                    [this](unsigned property) { return property == INPUT_PROP_DIRECT && direct_; }})
+            .value_or(0);
 }
 
 }  // namespace android::vus::hotplug

@@ -23,7 +23,7 @@ struct HidField {
 class HidCapabilities {
   public:
     void add(const HidField& field, uint32_t usage);
-    // The input source bits.
+    // The input source bits by which it would be reported; 0 if it would be by none.
     int32_t sources() const;
 
   private:

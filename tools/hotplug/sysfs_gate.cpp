@@ -34,13 +34,6 @@ bool entry_exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// A root hub's, such as "usb1".
-bool is_bus_name(const std::string& name) {
-    constexpr size_t kNumberAt = sizeof("usb") - 1;
-    return name.size() > kNumberAt && base::StartsWith(name, "usb") &&
-           isdigit(static_cast<unsigned char>(name[kNumberAt])) != 0;
-}
-
 std::string switch_text(bool on) {
     return on ? "1" : "0";
 }
@@ -166,14 +159,8 @@ std::string SysfsGate::hid_label(const std::string& hid_device) {
     return "";
 }
 
-// By any number of other devices in between, such as a sound card.
 bool SysfsGate::is_of_a_bus(const std::string& input) {
-    std::string path;
-    base::Realpath(std::string(kInputClassDir) + "/" + input, &path);
-    const std::vector<std::string> names = base::Split(path, "/");
-    return std::any_of(names.begin(), names.end(), [](const std::string& name) {
-        return is_hid_name(name) || is_bus_name(name);
-    });
+    return is_input_of_a_bus(input);
 }
 
 std::vector<std::string> SysfsGate::silent_inputs() {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The devices of a machine, as the reporting component would report them, read from its sysfs: this
-// machine's, or a recorded tree below any directory. Hubs are left out, as there. Nothing is
+// machine's, or a recorded tree below any directory. Hubs are left out, as there; so are input
+// devices that are none of the platform's sources, of which some would be asked about. Nothing is
 // written. A device that goes, or answers nothing, while it is read is left out as well.
 
 #pragma once

@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <errno.h>
+#include <libevdev/libevdev.h>
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -231,6 +233,68 @@ TEST_F(DeviceReaderTest, InputNodeThatIsNoEventNodeIsNothing) {
     WriteFile("/dev/input/event3", "not a device");
     EXPECT_FALSE(read_input_device("input5", "event3").info);
     RemoveTree("/dev/input");
+}
+
+// As the kernel shows one that came of a HID device, or is the board's own.
+class InputSightingTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        EmptyWorld();
+        const std::string hid = "/sys/devices/platform/usb1/1-2/1-2:1.0/" + std::string(kHid);
+        Show("input5", hid + "/input/input5");
+        std::filesystem::create_symlink(hid, hid + "/input/input5/device");
+        Show("input6", "/sys/devices/platform/lid/input/input6");
+    }
+    static void Show(const std::string& input, const std::string& path) {
+        MakeDir(path);
+        MakeDir("/sys/class/input");
+        std::filesystem::create_symlink(path, "/sys/class/input/" + input);
+    }
+    void Has(unsigned type, unsigned code) {
+        const input_absinfo place = {};
+        libevdev_enable_event_code(device_.get(), type, code, type == EV_ABS ? &place : nullptr);
+    }
+    Sighting See(const std::string& input) { return sighting_of_input(input, device_.get()); }
+
+    static constexpr char kHid[] = "0003:1209:0011.0001";
+    std::unique_ptr<libevdev, void (*)(libevdev*)> device_{libevdev_new(), libevdev_free};
+};
+
+TEST_F(InputSightingTest, SwitchIsNothing) {
+    Has(EV_SW, SW_LID);
+    EXPECT_FALSE(See("input5").info);
+    EXPECT_FALSE(See("input6").info);
+}
+
+TEST_F(InputSightingTest, PointerWithoutALeftButtonIsAMouse) {
+    Has(EV_KEY, BTN_RIGHT);
+    Has(EV_REL, REL_X);
+    Has(EV_REL, REL_Y);
+    const Sighting seen = See("input5");
+    ASSERT_TRUE(seen.info);
+    EXPECT_EQ(seen.info->deviceClass, 0x2002);
+    EXPECT_EQ(seen.hid_device, kHid);
+    EXPECT_FALSE(See("input6").info) << "no rule could name the board's own";
+}
+
+// A refusal of it alone is not to take away what it came with.
+TEST_F(InputSightingTest, WhatIsNoSourceButCouldActIsAskedAboutIfItWasPluggedIn) {
+    Has(EV_ABS, ABS_VOLUME);
+    const Sighting seen = See("input5");
+    ASSERT_TRUE(seen.info);
+    EXPECT_EQ(seen.info->deviceClass, 0);
+    EXPECT_EQ(seen.info->deviceType, 1);
+    EXPECT_EQ(seen.info->deviceId, 5);
+    EXPECT_EQ(seen.hid_device, "");
+    EXPECT_FALSE(See("input6").info);
+}
+
+TEST_F(InputSightingTest, BoardsOwnKeysAreAskedAbout) {
+    Has(EV_KEY, KEY_POWER);
+    const Sighting seen = See("input6");
+    ASSERT_TRUE(seen.info);
+    EXPECT_EQ(seen.info->deviceClass, 0x101);
+    EXPECT_EQ(seen.hid_device, "");
 }
 
 // A device of which something could not be read would be another device: one of no vendor, or one

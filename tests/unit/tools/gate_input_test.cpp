@@ -70,12 +70,54 @@ TEST_F(GateTest, HidDeviceOfAnotherBusComesInToBeJudgedIfItsMakerDoesNotSettleIt
     EXPECT_THAT(Tried(), SizeIs(1));
 }
 
+// Together they move and click.
+TEST_F(GateTest, PointerInPartsIsHeldByItself) {
+    preview_.classes = {kDiskClass};
+    for (const auto& half : {kMouseWithoutLeftButton, kLeftButtonAlone}) {
+        Plug({{0, {kHidClass, {kHidDriver}, half}}});
+        const Admission admission = Admit();
+        EXPECT_FALSE(admission.is_question) << "it is the input side's";
+        ASSERT_THAT(admission.inputs, SizeIs(1));
+        EXPECT_EQ(admission.inputs[0].info.deviceClass, kSourceMouse);
+        EXPECT_THAT(Tried(), IsEmpty());
+        gate_.forget(kPlugged);
+    }
+}
+
+TEST_F(GateTest, PointerInPartsDoesNotRideAlong) {
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()},
+          {1,
+           {kHidClass, {kHidDriver}, kMouseWithoutLeftButton + Bytes("8502") + kLeftButtonAlone}},
+          {2, {kHidClass, {kHidDriver}, kHoveringPen}}});
+    const Admission admission = Admit();
+    EXPECT_FALSE(admission.held);
+    ASSERT_THAT(admission.inputs, SizeIs(2));
+    EXPECT_EQ(admission.inputs[0].info.deviceClass, kSourceMouse);
+    EXPECT_EQ(admission.inputs[1].info.deviceClass, kSourceStylus);
+    EXPECT_THAT(Tried(), ElementsAre("usb-storage 1-1:1.0"));
+    EXPECT_FALSE(Of(1).authorized || Of(2).authorized);
+}
+
+TEST_F(GateTest, PointerInPartsDoesNotHideBehindAKeyboard) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0,
+           {kHidClass,
+            {kHidDriver},
+            Bytes("8501") + kBootKeyboard + Bytes("8502") + kMouseWithoutLeftButton,
+            /*has_input=*/true}}});
+    const Admission admission = Admit();
+    ASSERT_THAT(admission.inputs, SizeIs(1));
+    EXPECT_EQ(admission.inputs[0].info.deviceClass, kSourceMouse);
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
 Sighting SeenInput(int32_t sources) {
     Sighting seen;
-    if (sources == 0) return seen;
     seen.info = DeviceInfo();
     seen.info->deviceType = kInputType;
     seen.info->deviceClass = sources;
+    seen.info->vendorId = 0x1209;
     return seen;
 }
 
@@ -120,16 +162,27 @@ TEST_F(GateTest, InputDeviceThatIsLookedAtWhileItIsSilencedIsHeardInTheEnd) {
     EXPECT_THAT(switches.Take(), ElementsAre("hush input5", "unhush input5"));
 }
 
-TEST_F(GateTest, InputDeviceThatIsTheSourceOfNothingIsHeardWhenThatIsSeen) {
+TEST_F(GateTest, InputDeviceThatIsNothingToAnybodyIsHeardWhenThatIsSeen) {
     gate_.input_appeared("input5");
     Sighting failed;
     failed.settled = false;
     EXPECT_FALSE(StaysSilent("input5", failed, true));
     EXPECT_THAT(switches_.Take(), ElementsAre("hush input5")) << "it was not seen";
-    EXPECT_FALSE(StaysSilent("input5", SeenInput(0), true));
+    EXPECT_FALSE(StaysSilent("input5", Sighting(), true));
     EXPECT_THAT(switches_.Take(), ElementsAre("unhush input5"));
-    EXPECT_FALSE(StaysSilent("input5", SeenInput(0), true));
+    EXPECT_FALSE(StaysSilent("input5", Sighting(), true));
     EXPECT_THAT(switches_.Take(), IsEmpty()) << "whoever silences it now";
+}
+
+TEST_F(GateTest, InputDeviceOfNoSourceIsSilentUnlessItsMakerIsAllowed) {
+    preview_.sources = {kSourceKeyboard, kSourceMouse};
+    gate_.input_appeared("input5");
+    EXPECT_TRUE(StaysSilent("input5", SeenInput(0), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5"));
+    preview_.vendors = {0x1209};
+    gate_.input_appeared("input6");
+    EXPECT_FALSE(StaysSilent("input6", SeenInput(0), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input6", "unhush input6"));
 }
 
 // Also of one that nobody has silenced: it was there before the gate.

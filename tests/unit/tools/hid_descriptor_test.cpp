@@ -44,6 +44,12 @@ TEST(HidDescriptor, TouchpadIsNoTouchscreen) {
     EXPECT_THAT(SourcesOf(touchpad), ElementsAre(kSourceTouchpad));
 }
 
+TEST(HidDescriptor, TellsWhatOnlyADesktopTakesForAPointer) {
+    EXPECT_THAT(SourcesOf(kMouseWithoutLeftButton), ElementsAre(kSourceMouse));
+    EXPECT_THAT(SourcesOf(kLeftButtonAlone), ElementsAre(kSourceMouse));
+    EXPECT_THAT(SourcesOf(kHoveringPen), ElementsAre(kSourceStylus));
+}
+
 TEST(HidDescriptor, EachApplicationIsADeviceOfItsOwn) {
     const auto nature = parse_report_descriptor(kBootKeyboard + Bytes("8502") + kBootMouse);
     ASSERT_TRUE(nature);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <linux/input-event-codes.h>
 
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -22,12 +23,15 @@ struct Device {
     std::set<unsigned> properties;
 };
 
+InputCapabilities CapabilitiesOf(const Device& device) {
+    return {[&device](unsigned type, unsigned code) {
+                return device.codes.count({type, code}) != 0;
+            },
+            [&device](unsigned property) { return device.properties.count(property) != 0; }};
+}
+
 int32_t SourcesOf(const Device& device) {
-    return input_sources(
-            {[&device](unsigned type, unsigned code) {
-                 return device.codes.count({type, code}) != 0;
-             },
-             [&device](unsigned property) { return device.properties.count(property) != 0; }});
+    return input_sources(CapabilitiesOf(device));
 }
 
 Codes Keys(const std::vector<unsigned>& keys) {
@@ -68,6 +72,11 @@ class InputSourcesTest : public testing::TestWithParam<Case> {};
 TEST_P(InputSourcesTest, AreThePlatforms) {
     EXPECT_EQ(SourcesOf(GetParam().device), GetParam().sources)
             << std::hex << SourcesOf(GetParam().device) << " and not " << GetParam().sources;
+}
+
+TEST_P(InputSourcesTest, AreReportedWhereThePlatformHasAny) {
+    if (GetParam().sources == 0) return;
+    EXPECT_EQ(reported_sources(CapabilitiesOf(GetParam().device)), GetParam().sources);
 }
 
 const Case kCases[] = {
@@ -134,6 +143,59 @@ const Case kCases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Devices, InputSourcesTest, testing::ValuesIn(kCases), NameOf);
+
+// Devices that the platform passes over.
+struct OtherCase {
+    const char* name;
+    Device device;
+    std::optional<int32_t> reported;
+};
+
+std::string NameOfOther(const testing::TestParamInfo<OtherCase>& info) {
+    return info.param.name;
+}
+
+class OtherReadersTest : public testing::TestWithParam<OtherCase> {};
+
+TEST_P(OtherReadersTest, TakeItForWhatIsReported) {
+    ASSERT_EQ(SourcesOf(GetParam().device), 0);
+    EXPECT_EQ(reported_sources(CapabilitiesOf(GetParam().device)), GetParam().reported);
+}
+
+const OtherCase kOtherCases[] = {
+        {"Nothing", {}, std::nullopt},
+        {"LidSwitch", {Axes(EV_SW, {SW_LID}), {}}, std::nullopt},
+        {"LampsAndSounds", {Axes(EV_LED, {LED_CAPSL}) + Axes(EV_SND, {SND_BELL}), {}}, {}},
+        {"Accelerometer",
+         {kAbsoluteXY + Axes(EV_ABS, {ABS_Z, ABS_RX}), {INPUT_PROP_ACCELEROMETER}},
+         std::nullopt},
+        {"AccelerometerThatClicks",
+         {kAbsoluteXY + Keys({BTN_LEFT + 1}), {INPUT_PROP_ACCELEROMETER}},
+         0x2002},
+        {"AccelerometerThatMoves",
+         {Axes(EV_REL, {REL_X}) + Axes(EV_ABS, {ABS_Z}), {INPUT_PROP_ACCELEROMETER}},
+         0x2002},
+        {"MouseWithoutLeftButton", {Keys({BTN_RIGHT}) + kRelativeXY, {}}, 0x2002},
+        {"LeftButtonByItself", {Keys({BTN_LEFT}), {}}, 0x2002},
+        {"LastButtonOfAMouse", {Keys({BTN_JOYSTICK - 1}), {}}, 0x2002},
+        {"MouseWithoutButton", {kRelativeXY, {}}, 0x2002},
+        {"MouseWithOneAxis", {Axes(EV_REL, {REL_Y}), {}}, 0x2002},
+        {"AbsoluteMouseWithoutLeftButton", {Keys({BTN_RIGHT}) + kAbsoluteXY, {}}, 0x2002},
+        {"PenThatOnlyHovers",
+         {Keys({BTN_TOOL_PEN}) + kAbsoluteXY + Axes(EV_ABS, {ABS_PRESSURE}), {INPUT_PROP_DIRECT}},
+         0x4002},
+        {"PenOfWhichAButtonIsKnown", {Keys({BTN_STYLUS}) + kAbsoluteXY, {}}, 0x4002},
+        {"FingerThatIsOnlyNear", {Keys({BTN_TOOL_FINGER}) + kAbsoluteXY, {}}, 0x100008},
+        {"ScreenThatDoesNotTellTouches", {kAbsoluteXY, {INPUT_PROP_DIRECT}}, 0x1002},
+        {"WheelForTheOtherWay", {Axes(EV_REL, {REL_HWHEEL}), {}}, 0x400000},
+        {"Pedals", {kAbsoluteXY + Axes(EV_ABS, {ABS_RZ}), {}}, 0x1000010},
+        {"PlaceByItself", {kAbsoluteXY, {}}, 0},
+        {"VolumeByItself", {Axes(EV_ABS, {ABS_VOLUME}), {}}, 0},
+        {"ToolByItself", {Keys({BTN_TOOL_PEN}), {}}, 0},
+        {"WayThatNobodyKnows", {Axes(EV_REL, {REL_MISC}), {}}, 0},
+};
+
+INSTANTIATE_TEST_SUITE_P(Devices, OtherReadersTest, testing::ValuesIn(kOtherCases), NameOfOther);
 
 }  // namespace
 }  // namespace android::vus

@@ -51,6 +51,15 @@ inline const std::vector<uint8_t> kMouseInNameOnly =
         Bytes("0501 0902 a101 0600ff 0901 1500 26ff00 7508 9540 8102 c0");
 inline const std::vector<uint8_t> kAxesWithoutButtons =
         Bytes("0501 0904 a101 0930 0931 1500 26ff00 7508 9502 8102 c0");
+// Android passes them over, and a desktop moves, clicks and points by them.
+inline const std::vector<uint8_t> kMouseWithoutLeftButton =
+        Bytes("0501 0902 a101 0509 0902 1500 2501 7501 9501 8102 9507 8103 0501 0930 0931 1581 257f"
+              "7508 9502 8106 c0");
+inline const std::vector<uint8_t> kLeftButtonAlone =
+        Bytes("0501 0901 a101 0509 0901 1500 2501 7501 9501 8102 9507 8103 c0");
+inline const std::vector<uint8_t> kHoveringPen =
+        Bytes("050d 0902 a101 0932 1500 2501 7501 9501 8102 9507 8103 0501 0930 0931 26ff7f 7510"
+              "9502 8102 050d 0930 26ff03 9501 8102 c0");
 inline const std::vector<uint8_t> kSecurityKey = Bytes(
         "06d0f1 0901 a101 0920 1500 26ff00 7508 9540 8102 0921 1500 26ff00 7508 9540 9102 c0");
 
