@@ -127,7 +127,7 @@ class Gate : public Switches {
     void close_device(const Subject& device) override { switches_->close_device(device); }
     void open_device(const Subject& device) override { switches_->open_device(device); }
     void hush_input(const std::string& input) override { switches_->hush_input(input); }
-    void unhush_input(const std::string& input) override { switches_->unhush_input(input); }
+    bool unhush_input(const std::string& input) override { return switches_->unhush_input(input); }
     bool unbind_hid(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
     void open_held(const Subject& usb_device, const std::string& what) override;

@@ -217,8 +217,8 @@ bool Gate::stays_silent(const std::string& input, Sighting* seen, bool anybody_t
         if (silenced_.erase(input) == 0) return false;
     }
     if (seen->info && !seen->vouched) return true;
-    switches_->unhush_input(input);
-    return false;
+    // What cannot be heard at once is left to whoever hears a "yes", and tries again.
+    return !switches_->unhush_input(input) && seen->info;
 }
 
 void Gate::forget_input(const std::string& input) {

@@ -36,6 +36,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "android/vus/IVUsbService.h"
 #include "android/vus/mutex.h"
@@ -115,7 +116,7 @@ class Reporter {
     void keep_only(const Present& present);
 
     // Switches off what has waited for an answer for too long, and tries again what the system had
-    // no thread for.
+    // no thread for, and what the kernel did not open.
     void lose_patience(Clock::time_point now);
     std::optional<Clock::time_point> next_deadline() const;
 
@@ -167,6 +168,7 @@ class Reporter {
         bool verify = false;   // what was done may have come undone
         bool gone = false;     // an input device that its HID device may bring again
         bool unbound = false;  // that HID device has lost its driver because of this record
+        Clock::duration pause = Clock::duration::zero();  // before it is opened once more
         std::optional<Clock::time_point> last_return;
     };
 
@@ -201,12 +203,15 @@ class Reporter {
 
     // On the lane of its switches.
     void make_so(const Subject& device);
-    void switch_as(const Record& before, Hold wanted);
+    void open_later(const Subject& device);
+    std::vector<Subject> take_due(Clock::time_point now);
+    // False if it has to be opened once more.
+    bool switch_as(const Record& before, Hold wanted);
     void switch_usb(const Subject& device, Hold before, Hold wanted);
     void doubt_what_was_off(const Subject& device);
-    void switch_input(const Record& before, Hold wanted);
+    bool switch_input(const Record& before, Hold wanted);
     void close_input(const Record& before);
-    void open_input(const Record& before);
+    bool open_input(const Record& before);
     void open_held(const Record& before);
     void switch_hid(const Record& record, std::function<void()> job);
 
@@ -223,7 +228,9 @@ class Reporter {
     SharedSession session_ GUARDED_BY(mutex_);
     std::map<std::string, Record> records_ GUARDED_BY(mutex_);  // by key
     std::deque<std::string> gone_hid_ GUARDED_BY(mutex_);       // the last HID devices that went
-    Lanes lanes_;                                               // last: its threads use the others
+    // When what could not be opened is to be, once more.
+    std::multimap<Clock::time_point, Subject> due_ GUARDED_BY(mutex_);
+    Lanes lanes_;  // last: its threads use the others
 };
 
 }  // namespace android::vus::hotplug

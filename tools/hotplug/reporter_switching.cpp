@@ -17,6 +17,8 @@ constexpr std::chrono::milliseconds kOneReturn(100);
 // Who brings a refused device's interfaces back twice within this time will do so again.
 constexpr std::chrono::seconds kReturnsSoon(10);
 constexpr std::chrono::milliseconds kThreadRetry(100);
+// Twice as long each time: what works again after some time is open after that time once more.
+constexpr std::chrono::milliseconds kFirstPause(100);
 
 }  // namespace
 
@@ -39,14 +41,19 @@ void Reporter::interfaces_back(const Subject& device, Clock::time_point now) {
 }
 
 std::optional<Reporter::Clock::time_point> Reporter::next_deadline() const {
-    const auto patience = patience_.next_deadline();
-    if (!lanes_.wants_retry()) return patience;
-    const auto retry = Clock::now() + kThreadRetry;
-    return patience ? std::min(*patience, retry) : retry;
+    std::optional<Clock::time_point> next = patience_.next_deadline();
+    const auto at_latest = [&next](Clock::time_point when) {
+        next = next ? std::min(*next, when) : when;
+    };
+    if (lanes_.wants_retry()) at_latest(Clock::now() + kThreadRetry);
+    const MutexLock lock(mutex_);
+    if (!due_.empty()) at_latest(due_.begin()->first);
+    return next;
 }
 
 void Reporter::lose_patience(Clock::time_point now) {
     lanes_.retry();
+    for (const Subject& device : take_due(now)) queue_switching(device);
     for (const Subject& device : patience_.lost(now)) hold_silent(device, "no answer within 2 s");
 }
 
@@ -89,6 +96,7 @@ void Reporter::want(const Subject& device, Hold hold) {
     if (hold != Hold::kNone && hold < record.wanted) return;
     if (hold == Hold::kNone && record.wanted == Hold::kNone) return;
     record.wanted = hold;
+    record.pause = Clock::duration::zero();
     // A refusal is seen to each time that it is heard.
     record.verify = true;
     queue_switching(device);
@@ -121,16 +129,37 @@ void Reporter::make_so(const Subject& device) {
     if (manner_.closings != nullptr && is_ours) manner_.closings->add(device);
     // What a gate has just seen to be off need not be looked at again.
     const bool is_so = wanted == before.done && before.seen.held && before.seen.off;
-    if (!is_so) switch_as(before, wanted);
+    if (!is_so && !switch_as(before, wanted)) return open_later(device);
     if (manner_.closings != nullptr && !is_ours) manner_.closings->remove(device);
 }
 
-void Reporter::switch_as(const Record& before, Hold wanted) {
-    if (before.subject.is_usb()) {
-        switch_usb(before.subject, before.done, wanted);
-    } else {
-        switch_input(before, wanted);
+// It is closed still, and to be opened: who looks next does it again.
+void Reporter::open_later(const Subject& device) {
+    {
+        const MutexLock lock(mutex_);
+        const auto known = records_.find(device.key());
+        if (known == records_.end()) return;
+        Record& record = known->second;
+        record.done = std::max(record.done, Hold::kSilence);
+        record.pause = std::max<Clock::duration>(kFirstPause, 2 * record.pause);
+        due_.emplace(Clock::now() + record.pause, device);
     }
+    if (manner_.wake) manner_.wake();
+}
+
+std::vector<Subject> Reporter::take_due(Clock::time_point now) {
+    std::vector<Subject> devices;
+    const MutexLock lock(mutex_);
+    const auto end = due_.upper_bound(now);
+    for (auto at = due_.begin(); at != end; ++at) devices.push_back(at->second);
+    due_.erase(due_.begin(), end);
+    return devices;
+}
+
+bool Reporter::switch_as(const Record& before, Hold wanted) {
+    if (!before.subject.is_usb()) return switch_input(before, wanted);
+    switch_usb(before.subject, before.done, wanted);
+    return true;
 }
 
 void Reporter::switch_usb(const Subject& device, Hold before, Hold wanted) {
@@ -160,12 +189,11 @@ void Reporter::doubt_what_was_off(const Subject& device) {
     known->second.verdict = Verdict::kNone;
 }
 
-void Reporter::switch_input(const Record& before, Hold wanted) {
+bool Reporter::switch_input(const Record& before, Hold wanted) {
     const Subject& device = before.subject;
     switch (wanted) {
         case Hold::kNone:
-            open_input(before);
-            break;
+            return open_input(before);
         case Hold::kSilence:
             switches_->hush_input(device.name);
             break;
@@ -174,6 +202,7 @@ void Reporter::switch_input(const Record& before, Hold wanted) {
             if (!before.unbound) close_input(before);
             break;
     }
+    return true;
 }
 
 void Reporter::close_input(const Record& before) {
@@ -191,18 +220,22 @@ void Reporter::close_input(const Record& before) {
     });
 }
 
-void Reporter::open_input(const Record& before) {
+bool Reporter::open_input(const Record& before) {
     const Subject& device = before.subject;
-    if (before.seen.held) return open_held(before);
+    if (before.seen.held) {
+        open_held(before);
+        return true;
+    }
+    if (!switches_->unhush_input(device.name)) return false;
     notice("opened " + device.name);
-    switches_->unhush_input(device.name);
-    if (before.seen.hid_device.empty()) return;
+    if (before.seen.hid_device.empty()) return true;
     switch_hid(before, [this, device, hid_device = before.seen.hid_device] {
         if (!record_of(device).unbound) return;
         switches_->probe_hid(hid_device);
         // The driver makes a new input device; this one is no more.
         lanes_.add(device.key(), [this, present = session(), device] { forget(present, device); });
     });
+    return true;
 }
 
 // What it becomes is another device.

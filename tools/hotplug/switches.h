@@ -28,9 +28,10 @@ class Switches {
     virtual void close_device(const Subject& device) = 0;
     virtual void open_device(const Subject& device) = 0;
 
-    // Makes an input device send nothing, or send again.
+    // Makes an input device send nothing, or send again. False if it sends nothing still: the
+    // kernel opens the device for that, which can fail, and work the next time.
     virtual void hush_input(const std::string& input) = 0;
-    virtual void unhush_input(const std::string& input) = 0;
+    virtual bool unhush_input(const std::string& input) = 0;
 
     // Takes the driver from a HID device: the kernel hands out its input as hidraw, too, where
     // nothing can be hushed. All its input devices go. False if that cannot be done.

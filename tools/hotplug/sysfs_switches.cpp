@@ -68,20 +68,22 @@ void SysfsSwitches::hush_input(const std::string& input) {
     inhibit(input, '1');
 }
 
-void SysfsSwitches::unhush_input(const std::string& input) {
-    inhibit(input, '0');
+bool SysfsSwitches::unhush_input(const std::string& input) {
+    return inhibit(input, '0');
 }
 
-void SysfsSwitches::inhibit(const std::string& input, char value) {
+// False if there is such a switch, and it cannot be set.
+bool SysfsSwitches::inhibit(const std::string& input, char value) {
     const std::string directory = std::string(kInputClassDir) + "/" + input;
     const std::string path = directory + "/inhibited";
     if (write_attribute(path, {value})) {
         if (silenced_) silenced_(input, value == '1');
-        return;
+        return true;
     }
-    if (access(directory.c_str(), F_OK) != 0) return;
-    // Kernels before 5.11 have no such file.
+    if (access(directory.c_str(), F_OK) != 0) return true;
     complain_("cannot switch " + path);
+    // Kernels before 5.11 have no such file.
+    return access(path.c_str(), F_OK) != 0;
 }
 
 bool SysfsSwitches::unbind_hid(const std::string& hid_device) {

@@ -26,14 +26,14 @@ class SysfsSwitches : public Switches {
     void close_device(const Subject& device) override;
     void open_device(const Subject& device) override;
     void hush_input(const std::string& input) override;
-    void unhush_input(const std::string& input) override;
+    bool unhush_input(const std::string& input) override;
     bool unbind_hid(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
     void open_held(const Subject& usb_device, const std::string& what) override;
 
   private:
     void set_device(const Subject& device, char value);
-    void inhibit(const std::string& input, char value);
+    bool inhibit(const std::string& input, char value);
     void complain(const std::string& path);
 
     const std::function<void(const std::string&)> complain_;

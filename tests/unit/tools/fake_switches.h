@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -18,6 +19,9 @@ namespace android::vus::hotplug {
 
 class FakeSwitches : public Switches {
   public:
+    // How often nothing can be heard again.
+    std::atomic<int> failures{0};
+
     // What was done so far, such as "close 1-2" or "unbind 0003:0627:0001.0001"; Take() forgets it.
     std::vector<std::string> Take() {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -36,7 +40,10 @@ class FakeSwitches : public Switches {
     void close_device(const Subject& device) override { Note("close device " + device.name); }
     void open_device(const Subject& device) override { Note("open device " + device.name); }
     void hush_input(const std::string& input) override { Note("hush " + input); }
-    void unhush_input(const std::string& input) override { Note("unhush " + input); }
+    bool unhush_input(const std::string& input) override {
+        Note("unhush " + input);
+        return failures.fetch_sub(1) <= 0;
+    }
     bool unbind_hid(const std::string& hid_device) override {
         Note("unbind " + hid_device);
         return true;

@@ -185,6 +185,15 @@ TEST_F(GateTest, InputDeviceOfNoSourceIsSilentUnlessItsMakerIsAllowed) {
     EXPECT_THAT(switches_.Take(), ElementsAre("hush input6", "unhush input6"));
 }
 
+// Whoever hears the daemon's "yes" tries again, until it can be heard.
+TEST_F(GateTest, InputDeviceThatIsForeseenToBeAllowedButCouldNotBeHeardWaitsForAYes) {
+    preview_.sources = {kSourceMouse};
+    switches_.failures = 1;
+    gate_.input_appeared("input5");
+    EXPECT_TRUE(StaysSilent("input5", SeenInput(kSourceMouse), true));
+    EXPECT_THAT(switches_.Take(), ElementsAre("hush input5", "unhush input5"));
+}
+
 // Also of one that nobody has silenced: it was there before the gate.
 TEST_F(GateTest, InputDeviceThatIsForeseenToBeAllowedIsVouchedFor) {
     preview_.sources = {kSourceMouse};

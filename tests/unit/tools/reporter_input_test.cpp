@@ -146,6 +146,46 @@ TEST_F(SwitchingTest, UnansweredInputDeviceIsOnlySilenced) {
     EXPECT_THAT(Switched(), ElementsAre("unhush input5"));
 }
 
+// The kernel opens a device that is to be heard again, and that can fail.
+TEST_F(SwitchingTest, InputDeviceThatCouldNotBeHeardIsOpenedOnceMore) {
+    Refuse(kInputDevice, Input(5, ""));
+    reporter_->policy_changed();
+    allows_ = true;
+    switches_.failures = 3;
+    Judge(kInputDevice, Input(5, ""));
+    EXPECT_THAT(Switched(), ElementsAre("unhush input5"));
+    EXPECT_THAT(Notices(), IsEmpty());
+    auto pause = reporter_->next_deadline().value() - Reporter::Clock::now();
+    EXPECT_LE(pause, std::chrono::milliseconds(100));
+    for (int more = 0; more < 3; ++more) {
+        ASSERT_TRUE(reporter_->next_deadline());
+        reporter_->lose_patience(start_ + seconds(60));
+        EXPECT_THAT(Switched(), ElementsAre("unhush input5"));
+    }
+    EXPECT_FALSE(reporter_->next_deadline());
+    EXPECT_THAT(Notices(), ElementsAre("opened input5"));
+    reporter_->lose_patience(start_ + seconds(60));
+    EXPECT_THAT(Switched(), IsEmpty());
+}
+
+TEST_F(SwitchingTest, InputDeviceThatIsRefusedBeforeItCouldBeHeardStaysClosed) {
+    Refuse(kInputDevice, Input(5, ""));
+    reporter_->policy_changed();
+    allows_ = true;
+    switches_.failures = 1;
+    Judge(kInputDevice, Input(5, ""));
+    Switched();
+    reporter_->policy_changed();
+    allows_ = false;
+    Judge(kInputDevice, Input(5, ""));
+    EXPECT_THAT(Switched(), ElementsAre("hush input5"));
+    reporter_->lose_patience(start_ + seconds(60));
+    EXPECT_THAT(Switched(), IsEmpty());
+    reporter_->removed(kInputDevice);
+    reporter_->drain();
+    EXPECT_FALSE(reporter_->next_deadline());
+}
+
 TEST_F(SwitchingTest, InputDeviceThatAnEarlierReporterClosedStaysListed) {
     DeviceInfo keyboard = *Input(5, "").info;
     keyboard.vendorId = 0x627;

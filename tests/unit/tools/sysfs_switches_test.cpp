@@ -121,6 +121,18 @@ TEST_F(SysfsSwitchesTest, InputDeviceIsHushed) {
     EXPECT_THAT(complaints_, IsEmpty());
 }
 
+TEST_F(SysfsSwitchesTest, InputDeviceThatCannotBeHeardIsTold) {
+    WriteFile("/sys/class/input/input5/inhibited", "1\n");
+    EXPECT_TRUE(switches_.unhush_input("input5"));
+    EXPECT_TRUE(switches_.unhush_input("input6")) << "it has gone";
+    MakeDir("/sys/class/input/input7");
+    EXPECT_TRUE(switches_.unhush_input("input7")) << "an older kernel did not silence it either";
+    complaints_.clear();
+    MakeDir("/sys/class/input/input8/inhibited");  // which cannot be written
+    EXPECT_FALSE(switches_.unhush_input("input8"));
+    EXPECT_THAT(complaints_, ElementsAre("cannot switch /sys/class/input/input8/inhibited"));
+}
+
 TEST_F(SysfsSwitchesTest, KernelThatCannotHushIsSaid) {
     MakeDir("/sys/class/input/input5");
     switches_.hush_input("input5");
