@@ -61,9 +61,10 @@ namespace android::vus::hotplug {
 
 // An input device that is held back: it is none yet, but is judged as what it would be.
 struct HeldInput {
-    Subject subject;     // as if it were one
-    std::string behind;  // the interface, or the HID device of no USB device's
-    Subject usb_device;  // whose interface it is
+    Subject subject;           // as if it were one
+    std::string behind;        // the interface, or the HID device of no USB device's
+    Subject usb_device;        // whose interface it is
+    uint64_t incarnation = 0;  // of that one, when it was held
     DeviceInfo info;
 };
 
@@ -103,14 +104,15 @@ class Gate : public Switches {
     Admission admit_hid(const std::string& hid_device);
     // What the daemon said before is of another policy.
     void policy_changed();
-    // The daemon has answered: about a USB device, or about what is held of an input device.
-    void answered(const Subject& subject, bool allowed);
+    // The daemon has answered: about a USB device, or about what is held of an input device, behind
+    // which another USB device may be by now.
+    void answered(const Subject& subject, bool allowed, uint64_t incarnation = 0);
     // Whether it has allowed this USB device, as it is.
     bool is_allowed(const Subject& device);
     // It has gone. Answers which inputs were held.
     std::vector<Subject> forget(const Subject& device);
     void forget_hid(const std::string& hid_device);
-    // The same of everything that is not among those present.
+    // The same of everything that is not among those present, or has gone.
     std::vector<Subject> keep_only(const std::set<std::string>& keys);
 
     // An input device has come: silent, if it came of what is held back here.
@@ -205,9 +207,10 @@ class Gate : public Switches {
             REQUIRES(state->mutex);
     void shut_parts(const Subject& device, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
-    void hold_inputs(const Subject& device, const Identity& identity,
-                     const std::vector<Part>& parts, Admission* admission);
+    void hold_inputs(const Subject& device, const State& state, const std::vector<Part>& parts,
+                     Admission* admission) REQUIRES(state.mutex);
     bool is_refused(const std::string& hid_device);
+    void drop_silenced_that_went();
     void shut_bus(const char* file);
     void say_open(const char* part, int error);
 

@@ -62,10 +62,27 @@ Identity hid_identity(const std::string& hid_device, std::string label) {
     return identity;
 }
 
+const std::string& key_of(const std::string& key) {
+    return key;
+}
+
+template <typename Value>
+const std::string& key_of(const std::pair<const std::string, Value>& entry) {
+    return entry.first;
+}
+
+// Of a set, or of a map.
+template <typename Container>
+void keep_those(const std::set<std::string>& keys, Container* container) {
+    for (auto at = container->begin(); at != container->end();) {
+        at = keys.count(key_of(*at)) == 0 ? container->erase(at) : std::next(at);
+    }
+}
+
 }  // namespace
 
-void Gate::hold_inputs(const Subject& device, const Identity& identity,
-                       const std::vector<Part>& parts, Admission* admission) {
+void Gate::hold_inputs(const Subject& device, const State& state, const std::vector<Part>& parts,
+                       Admission* admission) {
     std::set<std::string> behind;
     const MutexLock lock(mutex_);
     for (const Part& part : parts) {
@@ -74,8 +91,9 @@ void Gate::hold_inputs(const Subject& device, const Identity& identity,
         }
         HeldInput held = held_input(kFirstHeldOfUsb + device.number * kMostInterfaces +
                                             part.interface.number,
-                                    part.interface.name, identity, part.refused_sources);
+                                    part.interface.name, *state.identity, part.refused_sources);
         held.usb_device = device;
+        held.incarnation = state.incarnation;
         behind.insert(held.behind);
         held_[held.subject.key()] = held;
         admission->inputs.push_back(std::move(held));
@@ -122,7 +140,7 @@ void Gate::policy_changed() {
     said_of_hid_.clear();
 }
 
-void Gate::answered(const Subject& subject, bool allowed) {
+void Gate::answered(const Subject& subject, bool allowed, uint64_t incarnation) {
     if (subject.is_usb()) {
         const SharedState state = state_of(subject);
         const MutexLock lock(state->mutex);
@@ -142,7 +160,7 @@ void Gate::answered(const Subject& subject, bool allowed) {
     if (usb_device.number == 0) return;
     const SharedState state = state_of(usb_device);
     const MutexLock lock(state->mutex);
-    state->said_of_input[behind] = allowed;
+    if (state->incarnation == incarnation) state->said_of_input[behind] = allowed;
 }
 
 bool Gate::is_allowed(const Subject& device) {
@@ -176,11 +194,12 @@ void Gate::forget_hid(const std::string& hid_device) {
 }
 
 std::vector<Subject> Gate::keep_only(const std::set<std::string>& keys) {
+    drop_silenced_that_went();
     std::vector<Subject> gone;
     const MutexLock lock(mutex_);
-    for (auto at = states_.begin(); at != states_.end();) {
-        at = keys.count(at->first) == 0 ? states_.erase(at) : std::next(at);
-    }
+    keep_those(keys, &states_);
+    keep_those(keys, &refused_hid_);
+    keep_those(keys, &said_of_hid_);
     for (auto at = held_.begin(); at != held_.end();) {
         const HeldInput& held = at->second;
         const bool of_usb = held.usb_device.number != 0;
@@ -192,6 +211,18 @@ std::vector<Subject> Gate::keep_only(const std::set<std::string>& keys) {
         at = held_.erase(at);
     }
     return gone;
+}
+
+// One whose event node has not come yet is among nobody's keys.
+void Gate::drop_silenced_that_went() {
+    std::set<std::string> silenced;
+    {
+        const MutexLock lock(mutex_);
+        silenced = silenced_;
+    }
+    for (const std::string& input : silenced) {
+        if (!system_->is_of_a_bus(input)) forget_input(input);
+    }
 }
 
 void Gate::input_appeared(const std::string& input) {

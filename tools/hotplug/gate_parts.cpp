@@ -77,7 +77,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
                                                   [](const Part& part) { return part.is_as_seen; });
     admission.interfaces = are_as_seen ? std::move(interfaces) : system_->interfaces(device);
     admission.is_question = is_question(parts, admission.interfaces);
-    hold_inputs(device, identity, parts, &admission);
+    hold_inputs(device, *state, parts, &admission);
     if (admission.held && are_without_drivers(parts)) unbind_from_other(device);
     return admission;
 }

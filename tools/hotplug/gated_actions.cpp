@@ -18,6 +18,7 @@ void report_inputs(const Admission& admission, Reporter* reporter) {
         seen.info = held.info;
         seen.hid_device = held.behind;
         seen.usb_device = held.usb_device;
+        seen.incarnation = held.incarnation;
         seen.held = true;
         reporter->judge(held.subject, [seen] { return seen; });
     }

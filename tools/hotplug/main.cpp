@@ -40,6 +40,7 @@ using android::vus::hotplug::Metering;
 using android::vus::hotplug::Options;
 using android::vus::hotplug::PolicyPreview;
 using android::vus::hotplug::Reporter;
+using android::vus::hotplug::Sighting;
 using android::vus::hotplug::Subject;
 using android::vus::hotplug::Switches;
 using android::vus::hotplug::SysfsGate;
@@ -74,8 +75,8 @@ int run_once(Hotplug* hotplug, Metering* metering) {
 // What comes while nobody answers is held: that is what a gate is for.
 void follow_gate(Gate* gate, Reporter::Manner* manner) {
     manner->fail_closed = true;
-    manner->answered = [gate](const Subject& device, bool allowed) {
-        gate->answered(device, allowed);
+    manner->answered = [gate](const Subject& device, const Sighting& seen, bool allowed) {
+        gate->answered(device, allowed, seen.incarnation);
     };
 }
 

@@ -34,9 +34,10 @@ void Metering::listen(Reporter::Manner* manner) {
         meter_->asked(device, seen);
     };
     manner->answered = [this, others = std::move(manner->answered)](const Subject& device,
+                                                                    const Sighting& seen,
                                                                     bool allowed) {
         meter_->answered(device, allowed);
-        if (others) others(device, allowed);
+        if (others) others(device, seen, allowed);
     };
 }
 

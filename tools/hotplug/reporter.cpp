@@ -252,7 +252,8 @@ void Reporter::ask_service(const SharedSession& session, const Subject& device,
     print(device, *seen.info, !status.isOk() ? "unanswered" : answer ? "allowed" : "not-allowed");
     if (status.isOk()) {
         const Verdict verdict = verdict_of(session.get(), *seen.info, answer);
-        if (manner_.answered && verdict != Verdict::kElsewhere) manner_.answered(device, answer);
+        if (manner_.answered && verdict != Verdict::kElsewhere)
+            manner_.answered(device, seen, answer);
         follow(device, verdict);
     } else if (!has_ended(status)) {
         hold_silent(device, "the daemon cannot be asked");

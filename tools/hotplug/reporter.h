@@ -75,8 +75,9 @@ class Reporter {
         Print notice;  // gets a line for what is switched without, or against, an answer
         // Hears what the daemon is asked, if it is set, before it is.
         std::function<void(const Subject& device, const Sighting& seen)> asked = nullptr;
-        // Hears each verdict before it is followed, if it is set.
-        std::function<void(const Subject& device, bool allowed)> answered = nullptr;
+        // Hears each verdict, about what was seen, before it is followed, if it is set.
+        std::function<void(const Subject& device, const Sighting& seen, bool allowed)> answered =
+                nullptr;
         // Whether the policy refuses the device, as far as anybody can tell while the daemon is
         // away. What was there before is closed for that, if this is set, and left alone else.
         std::function<bool(const DeviceInfo& info)> refuses = nullptr;

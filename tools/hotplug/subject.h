@@ -61,6 +61,8 @@ struct Sighting {
     // and the USB device behind that. Of one that is held: the interface, if it is one's.
     std::string hid_device;
     Subject usb_device;
+    // Of one that is held: which of the USB devices that were ever at that port.
+    uint64_t incarnation = 0;
 };
 
 }  // namespace android::vus::hotplug

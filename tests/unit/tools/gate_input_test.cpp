@@ -15,6 +15,15 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
+Sighting SeenInput(int32_t sources) {
+    Sighting seen;
+    seen.info = DeviceInfo();
+    seen.info->deviceType = kInputType;
+    seen.info->deviceClass = sources;
+    seen.info->vendorId = 0x1209;
+    return seen;
+}
+
 TEST_F(GateTest, RefusedInputDeviceStaysWithoutItsHidDriver) {
     preview_.sources = {kSourceKeyboard};
     Plug({{0, Keyboard()}});
@@ -35,10 +44,59 @@ TEST_F(GateTest, HeldInputIsLetInByTheDaemonsWord) {
     Plug({{0, Keyboard()}});
     const HeldInput held = Admit().inputs.at(0);
     EXPECT_THAT(gate_.held_keys(), UnorderedElementsAre(held.subject.key(), "1-1:1.0"));
-    gate_.answered(held.subject, true);
+    gate_.answered(held.subject, true, held.incarnation);
     gate_.open_held(held.usb_device, held.behind);
     EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0001"));
     EXPECT_THAT(gate_.held_keys(), IsEmpty());
+}
+
+// It has the number, the port and the interface of the one before.
+TEST_F(GateTest, LateYesIsOfTheDeviceThatWasAskedAbout) {
+    Plug({{0, Keyboard()}});
+    const HeldInput before = Admit().inputs.at(0);
+    gate_.forget(kPlugged);
+    kernel_.devices[kPlugged.name].incarnation = 2;
+    const HeldInput held = Admit().inputs.at(0);
+    ASSERT_EQ(held.subject.key(), before.subject.key());
+    gate_.answered(before.subject, true, before.incarnation);
+    gate_.open_held(before.usb_device, before.behind);
+    EXPECT_THAT(Tried(), IsEmpty());
+    gate_.answered(held.subject, true, held.incarnation);
+    gate_.open_held(held.usb_device, held.behind);
+    EXPECT_THAT(Tried(), SizeIs(2));
+}
+
+// Whatever events were lost.
+TEST_F(GateTest, NothingIsKeptOfWhatHasGone) {
+    kernel_.other_hid = {{kBluetoothKeyboard, false}};
+    const auto was_let_in = [this] {
+        gate_.admit_hid(kBluetoothKeyboard);
+        kernel_.other_hid[kBluetoothKeyboard] = false;
+        return !Tried().empty();
+    };
+    preview_.vendors = {0x046D};
+    gate_.unbind_hid(kBluetoothKeyboard);
+    gate_.keep_only({kBluetoothKeyboard});
+    EXPECT_FALSE(was_let_in());
+    gate_.keep_only({});
+    EXPECT_TRUE(was_let_in());
+
+    preview_.vendors = {};
+    gate_.answered(gate_.admit_hid(kBluetoothKeyboard).inputs.at(0).subject, true);
+    gate_.keep_only({kBluetoothKeyboard});
+    EXPECT_TRUE(was_let_in());
+    gate_.keep_only({});
+    EXPECT_FALSE(was_let_in());
+}
+
+TEST_F(GateTest, SilencedInputDeviceIsKnownUntilItGoes) {
+    gate_.input_appeared("input5");
+    gate_.input_appeared("input6");
+    kernel_.own_inputs = {"input6"};  // it is of no bus any more
+    gate_.keep_only({});
+    EXPECT_TRUE(StaysSilent("input5", SeenInput(kSourceKeyboard), true))
+            << "its event node is about to come";
+    EXPECT_FALSE(StaysSilent("input6", SeenInput(kSourceKeyboard), true));
 }
 
 TEST_F(GateTest, HidDeviceOfAnotherBusGoesByItsMaker) {
@@ -110,15 +168,6 @@ TEST_F(GateTest, PointerInPartsDoesNotHideBehindAKeyboard) {
     ASSERT_THAT(admission.inputs, SizeIs(1));
     EXPECT_EQ(admission.inputs[0].info.deviceClass, kSourceMouse);
     EXPECT_THAT(Tried(), IsEmpty());
-}
-
-Sighting SeenInput(int32_t sources) {
-    Sighting seen;
-    seen.info = DeviceInfo();
-    seen.info->deviceType = kInputType;
-    seen.info->deviceClass = sources;
-    seen.info->vendorId = 0x1209;
-    return seen;
 }
 
 TEST_F(GateTest, InputDeviceIsSilentUntilItIsKnown) {

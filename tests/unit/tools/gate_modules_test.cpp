@@ -130,7 +130,7 @@ TEST_F(GateTest, YesIsOfWhatTheInputDeviceWasBeforeItsReset) {
     preview_.knows_nothing = true;
     Plug({{0, {kHidClass, {kHidDriver}, kBootMouse, /*has_input=*/true}}});
     const HeldInput mouse = Admit().inputs.at(0);
-    gate_.answered(mouse.subject, true);
+    gate_.answered(mouse.subject, true, mouse.incarnation);
     gate_.open_held(mouse.usb_device, mouse.behind);
     EXPECT_EQ(Of(0).driver, kHidDriver);
     Of(0).report = kBootKeyboard;

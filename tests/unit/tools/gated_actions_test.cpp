@@ -29,8 +29,8 @@ class GatedActionsTest : public SwitchingTest {
         disk_ = {"1-2", tree.AddDevice("1-2", FlashDrive())};
         WriteFile(UsbPath("1-2", "busnum"), "1\n");
         Reporter::Manner manner = Manner(/*fail_closed=*/true);
-        manner.answered = [this](const Subject& device, bool allowed) {
-            gate_.answered(device, allowed);
+        manner.answered = [this](const Subject& device, const Sighting& seen, bool allowed) {
+            gate_.answered(device, allowed, seen.incarnation);
         };
         reporter_ = std::make_unique<Reporter>(&gate_, manner);
         reporter_->set_service(fake_);

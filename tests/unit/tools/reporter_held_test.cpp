@@ -121,7 +121,7 @@ TEST_F(ReporterHeldTest, InputDeviceThatIsAnnouncedAfterItsVerdictIsHeardAgain) 
 TEST_F(ReporterHeldTest, VerdictsAreHeardBeforeTheyAreFollowed) {
     std::vector<std::string> heard;
     Reporter::Manner manner = Manner(/*fail_closed=*/true);
-    manner.answered = [&](const Subject& device, bool allowed) {
+    manner.answered = [&](const Subject& device, const Sighting& /*seen*/, bool allowed) {
         heard.push_back(device.name + (allowed ? " yes" : " no"));
         heard.push_back(std::to_string(switches_.Take().size()) + " switched");
     };
