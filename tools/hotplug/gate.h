@@ -26,7 +26,8 @@
 //    nor refuse come in, too; or they do not, where that is wanted (Composites). Vendor rules admit
 //    the whole.
 //  - A HID device of another bus shows no descriptor before it has a driver. Where its vendor and
-//    product do not settle it, it is let in, and judged by what it is.
+//    product do not settle it, it is let in, and judged by what it is. One that is its vendor's own
+//    is held again, and the daemon is asked by those two: no input device of it is.
 //  - Every input device that comes of a USB or HID device is silent until it is known for what it
 //    is: foreseen to be allowed as that, or allowed by the daemon.
 //
@@ -210,6 +211,9 @@ class Gate : public Switches {
     void hold_inputs(const Subject& device, const State& state, const std::vector<Part>& parts,
                      Admission* admission) REQUIRES(state.mutex);
     bool is_refused(const std::string& hid_device);
+    Foreseen foresee_hid(const std::string& hid_device, const Identity& identity);
+    Admission hold_vendors_hid(HeldInput held);
+    Admission hold_hid(HeldInput held);
     void drop_silenced_that_went();
     void shut_bus(const char* file);
     void say_open(const char* part, int error);
@@ -231,6 +235,8 @@ class Gate : public Switches {
     // while they were held.
     std::set<std::string> refused_hid_ GUARDED_BY(mutex_);
     std::map<std::string, bool> said_of_hid_ GUARDED_BY(mutex_);
+    // Those of other buses that have shown to be their vendor's own.
+    std::set<std::string> vendors_hid_ GUARDED_BY(mutex_);
 };
 
 }  // namespace android::vus::hotplug

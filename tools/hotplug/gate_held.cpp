@@ -114,23 +114,50 @@ Admission Gate::admit_hid(const std::string& hid_device) {
     Admission admission;
     if (system_->hid_has_driver(hid_device) || is_refused(hid_device)) return admission;
     const Identity identity = hid_identity(hid_device, system_->hid_label(hid_device));
-    Foreseen foreseen = foreseen_of_any_input(preview_, identity.vendorId, identity.productId);
+    const Foreseen foreseen = foresee_hid(hid_device, identity);
     const HeldInput held = held_input(kFirstHeldOfHid + hexadecimal_after(hid_device, '.', 1),
                                       hid_device, identity, /*sources=*/0);
+    if (foreseen == Foreseen::kRefused) return hold_hid(held);
+    system_->probe_hid(hid_device);
+    if (foreseen == Foreseen::kUnknown && system_->hid_has_driver(hid_device)) {
+        const auto nature = parse_report_descriptor(system_->hid_report_descriptor(hid_device));
+        if (!nature || !is_source_of_input(*nature)) return hold_vendors_hid(held);
+    }
+    const MutexLock lock(mutex_);
+    if (held_.erase(held.subject.key()) != 0) admission.released.push_back(held.subject);
+    return admission;
+}
+
+Foreseen Gate::foresee_hid(const std::string& hid_device, const Identity& identity) {
+    bool is_vendors = false;
     {
         const MutexLock lock(mutex_);
         const auto said = said_of_hid_.find(hid_device);
         if (said != said_of_hid_.end()) {
-            foreseen = said->second ? Foreseen::kAllowed : Foreseen::kRefused;
+            return said->second ? Foreseen::kAllowed : Foreseen::kRefused;
         }
-        if (foreseen == Foreseen::kRefused) {
-            held_[held.subject.key()] = held;
-            admission.inputs.push_back(held);
-            return admission;
-        }
-        if (held_.erase(held.subject.key()) != 0) admission.released.push_back(held.subject);
+        is_vendors = vendors_hid_.count(hid_device) != 0;
     }
-    system_->probe_hid(hid_device);
+    if (!is_vendors) return foreseen_of_any_input(preview_, identity.vendorId, identity.productId);
+    const Claim claim = {0, {}, identity.vendorId, identity.productId};
+    return preview_->of(claim) == Foreseen::kAllowed ? Foreseen::kAllowed : Foreseen::kRefused;
+}
+
+// None of its input devices would be asked about.
+Admission Gate::hold_vendors_hid(HeldInput held) {
+    switches_->unbind_hid(held.behind);
+    {
+        const MutexLock lock(mutex_);
+        vendors_hid_.insert(held.behind);
+    }
+    return hold_hid(std::move(held));
+}
+
+Admission Gate::hold_hid(HeldInput held) {
+    Admission admission;
+    const MutexLock lock(mutex_);
+    held_[held.subject.key()] = held;
+    admission.inputs.push_back(std::move(held));
     return admission;
 }
 
@@ -188,6 +215,7 @@ void Gate::forget_hid(const std::string& hid_device) {
     const MutexLock lock(mutex_);
     refused_hid_.erase(hid_device);
     said_of_hid_.erase(hid_device);
+    vendors_hid_.erase(hid_device);
     for (auto at = held_.begin(); at != held_.end();) {
         at = at->second.behind == hid_device ? held_.erase(at) : std::next(at);
     }
@@ -200,6 +228,7 @@ std::vector<Subject> Gate::keep_only(const std::set<std::string>& keys) {
     keep_those(keys, &states_);
     keep_those(keys, &refused_hid_);
     keep_those(keys, &said_of_hid_);
+    keep_those(keys, &vendors_hid_);
     for (auto at = held_.begin(); at != held_.end();) {
         const HeldInput& held = at->second;
         const bool of_usb = held.usb_device.number != 0;

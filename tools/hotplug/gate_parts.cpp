@@ -19,14 +19,6 @@ constexpr int kMostTries = 16;
 // How often a device is asked for what it would not tell: it takes a second each time.
 constexpr int kMostFailures = 3;
 
-// The input side judges sources. What says that it is an input device, and is the source of
-// nothing, has hidraw all the same: nobody else would be asked about it.
-bool is_source_of_input(const HidNature& nature) {
-    return nature.is_input &&
-           std::any_of(nature.applications.begin(), nature.applications.end(),
-                       [](const HidApplication& one) { return one.sources != 0; });
-}
-
 // HID's driver alone makes nothing of it: it can be asked again.
 bool is_of_no_use(const UsbInterface& interface) {
     return std::none_of(interface.hid_devices.begin(), interface.hid_devices.end(),

@@ -73,6 +73,8 @@ class GateSystem {
     virtual bool hid_has_driver(const std::string& hid_device) = 0;
     virtual void probe_hid(const std::string& hid_device) = 0;
     virtual std::string hid_label(const std::string& hid_device) = 0;
+    // Of one that has a driver. Empty if it cannot be had.
+    virtual std::vector<uint8_t> hid_report_descriptor(const std::string& hid_device) = 0;
 
     // Input devices: whether one came of a USB or a HID device; those that are silenced.
     virtual bool is_of_a_bus(const std::string& input) = 0;

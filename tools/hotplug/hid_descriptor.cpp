@@ -273,6 +273,12 @@ std::optional<size_t> report_descriptor_length(const std::vector<uint8_t>& descr
     return std::nullopt;
 }
 
+bool is_source_of_input(const HidNature& nature) {
+    return nature.is_input &&
+           std::any_of(nature.applications.begin(), nature.applications.end(),
+                       [](const HidApplication& one) { return one.sources != 0; });
+}
+
 std::optional<HidNature> parse_report_descriptor(const std::vector<uint8_t>& descriptor) {
     return Parser(descriptor).run();
 }

@@ -32,6 +32,10 @@ struct HidNature {
     std::vector<HidApplication> applications;  // in their order, none twice
 };
 
+// The input side judges sources. What says that it is an input device, and is the source of
+// nothing, has hidraw all the same: nobody else would be asked about it.
+bool is_source_of_input(const HidNature& nature);
+
 // Nothing for a descriptor that the kernel would not take: no HID driver serves such a device.
 std::optional<HidNature> parse_report_descriptor(const std::vector<uint8_t>& descriptor);
 

@@ -159,6 +159,12 @@ std::string SysfsGate::hid_label(const std::string& hid_device) {
     return "";
 }
 
+std::vector<uint8_t> SysfsGate::hid_report_descriptor(const std::string& hid_device) {
+    std::string text;
+    base::ReadFileToString(in_hid(hid_device) + "/report_descriptor", &text);
+    return {text.begin(), text.end()};
+}
+
 bool SysfsGate::is_of_a_bus(const std::string& input) {
     return is_input_of_a_bus(input);
 }

@@ -35,6 +35,7 @@ class SysfsGate : public GateSystem {
     bool hid_has_driver(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
     std::string hid_label(const std::string& hid_device) override;
+    std::vector<uint8_t> hid_report_descriptor(const std::string& hid_device) override;
     bool is_of_a_bus(const std::string& input) override;
     std::vector<std::string> silent_inputs() override;
 };

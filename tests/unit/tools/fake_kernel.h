@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/tools/reports.h"
 #include "tools/hotplug/gate_system.h"
 
 namespace android::vus::hotplug {
@@ -47,7 +48,8 @@ class FakeKernel : public GateSystem {
     std::vector<std::string> tried;
     std::vector<std::string> switched;
     std::map<std::string, Device> devices;
-    std::map<std::string, bool> other_hid;  // of other buses: whether it has a driver
+    std::map<std::string, bool> other_hid;              // of other buses: whether it has a driver
+    std::vector<uint8_t> other_report = kBootKeyboard;  // of those
     // Called when a descriptor is read, which takes its time.
     std::function<void()> meanwhile = [] {};
     // Called once, when a driver has been tried on an interface, if it is set.
@@ -96,6 +98,9 @@ class FakeKernel : public GateSystem {
     bool hid_has_driver(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
     std::string hid_label(const std::string& hid_device) override { return "HID " + hid_device; }
+    std::vector<uint8_t> hid_report_descriptor(const std::string& /*hid_device*/) override {
+        return other_report;
+    }
     bool is_of_a_bus(const std::string& input) override { return own_inputs.count(input) == 0; }
     std::vector<std::string> silent_inputs() override { return silent; }
 

@@ -50,6 +50,29 @@ TEST_F(GateTest, HeldInputIsLetInByTheDaemonsWord) {
     EXPECT_THAT(gate_.held_keys(), IsEmpty());
 }
 
+// Of none of its input devices, if it has any, would anybody be asked.
+TEST_F(GateTest, VendorsOwnHidDeviceOfAnotherBusGoesByItsMaker) {
+    preview_.sources = {0x100};  // as a policy names it, so that it depends on what it is
+    for (const auto& report : {kVendorsOwn, kAxesWithoutButtons, std::vector<uint8_t>()}) {
+        kernel_.other_hid = {{kBluetoothKeyboard, false}};
+        kernel_.other_report = report;
+        const Admission admission = gate_.admit_hid(kBluetoothKeyboard);
+        EXPECT_THAT(switches_.Take(), ElementsAre(std::string("unbind ") + kBluetoothKeyboard));
+        ASSERT_THAT(admission.inputs, SizeIs(1));
+        EXPECT_EQ(admission.inputs[0].info.deviceClass, 0);
+        EXPECT_THAT(Tried(), SizeIs(1));
+        kernel_.other_hid[kBluetoothKeyboard] = false;
+        EXPECT_THAT(gate_.admit_hid(kBluetoothKeyboard).inputs, SizeIs(1));
+        EXPECT_THAT(Tried(), IsEmpty()) << "it is known";
+        gate_.answered(admission.inputs[0].subject, true);
+        gate_.open_held({}, kBluetoothKeyboard);
+        EXPECT_THAT(Tried(), SizeIs(1));
+        EXPECT_THAT(switches_.Take(), IsEmpty());
+        EXPECT_THAT(gate_.held_keys(), IsEmpty());
+        gate_.forget_hid(kBluetoothKeyboard);
+    }
+}
+
 // It has the number, the port and the interface of the one before.
 TEST_F(GateTest, LateYesIsOfTheDeviceThatWasAskedAbout) {
     Plug({{0, Keyboard()}});

@@ -121,6 +121,12 @@ TEST_F(SysfsGateTest, HidDeviceIsCalledByItsCleanName) {
     EXPECT_TRUE(gate_.hid_has_driver("0005:046D:B342.0003"));
 }
 
+TEST_F(SysfsGateTest, HidDeviceShowsItsReportDescriptor) {
+    EXPECT_THAT(gate_.hid_report_descriptor("0005:046D:B342.0003"), testing::IsEmpty());
+    WriteFile(std::string(kHidEntry) + "/report_descriptor", "\x05\x01");
+    EXPECT_THAT(gate_.hid_report_descriptor("0005:046D:B342.0003"), ElementsAre(5, 1));
+}
+
 TEST_F(SysfsGateTest, InputDevicesOfBusesAreToldFromTheBoards) {
     const std::string devices = "/sys/devices/";
     const auto link = [&](const std::string& name, const std::string& path) {
