@@ -62,12 +62,12 @@ Identity hid_identity(const std::string& hid_device, std::string label) {
     return identity;
 }
 
-const std::string& key_of(const std::string& key) {
-    return key;
+const std::string& name_in(const std::string& name) {
+    return name;
 }
 
 template <typename Value>
-const std::string& key_of(const std::pair<const std::string, Value>& entry) {
+const std::string& name_in(const std::pair<const std::string, Value>& entry) {
     return entry.first;
 }
 
@@ -75,7 +75,7 @@ const std::string& key_of(const std::pair<const std::string, Value>& entry) {
 template <typename Container>
 void keep_those(const std::set<std::string>& keys, Container* container) {
     for (auto at = container->begin(); at != container->end();) {
-        at = keys.count(key_of(*at)) == 0 ? container->erase(at) : std::next(at);
+        at = keys.count(name_in(*at)) == 0 ? container->erase(at) : std::next(at);
     }
 }
 
