@@ -48,6 +48,11 @@ int fail_with_errno(std::ostream& err, const std::string& what) {
     return fail(err, what + ": " + strerror(errno));
 }
 
+bool sync_directory() {
+    const unique_fd directory(open(kConfigDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.ok() && fsync(directory.get()) == 0;
+}
+
 // With the owner and mode of the policy, and on the disk.
 bool write_new(const std::string& content) {
     struct stat before = {};
@@ -62,14 +67,21 @@ bool write_new(const std::string& content) {
 }
 
 // Puts a file in the policy's place without the daemon's reading it: it hears of files that are
-// closed after writing, and not of those that are renamed.
+// closed after writing, and not of those that are renamed. A power cut finds it there, too: until
+// the directory is on the disk, it would find the file before.
 bool rename_over_policy(const std::string& content) {
     unlink(kNewFile);  // of a vusctl that was killed, somebody else's it may be
-    if (write_new(content) && rename(kNewFile, kPolicyFile) == 0) return true;
+    if (write_new(content) && rename(kNewFile, kPolicyFile) == 0) return sync_directory();
     const int failure = errno;
     unlink(kNewFile);
     errno = failure;
     return false;
+}
+
+// The daemon hears of what is closed that could have been written. A power cut finds the policy as
+// it is, which it would not if it were written again.
+void have_it_read() {
+    const unique_fd fd(open(kPolicyFile, O_WRONLY | O_CLOEXEC));
 }
 
 // In place: this the daemon reads. If it has gone meanwhile, its next start does.
@@ -151,17 +163,20 @@ class Guard {
 
     void take_back() {
         if (is_removed(trial_.get()) || unlink(kTrialFile) != 0) return;  // it was kept
-        // A third policy was put there by somebody who knew what he wanted.
-        if (is_ours()) put_back_in_place(last_good_);
+        std::string now;
+        if (!base::ReadFileToString(kPolicyFile, &now, /*follow_symlinks=*/true)) now.clear();
+        if (now == last_good_) {
+            have_it_read();
+        } else if (is_ours(now)) {
+            put_back_in_place(last_good_);
+        }
     }
 
-    // Whether the policy on disk is the last good one, or the one on trial: vusctl died before the
-    // one was there again, or the daemon crashed and put its copy there, with a line feed behind
-    // it.
-    bool is_ours() const {
-        std::string now;
-        if (!base::ReadFileToString(kPolicyFile, &now, /*follow_symlinks=*/true)) return true;
-        return now == last_good_ || now == tried_ || now == tried_ + "\n" || now.empty();
+    // Whether what is on disk is the policy on trial, or none: vusctl died before the last good one
+    // was there again, or the daemon crashed and put its copy there, with a line feed behind it. A
+    // third policy was put there by somebody who knew what he wanted.
+    bool is_ours(const std::string& now) const {
+        return now == tried_ || now == tried_ + "\n" || now.empty();
     }
 
     const unique_fd from_vusctl_, trial_;
