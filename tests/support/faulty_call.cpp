@@ -26,13 +26,14 @@ namespace android::vus {
 namespace {
 
 constexpr unsigned kCalls[] = {
-        SYS_openat,     SYS_read,      SYS_write,      SYS_pread64,  SYS_pwrite64, SYS_getdents64,
-        SYS_newfstatat, SYS_fstat,     SYS_readlinkat, SYS_statfs,   SYS_fstatfs,  SYS_fcntl,
-        SYS_ftruncate,  SYS_renameat2, SYS_unlinkat,   SYS_mkdirat,  SYS_fsync,    SYS_fdatasync,
-        SYS_lseek,      SYS_linkat,    SYS_flock,
+        SYS_openat,     SYS_read,       SYS_write,      SYS_pread64,    SYS_pwrite64,
+        SYS_getdents64, SYS_newfstatat, SYS_fstat,      SYS_readlinkat, SYS_statfs,
+        SYS_fstatfs,    SYS_fcntl,      SYS_ftruncate,  SYS_renameat2,  SYS_unlinkat,
+        SYS_mkdirat,    SYS_fsync,      SYS_fdatasync,  SYS_lseek,      SYS_linkat,
+        SYS_flock,      SYS_faccessat,  SYS_faccessat2,
 #ifdef SYS_open  // machines with a history have these as well
-        SYS_open,       SYS_stat,      SYS_lstat,      SYS_readlink, SYS_rename,   SYS_unlink,
-        SYS_mkdir,      SYS_link,
+        SYS_open,       SYS_stat,       SYS_lstat,      SYS_readlink,   SYS_rename,
+        SYS_unlink,     SYS_mkdir,      SYS_link,       SYS_access,
 #endif
 };
 

@@ -14,15 +14,13 @@
 #include <variant>
 
 #include "android/vus/policy.h"
-#include "tests/support/cases.h"
+#include "tests/support/fault_walk.h"
 #include "tests/support/faulty_call.h"
 #include "watcher_fixture.h"
 
 namespace android::vus {
 namespace {
 
-constexpr int kErrors[] = {EIO, ENOSPC, EMFILE, ENOMEM};
-constexpr int kNeverEnds = 1000;
 constexpr size_t kEventsRead = 512;  // how much the watcher reads at once, and nobody else
 constexpr uint32_t kAudio = 0x01;
 constexpr uint32_t kVideo = 0x0E;
@@ -81,17 +79,6 @@ class FaultyWatcher {
 
 class FaultTest : public WatcherTest {
   protected:
-    // Has each call that `run` makes fail once with `error`: run(n) answers whether there was an
-    // n-th. Returns how many there were.
-    static int Walk(int error, const std::function<bool(int n)>& run) {
-        for (int n = 1; n < kNeverEnds; n += StepOfCases()) {
-            SCOPED_TRACE("call " + std::to_string(n) + ": " + strerror(error));
-            if (!run(n) || HasFailure()) return n - 1;
-        }
-        ADD_FAILURE() << "it does not end";
-        return kNeverEnds;
-    }
-
     static bool Loads(const char* path) {
         return std::holds_alternative<Policy>(parsePolicy(ReadFile(path)));
     }
@@ -132,27 +119,30 @@ class FaultTest : public WatcherTest {
     }
 };
 
-// A full disk, a broken one, no descriptors, no memory.
 TEST_F(FaultTest, AGoodPolicyIsTakenOver) {
-    for (const int error : kErrors) {
-        EXPECT_GT(Walk(error, [&](int n) { return Reload(n, error, kVideoPolicy, kVideo); }), 15);
+    for (const Fault& fault : kFaults) {
+        EXPECT_GT(WalkCalls("reload", fault,
+                            [&](int n) { return Reload(n, fault.error, kVideoPolicy, kVideo); }),
+                  15);
     }
 }
 
 TEST_F(FaultTest, ABadPolicyIsRolledBack) {
-    for (const int error : kErrors) {
-        EXPECT_GT(Walk(error, [&](int n) { return Reload(n, error, kBadPolicy, kAudio); }), 25);
+    for (const Fault& fault : kFaults) {
+        EXPECT_GT(WalkCalls("rollback", fault,
+                            [&](int n) { return Reload(n, fault.error, kBadPolicy, kAudio); }),
+                  25);
     }
 }
 
 TEST_F(FaultTest, AtAStartTheStatusTellsTheTruth) {
-    for (const int error : kErrors) {
-        const int calls = Walk(error, [&](int n) {
+    for (const Fault& fault : kFaults) {
+        const int calls = WalkCalls("load", fault, [&](int n) {
             WriteFile(kPolicyFile, kVideoPolicy);
             WriteFile(kPolicyBackupFile, kAudioPolicy);
             WriteFile(kStatusFile, "unknown");
-            const auto failed =
-                    FaultyCall::run(n, error, [] { PolicyFiles::loadAtStart(Util::loadFile); });
+            const auto failed = FaultyCall::run(n, fault.error,
+                                                [] { PolicyFiles::loadAtStart(Util::loadFile); });
             EXPECT_EQ(ReadFile(kPolicyFile), kVideoPolicy);
             EXPECT_TRUE(Loads(kPolicyBackupFile)) << ReadFile(kPolicyBackupFile);
             EXPECT_TRUE(IsInForce(kVideo) || ReadFile(kStatusFile) != kStatusSuccess);
@@ -165,10 +155,10 @@ TEST_F(FaultTest, AtAStartTheStatusTellsTheTruth) {
 // Others may give descriptors and memory back: those are asked for again.
 TEST_F(FaultTest, WithoutMeansForAMomentARefusedDeviceIsOffNevertheless) {
     LoadPolicy(kAudioPolicy);
-    for (const int error : {EMFILE, ENOMEM}) {
-        const int calls = Walk(error, [&](int n) {
+    for (const Fault& fault : {kNoDescriptors, kNoMemory}) {
+        const int calls = WalkCalls("decision", fault, [&](int n) {
             bool left_on = true;
-            const bool failed = RefuseADisk(n, error, &left_on);
+            const bool failed = RefuseADisk(n, fault.error, &left_on);
             EXPECT_FALSE(left_on);
             return failed;
         });
@@ -180,15 +170,18 @@ TEST_F(FaultTest, WithoutMeansForAMomentARefusedDeviceIsOffNevertheless) {
 // switched, has the last word. No other failure does.
 TEST_F(FaultTest, WhatCannotBeReadIsRefused) {
     LoadPolicy(kAudioPolicy);
-    int left_on = 0;
-    const int calls = Walk(EIO, [&](int n) {
-        bool is_on = false;
-        const bool failed = RefuseADisk(n, EIO, &is_on);
-        left_on += is_on ? 1 : 0;
-        return failed;
-    });
-    EXPECT_GT(calls, 60);
-    EXPECT_LE(left_on, kInevitable);
+    for (const Fault& fault : {kBroken, kFull}) {
+        int left_on = 0;
+        const int calls = WalkCalls("decision", fault, [&](int n) {
+            bool is_on = false;
+            const bool failed = RefuseADisk(n, fault.error, &is_on);
+            left_on += is_on ? 1 : 0;
+            return failed;
+        });
+        EXPECT_GT(calls, 60);
+        RecordProperty(std::string("decision_inevitable_") + fault.name, left_on);
+        EXPECT_LE(left_on, kInevitable);
+    }
 }
 
 }  // namespace
