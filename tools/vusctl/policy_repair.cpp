@@ -21,6 +21,7 @@
 #include "android/vus/policy.h"
 #include "tools/common/text.h"
 #include "tools/vusctl/context.h"
+#include "tools/vusctl/policy_tool.h"
 
 namespace android::vus::ctl {
 
@@ -90,11 +91,6 @@ bool keep_rejected() {
     return link(kPolicyFile, kRejectedFile) == 0;
 }
 
-bool sync_directory() {
-    const unique_fd directory(open(kConfigDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.ok() && fsync(directory.get()) == 0;
-}
-
 class Repair {
   public:
     Repair(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
@@ -138,7 +134,7 @@ class Repair {
         if (kept && read_itself(kRejectedFile).loads() && rename(kRejectedFile, kPolicyFile) == 0) {
             return overtaken();
         }
-        if (!sync_directory()) err_ << "vusctl: the directory may not be on the disk yet\n";
+        if (!sync_policy_directory()) err_ << "vusctl: the directory may not be on the disk yet\n";
         if (kept) note += std::string("; that is ") + kRejectedFile + " now";
         return done(
                 "repaired: the last good policy is back, because what stood there did not "

@@ -149,4 +149,9 @@ int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
     return status == kDone ? put_in_force(content, out, err, answer_limit) : status;
 }
 
+bool sync_policy_directory() {
+    const base::unique_fd directory(open(kConfigDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.ok() && fsync(directory.get()) == 0;
+}
+
 }  // namespace android::vus::ctl

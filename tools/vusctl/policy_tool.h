@@ -33,4 +33,8 @@ int put_in_force(const std::string& content, std::ostream& out, std::ostream& er
 int set_policy(const std::string& path, std::ostream& out, std::ostream& err,
                std::chrono::milliseconds answer_limit = kAnswerLimit);
 
+// Has the names in the policy's directory on the disk: what was renamed there is found after a
+// power cut. False if nobody can tell.
+bool sync_policy_directory();
+
 }  // namespace android::vus::ctl

@@ -48,11 +48,6 @@ int fail_with_errno(std::ostream& err, const std::string& what) {
     return fail(err, what + ": " + strerror(errno));
 }
 
-bool sync_directory() {
-    const unique_fd directory(open(kConfigDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.ok() && fsync(directory.get()) == 0;
-}
-
 // With the owner and mode of the policy, and on the disk.
 bool write_new(const std::string& content) {
     struct stat before = {};
@@ -71,7 +66,7 @@ bool write_new(const std::string& content) {
 // the directory is on the disk, it would find the file before.
 bool rename_over_policy(const std::string& content) {
     unlink(kNewFile);  // of a vusctl that was killed, somebody else's it may be
-    if (write_new(content) && rename(kNewFile, kPolicyFile) == 0) return sync_directory();
+    if (write_new(content) && rename(kNewFile, kPolicyFile) == 0) return sync_policy_directory();
     const int failure = errno;
     unlink(kNewFile);
     errno = failure;
