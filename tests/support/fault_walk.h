@@ -5,8 +5,11 @@
 #pragma once
 
 #include <errno.h>
+#include <stddef.h>
 
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -26,6 +29,11 @@ inline constexpr Fault kFull = {"ENOSPC", ENOSPC};
 inline constexpr Fault kNoDescriptors = {"EMFILE", EMFILE};
 inline constexpr Fault kNoMemory = {"ENOMEM", ENOMEM};
 inline constexpr Fault kFaults[] = {kBroken, kFull, kNoDescriptors, kNoMemory};
+
+inline size_t OpenDescriptors() {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
 
 // Has run(n) make its n-th call fail, from the first on, until it answers that there was none.
 // Returns how many there were; the test's report has that as "WHAT_ERROR".

@@ -24,23 +24,32 @@ bool write_all(int fd, const std::string& text) {
 
 }  // namespace
 
-bool has_gone(int error) {
-    return error == ENOENT || error == ENODEV || error == ENXIO;
-}
-
 bool write_attribute(const std::string& path, const std::string& text) {
     const base::unique_fd fd(insistently([&] { return open(path.c_str(), O_WRONLY | O_CLOEXEC); }));
     return fd.ok() && write_all(fd.get(), text);
+}
+
+bool write_attribute(const base::unique_fd& file, const std::string& text) {
+    return write_all(file.get(), text);
 }
 
 DeviceDirectory::DeviceDirectory(Subject device)
       : device_(std::move(device)), fd_(insistently([this] {
             return open((std::string(kUsbDevicesDir) + "/" + device_.name).c_str(),
                         O_PATH | O_DIRECTORY | O_CLOEXEC);
-        })) {}
+        })) {
+    if (!fd_.ok()) error_ = errno;
+}
 
-bool DeviceDirectory::is_there() const {
-    return fd_.ok() && device_.number != 0 && usb_number(fd_.get(), device_.name) == device_.number;
+DeviceDirectory::Presence DeviceDirectory::presence() const {
+    const auto failed = [](int error) {
+        return has_gone(error) ? Presence::kGone : Presence::kUnknown;
+    };
+    if (!fd_.ok()) return failed(error_);
+    if (device_.number == 0) return Presence::kGone;
+    const auto number = usb_number(fd_.get(), device_.name);
+    if (!number) return failed(errno);
+    return *number == device_.number ? Presence::kThere : Presence::kGone;
 }
 
 uint64_t DeviceDirectory::inode() const {

@@ -16,11 +16,9 @@
 
 namespace android::vus::hotplug {
 
-// Whether an error means a device that has gone, or is on its way.
-bool has_gone(int error);
-
 // Writes in one piece, as sysfs wants it. False, with errno telling why.
 bool write_attribute(const std::string& path, const std::string& text);
+bool write_attribute(const base::unique_fd& file, const std::string& text);
 
 class DeviceDirectory {
   public:
@@ -28,7 +26,9 @@ class DeviceDirectory {
 
     // Whether the device is still there, and no other one was when the directory was opened. What
     // was read before is then the device's, and all of it.
-    bool is_there() const;
+    enum class Presence { kThere, kGone, kUnknown };
+    Presence presence() const;
+    bool is_there() const { return presence() == Presence::kThere; }
     int fd() const { return fd_.get(); }
     // 0 if it cannot be had.
     uint64_t inode() const;
@@ -38,6 +38,7 @@ class DeviceDirectory {
   private:
     const Subject device_;
     base::unique_fd fd_;
+    int error_ = 0;  // why it could not be opened
 };
 
 }  // namespace android::vus::hotplug

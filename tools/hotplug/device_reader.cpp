@@ -3,6 +3,7 @@
 #include "tools/hotplug/device_reader.h"
 
 #include <ctype.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <libevdev/libevdev.h>
 #include <stdlib.h>
@@ -15,6 +16,7 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 #include "tools/common/input_sources.h"
 #include "tools/hotplug/device_directory.h"
@@ -31,18 +33,28 @@ int32_t hexadecimal(const std::string& text) {
     return static_cast<int32_t>(strtol(text.c_str(), nullptr, 16));
 }
 
-DeviceInfo usb_identity(const DeviceDirectory& directory, int32_t number) {
-    const std::string vendor = read_attribute(directory.fd(), "idVendor");
-    const std::string product = read_attribute(directory.fd(), "idProduct");
+// It need not have a name.
+std::optional<DeviceInfo> usb_identity(const DeviceDirectory& directory, int32_t number) {
+    const auto vendor = try_attribute(directory.fd(), "idVendor");
+    const auto product = try_attribute(directory.fd(), "idProduct");
+    const auto code = try_attribute(directory.fd(), "bDeviceClass");
+    if (!vendor || !product || !code) return std::nullopt;
     DeviceInfo info;
     info.deviceName = clean_name(read_attribute(directory.fd(), "product"));
-    if (info.deviceName.empty()) info.deviceName = vendor + ":" + product;
+    if (info.deviceName.empty()) info.deviceName = *vendor + ":" + *product;
     info.deviceId = number;
-    info.deviceClass = hexadecimal(read_attribute(directory.fd(), "bDeviceClass"));
-    info.vendorId = hexadecimal(vendor);
-    info.productId = hexadecimal(product);
+    info.deviceClass = hexadecimal(*code);
+    info.vendorId = hexadecimal(*vendor);
+    info.productId = hexadecimal(*product);
     info.deviceType = kUsbType;
     return info;
+}
+
+// Of what could not be read: it may have gone because of that.
+Sighting unread_unless_gone(const Subject& device) {
+    Sighting seen;
+    seen.unread = DeviceDirectory(device).presence() != DeviceDirectory::Presence::kGone;
+    return seen;
 }
 
 DeviceInfo usb_info(DeviceInfo info, const std::vector<UsbInterface>& interfaces,
@@ -83,36 +95,26 @@ bool is_bus_name(const std::string& name) {
            isdigit(static_cast<unsigned char>(name[kNumberAt])) != 0;
 }
 
-// Leaves both empty for an input device that is none of a HID device's.
-void see_behind(const std::string& input, Sighting* seen) {
-    std::string path;
-    base::Realpath(std::string(kInputClassDir) + "/" + input + "/device", &path);
-    const std::string name = base::Basename(path);
-    if (!is_hid_name(name)) return;
-    seen->hid_device = name;
-    const std::string usb_device = base::Basename(base::Dirname(base::Dirname(path)));
-    seen->usb_device = {usb_device, usb_number(usb_device)};
-}
-
 }  // namespace
 
 std::optional<DeviceInfo> read_usb_identity(const Subject& device) {
     const DeviceDirectory directory(device);
-    DeviceInfo info = usb_identity(directory, device.number);
-    return directory.is_there() ? std::make_optional(std::move(info)) : std::nullopt;
+    auto info = usb_identity(directory, device.number);
+    return directory.is_there() ? std::move(info) : std::nullopt;
 }
 
 Sighting read_usb_device(const Subject& device) {
     wait_until_configured(device.name);
     const std::optional<DeviceInfo> identity = read_usb_identity(device);
-    return identity ? look_at_usb_device(device, *identity, {}) : Sighting();
+    return identity ? look_at_usb_device(device, *identity, {}) : unread_unless_gone(device);
 }
 
 Sighting look_at_usb_device(const Subject& device, const DeviceInfo& identity,
                             const std::set<std::string>& vendor_hid) {
     const DeviceDirectory directory(device);
-    const std::vector<UsbInterface> interfaces = read_interfaces(directory.fd(), device.name);
-    return directory.is_there() ? sighting_of(identity, interfaces, vendor_hid) : Sighting();
+    const auto interfaces = read_interfaces(directory.fd(), device.name);
+    if (!interfaces || !directory.is_there()) return unread_unless_gone(device);
+    return sighting_of(identity, *interfaces, vendor_hid);
 }
 
 Sighting sighting_of(const DeviceInfo& identity, const std::vector<UsbInterface>& interfaces,
@@ -129,12 +131,26 @@ Sighting sighting_of(const DeviceInfo& identity, const std::vector<UsbInterface>
     return seen;
 }
 
+bool see_behind(const std::string& input, Sighting* seen) {
+    const std::string link = std::string(kInputClassDir) + "/" + input + "/device";
+    std::string path;
+    const int result = insistently([&] { return base::Realpath(link, &path) ? 0 : -1; });
+    if (result != 0 && !has_gone(errno)) return false;
+    const std::string name = base::Basename(path);
+    if (!is_hid_name(name)) return true;
+    seen->hid_device = name;
+    const std::string usb_device = base::Basename(base::Dirname(base::Dirname(path)));
+    seen->usb_device = {usb_device, usb_number(usb_device)};
+    return true;
+}
+
 Sighting read_input_device(const std::string& input, const std::string& event) {
     const std::string node = std::string(kInputNodesDir) + "/" + event;
     const base::unique_fd fd =
             open_node(node, O_RDONLY | O_NONBLOCK, std::string(kInputClassDir) + "/" + event);
     libevdev* opened = nullptr;
     Sighting seen;
+    seen.unread = !fd.ok() && !has_gone(errno);
     if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) {
         seen.settled = false;
         return seen;
@@ -152,13 +168,15 @@ Sighting sighting_of_input(const std::string& input, const libevdev* device) {
     const bool is_a_source = sources.value_or(0) != 0;
     if (!sources || !(is_a_source || came)) return seen;
     seen.info = input_info(input, device, *sources);
-    if (is_a_source) see_behind(input, &seen);
+    if (is_a_source) seen.unread = !see_behind(input, &seen);
     return seen;
 }
 
 bool is_input_of_a_bus(const std::string& input) {
+    const std::string link = std::string(kInputClassDir) + "/" + input;
     std::string path;
-    base::Realpath(std::string(kInputClassDir) + "/" + input, &path);
+    const int result = insistently([&] { return base::Realpath(link, &path) ? 0 : -1; });
+    if (result != 0) return !has_gone(errno);
     const std::vector<std::string> names = base::Split(path, "/");
     return std::any_of(names.begin(), names.end(), [](const std::string& name) {
         return is_hid_name(name) || is_bus_name(name);

@@ -90,7 +90,7 @@ void Gate::open_everything() {
     for (const Subject& device : system_->usb_devices()) {
         switches_->open_device(device);
         if (!system_->has_driver(device.name)) system_->probe(device.name);
-        const std::vector<UsbInterface> interfaces = system_->interfaces(device);
+        const auto interfaces = system_->interfaces(device).value_or(std::vector<UsbInterface>());
         for (const UsbInterface& interface : interfaces) {
             if (!interface.authorized) system_->authorize(device, interface.name, true);
         }
@@ -130,7 +130,9 @@ void Gate::configure(const std::string& device) {
 // configured anew, whether the kernel looks for drivers or not. Not a hub, which is none of ours.
 void Gate::unbind_from_other(const Subject& device) {
     const std::string driver = system_->driver_of(device.name);
-    if (driver.empty() || driver == kDeviceDriver || is_hub(system_->interfaces(device))) return;
+    if (driver.empty() || driver == kDeviceDriver ||
+        is_hub(system_->interfaces(device).value_or(std::vector<UsbInterface>())))
+        return;
     notice_("took " + device.name + " from " + driver + ": it is not let in");
     system_->unbind(driver, device);
 }
@@ -171,15 +173,22 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     const MutexLock lock(state->mutex);
     recognise(device, state.get());
     configure(device.name);
-    std::vector<UsbInterface> interfaces = system_->interfaces(device);
-    note_layout(interfaces, state.get());
-    shut_what_was_taken(device, state.get(), &interfaces);
-    if (claims_to_be_a_hub(interfaces)) {
-        if (bind_hub(device, interfaces)) return {};
+    auto interfaces = system_->interfaces(device);
+    if (!interfaces) return unread();
+    note_layout(*interfaces, state.get());
+    shut_what_was_taken(device, state.get(), &*interfaces);
+    if (claims_to_be_a_hub(*interfaces)) {
+        if (bind_hub(device, *interfaces)) return {};
         interfaces = system_->interfaces(device);
     }
     if (!anybody_there) return {};
-    return let_in(device, state.get(), std::move(interfaces));
+    return interfaces ? let_in(device, state.get(), std::move(*interfaces)) : unread();
+}
+
+Admission Gate::unread() {
+    Admission admission;
+    admission.unread = true;
+    return admission;
 }
 
 // What is rebound after a reset, all drivers are tried on, whether the kernel looks for drivers or
@@ -234,11 +243,12 @@ void Gate::close_interfaces(const Subject& device) {
 }
 
 // By the same rules: an input device of it may still be held.
-void Gate::open_interfaces(const Subject& device) {
+bool Gate::open_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     recognise(device, state.get());
-    let_in(device, state.get(), system_->interfaces(device));
+    auto interfaces = system_->interfaces(device);
+    return interfaces && !let_in(device, state.get(), std::move(*interfaces)).unread;
 }
 
 bool Gate::unbind_hid(const std::string& hid_device) {

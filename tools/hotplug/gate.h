@@ -71,6 +71,8 @@ struct HeldInput {
 
 // What the gate has made of a device.
 struct Admission {
+    // What it is could not be read: nothing was let in, and nothing else is said here.
+    bool unread = false;
     // What the device says of itself; nothing if it is none that is judged, or has gone.
     std::optional<Identity> identity;
     // Whether it is to be judged on the USB side: otherwise it is nothing but input devices.
@@ -126,9 +128,9 @@ class Gate : public Switches {
     std::set<std::string> held_keys();
 
     void close_interfaces(const Subject& device) override;
-    void open_interfaces(const Subject& device) override;
+    bool open_interfaces(const Subject& device) override;
     void close_device(const Subject& device) override { switches_->close_device(device); }
-    void open_device(const Subject& device) override { switches_->open_device(device); }
+    bool open_device(const Subject& device) override { return switches_->open_device(device); }
     void hush_input(const std::string& input) override { switches_->hush_input(input); }
     bool unhush_input(const std::string& input) override { return switches_->unhush_input(input); }
     bool unbind_hid(const std::string& hid_device) override;
@@ -161,6 +163,7 @@ class Gate : public Switches {
         bool wanted = false;
         bool refused = false;         // by itself, and for sure
         int32_t refused_sources = 0;  // of an input device, for which it is not
+        bool is_on = true;            // or could not be switched so
         bool is_as_seen = true;       // nothing was done that may have made it something else
     };
 
@@ -178,6 +181,7 @@ class Gate : public Switches {
                              std::vector<UsbInterface>* interfaces) REQUIRES(state->mutex);
     void shut_interface(const Subject& device, State* state, UsbInterface* interface)
             REQUIRES(state->mutex);
+    static Admission unread();
     bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
     std::vector<Part> parts_of(const Subject& device, State* state,
                                std::vector<UsbInterface> interfaces) REQUIRES(state->mutex);

@@ -31,7 +31,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     Admission admission;
     // Once: a device that is stuck in its driver would keep who asks it again.
     if (!state->identity) state->identity = system_->identity(device);
-    if (!state->identity) return admission;
+    if (!state->identity) return system_->incarnation(device) == 0 ? admission : unread();
     const Identity& identity = *state->identity;
     if (state->policy != policies_) {
         state->policy = policies_;
@@ -46,12 +46,18 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
             admission.held = admission.is_question = true;
             return admission;
         }
-        interfaces = system_->interfaces(device);
+        auto configured = system_->interfaces(device);
+        if (!configured) return unread();
+        interfaces = std::move(*configured);
     }
     std::vector<Part> parts;
     bool is_in = false;
     for (int tries = 0; tries < kMostTries && !is_in; ++tries) {
-        if (tries > 0) interfaces = system_->interfaces(device);
+        if (tries > 0) {
+            auto again = system_->interfaces(device);
+            if (!again) break;
+            interfaces = std::move(*again);
+        }
         parts = parts_of(device, state, interfaces);
         admission.held = !judge_parts(identity, state, &parts);
         is_in = bind_parts(device, state, &parts);
@@ -67,7 +73,9 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     }
     const bool are_as_seen = is_in && std::all_of(parts.begin(), parts.end(),
                                                   [](const Part& part) { return part.is_as_seen; });
-    admission.interfaces = are_as_seen ? std::move(interfaces) : system_->interfaces(device);
+    if (!are_as_seen)
+        interfaces = system_->interfaces(device).value_or(std::vector<UsbInterface>());
+    admission.interfaces = std::move(interfaces);
     admission.is_question = is_question(parts, admission.interfaces);
     hold_inputs(device, *state, parts, &admission);
     if (admission.held && are_without_drivers(parts)) unbind_from_other(device);
@@ -245,10 +253,11 @@ bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* pa
     for (Part& part : *parts) {
         if (!part.wanted || part.interface.authorized || part.kind == Kind::kInput) continue;
         part.is_as_seen = false;
-        system_->authorize(device, part.interface.name, true);
+        part.is_on = system_->authorize(device, part.interface.name, true);
     }
+    // What is off is not tried: a driver's "no" would say something of the device.
     for (Part& part : *parts) {
-        if (!is_to_be_bound(part)) continue;
+        if (!is_to_be_bound(part) || !part.is_on) continue;
         part.is_as_seen = false;
         if (!bind_part(device, part, state)) return false;
     }
@@ -266,11 +275,13 @@ bool Gate::bind_part(const Subject& device, const Part& part, State* state) {
 // It is on for as long as HID's driver is tried, and stays so only with that: some modules try
 // their drivers on whatever is on and has none, and ask nobody.
 bool Gate::bind_input(const Subject& device, const UsbInterface& interface, State* state) {
-    if (!interface.authorized) system_->authorize(device, interface.name, true);
+    const bool is_on = interface.authorized || system_->authorize(device, interface.name, true);
+    // A driver's "no" would say something of the device.
+    if (!is_on) return true;
     const GateSystem::Bound bound = system_->bind(kHidDriver, interface.name);
     if (bound == GateSystem::Bound::kYes) return true;
     system_->authorize(device, interface.name, false);
-    if (bound == GateSystem::Bound::kNoSuchDriver) return true;
+    if (bound != GateSystem::Bound::kNo) return true;
     state->natures[interface.name] = std::nullopt;
     return false;
 }
@@ -285,7 +296,8 @@ void Gate::probe_hid_devices_of(const Subject& device, State* state,
         if (part.wanted && has_told) known.insert(part.interface.name);
     }
     if (known.empty()) return;
-    for (const UsbInterface& interface : system_->interfaces(device)) {
+    const auto interfaces = system_->interfaces(device).value_or(std::vector<UsbInterface>());
+    for (const UsbInterface& interface : interfaces) {
         if (known.count(interface.name) == 0 || interface.hid_devices.empty()) continue;
         // Another one by now: it is asked when it is heard of.
         const std::string& name = interface.hid_devices.front().name;

@@ -46,18 +46,20 @@ class GateSystem {
     virtual std::string driver_of(const std::string& entry) = 0;
     bool has_driver(const std::string& entry) { return !driver_of(entry).empty(); }
     virtual void probe(const std::string& entry) = 0;
-    enum class Bound { kYes, kNo, kNoSuchDriver };
+    // Not tried, or it cannot be told what came of it.
+    enum class Bound { kYes, kNo, kNoSuchDriver, kNotTried };
     virtual Bound bind(const std::string& driver, const std::string& entry) = 0;
 
     // Takes a driver for whole devices from one that has it.
     virtual void unbind(const std::string& driver, const Subject& device) = 0;
 
-    // Nothing if the device has gone, or another one is there.
+    // Nothing if the device has gone, if another one is there, or if it cannot be read.
     virtual std::optional<Identity> identity(const Subject& device) = 0;
     // Another one for each device that comes, were it at the same port, with the same number. 0 if
     // it has gone.
     virtual uint64_t incarnation(const Subject& device) = 0;
-    virtual std::vector<UsbInterface> interfaces(const Subject& device) = 0;
+    // None if it has gone; nothing if they cannot be read.
+    virtual std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) = 0;
     // An interface's class, as interfaces() tells it; nothing if it has gone.
     virtual std::optional<int32_t> class_of(const std::string& interface) = 0;
     virtual bool authorize(const Subject& device, const std::string& interface, bool on) = 0;
@@ -76,7 +78,8 @@ class GateSystem {
     // Of one that has a driver. Empty if it cannot be had.
     virtual std::vector<uint8_t> hid_report_descriptor(const std::string& hid_device) = 0;
 
-    // Input devices: whether one came of a USB or a HID device; those that are silenced.
+    // Input devices: whether one came of a USB or a HID device, or may have; those that are
+    // silenced.
     virtual bool is_of_a_bus(const std::string& input) = 0;
     virtual std::vector<std::string> silent_inputs() = 0;
 };

@@ -41,9 +41,14 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         return;
     }
     report_inputs(admission, reporter);
-    if (!admission.identity) return;
+    if (!admission.identity && !admission.unread) return;
     bool has_drivers = false;
     const auto look = [&] {
+        if (admission.unread) {
+            Sighting seen;
+            seen.unread = true;
+            return seen;
+        }
         // Nothing to be told, and nothing to be kept of what it was before.
         if (!admission.is_question) return Sighting();
         // None may mean that it has gone.

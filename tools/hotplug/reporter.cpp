@@ -154,6 +154,7 @@ void Reporter::ask(const SharedSession& session, const Subject& device, const Re
                    Ask when) {
     Sighting seen = read();
     resume(device);
+    if (seen.unread) return close_unread(session, device, when);
     const Record known = record_of(device);
     if (seen.info && seen.bare) recall(session, known, &seen);
     if (needs_no_answer(session, known, seen, when)) return;

@@ -16,6 +16,7 @@
 //  - No answer within 2 s is a "no" until there is one, unless it was a "yes" before and the device
 //    is what it was, or a gate has let it in by the policy. So is the daemon's absence, if it was
 //    asked for ("fail closed"), for devices that come meanwhile.
+//  - What a device is that cannot be read is not asked about: it is closed until it can be.
 //  - A call that fails though the daemon lives is made again, and is no answer in the end.
 //  - Whatever was switched off here, or held back by a gate, is switched on by a "yes"; also what
 //    an earlier reporter switched off, and what nobody else did.
@@ -200,15 +201,16 @@ class Reporter {
     void want(const Subject& device, Hold hold);
     void hold_silent(const Subject& device, const std::string& why);
     void close_unasked(const Record& known, const DeviceInfo& info, Ask when);
+    void close_unread(const SharedSession& session, const Subject& device, Ask when);
     void queue_switching(const Subject& device);
 
     // On the lane of its switches.
     void make_so(const Subject& device);
-    void open_later(const Subject& device);
+    void open_later(const Subject& device, Hold before);
     std::vector<Subject> take_due(Clock::time_point now);
     // False if it has to be opened once more.
     bool switch_as(const Record& before, Hold wanted);
-    void switch_usb(const Subject& device, Hold before, Hold wanted);
+    bool switch_usb(const Subject& device, Hold before, Hold wanted);
     void doubt_what_was_off(const Subject& device);
     bool switch_input(const Record& before, Hold wanted);
     void close_input(const Record& before);

@@ -89,6 +89,12 @@ void Reporter::close_unasked(const Record& known, const DeviceInfo& info, Ask wh
     }
 }
 
+// Without what could not be read it would be another device.
+void Reporter::close_unread(const SharedSession& session, const Subject& device, Ask when) {
+    if (session == nullptr && when == Ask::kFoundAlone) return;
+    hold_silent(device, "what it is cannot be read");
+}
+
 void Reporter::want(const Subject& device, Hold hold) {
     const MutexLock lock(mutex_);
     Record& record = records_[device.key()];
@@ -129,18 +135,18 @@ void Reporter::make_so(const Subject& device) {
     if (manner_.closings != nullptr && is_ours) manner_.closings->add(device);
     // What a gate has just seen to be off need not be looked at again.
     const bool is_so = wanted == before.done && before.seen.held && before.seen.off;
-    if (!is_so && !switch_as(before, wanted)) return open_later(device);
+    if (!is_so && !switch_as(before, wanted)) return open_later(device, before.done);
     if (manner_.closings != nullptr && !is_ours) manner_.closings->remove(device);
 }
 
 // It is closed still, and to be opened: who looks next does it again.
-void Reporter::open_later(const Subject& device) {
+void Reporter::open_later(const Subject& device, Hold before) {
     {
         const MutexLock lock(mutex_);
         const auto known = records_.find(device.key());
         if (known == records_.end()) return;
         Record& record = known->second;
-        record.done = std::max(record.done, Hold::kSilence);
+        record.done = std::max(before, Hold::kSilence);
         record.pause = std::max<Clock::duration>(kFirstPause, 2 * record.pause);
         due_.emplace(Clock::now() + record.pause, device);
     }
@@ -158,16 +164,15 @@ std::vector<Subject> Reporter::take_due(Clock::time_point now) {
 
 bool Reporter::switch_as(const Record& before, Hold wanted) {
     if (!before.subject.is_usb()) return switch_input(before, wanted);
-    switch_usb(before.subject, before.done, wanted);
-    return true;
+    return switch_usb(before.subject, before.done, wanted);
 }
 
-void Reporter::switch_usb(const Subject& device, Hold before, Hold wanted) {
+bool Reporter::switch_usb(const Subject& device, Hold before, Hold wanted) {
     switch (wanted) {
         case Hold::kNone:
             doubt_what_was_off(device);
-            if (before == Hold::kWholeDevice) switches_->open_device(device);
-            switches_->open_interfaces(device);
+            if (before == Hold::kWholeDevice && !switches_->open_device(device)) return false;
+            if (!switches_->open_interfaces(device)) return false;
             notice("opened " + device.name);
             break;
         case Hold::kSilence:
@@ -178,6 +183,7 @@ void Reporter::switch_usb(const Subject& device, Hold before, Hold wanted) {
             switches_->close_device(device);
             break;
     }
+    return true;
 }
 
 // What was off while the daemon looked at it looked like a keyboard, and may be a vendor's own HID:

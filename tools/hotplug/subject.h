@@ -51,6 +51,7 @@ struct Sighting {
     bool bare = false;    // none of them has a driver
     bool off = false;     // nor gets one: each is switched off
     bool settled = true;  // false: what it is cannot be told yet
+    bool unread = false;  // it is there, but what it is cannot be read
 
     // It has no driver, and gets none but by a "yes" (see gate.h).
     bool held = false;

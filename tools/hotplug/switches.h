@@ -20,13 +20,14 @@ class Switches {
     // Takes the driver from every interface of a USB device and keeps drivers off. Leaves a hub
     // alone, and a device that has become another.
     virtual void close_interfaces(const Subject& device) = 0;
-    // Lets the interfaces that are off have drivers again, and has the kernel look for them.
-    virtual void open_interfaces(const Subject& device) = 0;
+    // Lets the interfaces that are off have drivers again, and has the kernel look for them. What
+    // opens answers false where something is off still though the device is there.
+    virtual bool open_interfaces(const Subject& device) = 0;
 
     // The same with the device as a whole: it loses its configuration, and nobody can give it
     // another.
     virtual void close_device(const Subject& device) = 0;
-    virtual void open_device(const Subject& device) = 0;
+    virtual bool open_device(const Subject& device) = 0;
 
     // Makes an input device send nothing, or send again. False if it sends nothing still: the
     // kernel opens the device for that, which can fail, and work the next time.

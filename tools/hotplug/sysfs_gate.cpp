@@ -3,6 +3,8 @@
 #include "tools/hotplug/sysfs_gate.h"
 
 #include <ctype.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -10,7 +12,9 @@
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 #include "tools/hotplug/device_directory.h"
 #include "tools/hotplug/device_reader.h"
@@ -32,6 +36,15 @@ std::string in_hid(const std::string& entry) {
 
 bool entry_exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
+}
+
+// Nothing if that cannot be told.
+std::optional<std::string> try_driver_of(const std::string& entry) {
+    const std::string link = in_usb(entry) + "/driver";
+    std::string driver;
+    const int result = insistently([&] { return base::Readlink(link, &driver) ? 0 : -1; });
+    if (result != 0) return has_gone(errno) ? std::make_optional(std::string()) : std::nullopt;
+    return base::Basename(driver);
 }
 
 std::string switch_text(bool on) {
@@ -79,8 +92,7 @@ std::vector<std::string> SysfsGate::hid_devices() {
 }
 
 std::string SysfsGate::driver_of(const std::string& entry) {
-    std::string driver;
-    return base::Readlink(in_usb(entry) + "/driver", &driver) ? base::Basename(driver) : "";
+    return try_driver_of(entry).value_or("");
 }
 
 // The kernel answers with success in any case; the "driver" link tells.
@@ -90,8 +102,13 @@ void SysfsGate::probe(const std::string& entry) {
 
 GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& entry) {
     const std::string file = std::string(kUsbDriversDir) + "/" + driver + "/bind";
-    if (!write_attribute(file, entry) && !entry_exists(file)) return Bound::kNoSuchDriver;
-    return driver_of(entry) == driver ? Bound::kYes : Bound::kNo;
+    const base::unique_fd fd(insistently([&] { return open(file.c_str(), O_WRONLY | O_CLOEXEC); }));
+    if (!fd.ok()) return has_gone(errno) ? Bound::kNoSuchDriver : Bound::kNotTried;
+    // The link tells.
+    write_attribute(fd, entry);
+    const auto bound = try_driver_of(entry);
+    if (!bound) return Bound::kNotTried;
+    return *bound == driver ? Bound::kYes : Bound::kNo;
 }
 
 void SysfsGate::unbind(const std::string& driver, const Subject& device) {
@@ -110,11 +127,18 @@ uint64_t SysfsGate::incarnation(const Subject& device) {
     return directory.is_there() ? directory.inode() : 0;
 }
 
-std::vector<UsbInterface> SysfsGate::interfaces(const Subject& device) {
+std::optional<std::vector<UsbInterface>> SysfsGate::interfaces(const Subject& device) {
     const DeviceDirectory directory(device);
-    std::vector<UsbInterface> interfaces = read_interfaces(directory.fd(), device.name);
-    if (!directory.is_there()) interfaces.clear();
-    return interfaces;
+    auto interfaces = read_interfaces(directory.fd(), device.name);
+    switch (directory.presence()) {
+        case DeviceDirectory::Presence::kThere:
+            return interfaces;
+        case DeviceDirectory::Presence::kGone:
+            return std::vector<UsbInterface>();
+        case DeviceDirectory::Presence::kUnknown:
+            return std::nullopt;
+    }
+    return std::nullopt;
 }
 
 std::optional<int32_t> SysfsGate::class_of(const std::string& interface) {

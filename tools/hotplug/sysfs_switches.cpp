@@ -6,15 +6,15 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <vector>
+#include <utility>
 
-#include "tools/hotplug/device_directory.h"
 #include "tools/hotplug/sysfs_paths.h"
-#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
 namespace {
+
+using Presence = DeviceDirectory::Presence;
 
 constexpr char kAuthorized[] = "authorized";
 
@@ -22,46 +22,77 @@ constexpr char kAuthorized[] = "authorized";
 
 void SysfsSwitches::close_interfaces(const Subject& device) {
     const DeviceDirectory directory(device);
-    const std::vector<UsbInterface> interfaces = read_interfaces(directory.fd(), device.name);
-    if (!directory.is_there() || is_hub(interfaces)) return;
-    for (const UsbInterface& interface : interfaces) {
-        if (!interface.authorized) continue;
-        const std::string path = interface.name + "/" + kAuthorized;
+    const auto interfaces = read_interfaces(directory.fd(), device.name);
+    if (presence_in(directory, device) != Presence::kThere) return;
+    if (interfaces && is_hub(*interfaces)) return;
+    for (const std::string& name : to_be_switched(device, directory, interfaces, true)) {
+        const std::string path = name + "/" + kAuthorized;
         if (!directory.write(path, '0')) complain(path);
     }
 }
 
+DeviceDirectory::Presence SysfsSwitches::presence_in(const DeviceDirectory& directory,
+                                                     const Subject& device) {
+    const Presence presence = directory.presence();
+    if (presence == Presence::kUnknown) complain(device.name);
+    return presence;
+}
+
+// Those that are on, or off; all of them, if that cannot be told.
+std::vector<std::string> SysfsSwitches::to_be_switched(
+        const Subject& device, const DeviceDirectory& directory,
+        const std::optional<std::vector<UsbInterface>>& interfaces, bool are_on) {
+    if (!interfaces) {
+        auto names = interface_names(directory.fd(), device.name);
+        if (!names) complain(device.name);
+        return names ? std::move(*names) : std::vector<std::string>();
+    }
+    std::vector<std::string> names;
+    for (const UsbInterface& interface : *interfaces) {
+        if (interface.authorized == are_on) names.push_back(interface.name);
+    }
+    return names;
+}
+
 // All of them before any driver is looked for: one that serves two needs both.
-void SysfsSwitches::open_interfaces(const Subject& device) {
+bool SysfsSwitches::open_interfaces(const Subject& device) {
     const DeviceDirectory directory(device);
-    if (!directory.is_there()) return;
+    const Presence presence = presence_in(directory, device);
+    if (presence != Presence::kThere) return presence == Presence::kGone;
+    const auto interfaces = read_interfaces(directory.fd(), device.name);
+    const std::vector<std::string> closed = to_be_switched(device, directory, interfaces, false);
+    bool all = interfaces.has_value() || !closed.empty();
     std::vector<std::string> opened;
-    for (const UsbInterface& interface : read_interfaces(directory.fd(), device.name)) {
-        if (interface.authorized) continue;
-        if (directory.write(interface.name + "/" + kAuthorized, '1')) {
-            opened.push_back(interface.name);
+    for (const std::string& name : closed) {
+        const std::string path = name + "/" + kAuthorized;
+        if (directory.write(path, '1')) {
+            opened.push_back(name);
         } else {
-            complain(interface.name + "/" + kAuthorized);
+            all &= !complain(path);
         }
     }
     for (const std::string& interface : opened) {
-        if (!write_attribute(kUsbProbeFile, interface)) complain(kUsbProbeFile);
+        if (write_attribute(kUsbProbeFile, interface) || !complain(kUsbProbeFile)) continue;
+        // It is on, and nobody would look at it again.
+        all = false;
+        directory.write(interface + "/" + kAuthorized, '0');
     }
+    return all;
 }
 
 void SysfsSwitches::close_device(const Subject& device) {
     set_device(device, '0');
 }
 
-void SysfsSwitches::open_device(const Subject& device) {
-    set_device(device, '1');
+bool SysfsSwitches::open_device(const Subject& device) {
+    return set_device(device, '1');
 }
 
-void SysfsSwitches::set_device(const Subject& device, char value) {
+bool SysfsSwitches::set_device(const Subject& device, char value) {
     const DeviceDirectory directory(device);
-    if (directory.is_there() && !directory.write(kAuthorized, value)) {
-        complain(device.name + "/" + kAuthorized);
-    }
+    const Presence presence = presence_in(directory, device);
+    if (presence != Presence::kThere) return presence == Presence::kGone;
+    return directory.write(kAuthorized, value) || !complain(device.name + "/" + kAuthorized);
 }
 
 void SysfsSwitches::hush_input(const std::string& input) {
@@ -80,10 +111,11 @@ bool SysfsSwitches::inhibit(const std::string& input, char value) {
         if (silenced_) silenced_(input, value == '1');
         return true;
     }
-    if (access(directory.c_str(), F_OK) != 0) return true;
+    // Kernels before 5.11 have no such file: nothing is silent there.
+    const bool has_none = has_gone(errno);
+    if (access(directory.c_str(), F_OK) != 0 && has_gone(errno)) return true;
     complain_("cannot switch " + path);
-    // Kernels before 5.11 have no such file.
-    return access(path.c_str(), F_OK) != 0;
+    return has_none;
 }
 
 bool SysfsSwitches::unbind_hid(const std::string& hid_device) {
@@ -100,9 +132,11 @@ void SysfsSwitches::probe_hid(const std::string& hid_device) {
 // Only a gate holds anything back.
 void SysfsSwitches::open_held(const Subject& /*usb_device*/, const std::string& /*what*/) {}
 
-void SysfsSwitches::complain(const std::string& path) {
+bool SysfsSwitches::complain(const std::string& path) {
     const int error = errno;
-    if (!has_gone(error)) complain_("cannot switch " + path + ": " + strerror(error));
+    if (has_gone(error)) return false;
+    complain_("cannot switch " + path + ": " + strerror(error));
+    return true;
 }
 
 }  // namespace android::vus::hotplug

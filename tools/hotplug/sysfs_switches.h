@@ -5,10 +5,14 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "tools/hotplug/device_directory.h"
 #include "tools/hotplug/switches.h"
+#include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
 
@@ -22,9 +26,9 @@ class SysfsSwitches : public Switches {
           : complain_(std::move(complain)), silenced_(std::move(silenced)) {}
 
     void close_interfaces(const Subject& device) override;
-    void open_interfaces(const Subject& device) override;
+    bool open_interfaces(const Subject& device) override;
     void close_device(const Subject& device) override;
-    void open_device(const Subject& device) override;
+    bool open_device(const Subject& device) override;
     void hush_input(const std::string& input) override;
     bool unhush_input(const std::string& input) override;
     bool unbind_hid(const std::string& hid_device) override;
@@ -32,9 +36,14 @@ class SysfsSwitches : public Switches {
     void open_held(const Subject& usb_device, const std::string& what) override;
 
   private:
-    void set_device(const Subject& device, char value);
+    DeviceDirectory::Presence presence_in(const DeviceDirectory& directory, const Subject& device);
+    std::vector<std::string> to_be_switched(
+            const Subject& device, const DeviceDirectory& directory,
+            const std::optional<std::vector<UsbInterface>>& interfaces, bool are_on);
+    bool set_device(const Subject& device, char value);
     bool inhibit(const std::string& input, char value);
-    void complain(const std::string& path);
+    // Answers whether it is there.
+    bool complain(const std::string& path);
 
     const std::function<void(const std::string&)> complain_;
     const std::function<void(const std::string& input, bool silent)> silenced_;

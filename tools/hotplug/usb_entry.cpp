@@ -3,6 +3,7 @@
 #include "tools/hotplug/usb_entry.h"
 
 #include <ctype.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdlib.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
@@ -40,11 +42,13 @@ bool is_device_entry(const std::string& entry) {
            entry.find(':') == std::string::npos;
 }
 
-bool exists(int directory, const std::string& path) {
+// Nothing if that cannot be told.
+std::optional<bool> exists(int directory, const std::string& path) {
     struct stat status;
-    return insistently([&] {
-               return fstatat(directory, path.c_str(), &status, AT_SYMLINK_NOFOLLOW);
-           }) == 0;
+    const int result = insistently(
+            [&] { return fstatat(directory, path.c_str(), &status, AT_SYMLINK_NOFOLLOW); });
+    if (result != 0 && !has_gone(errno)) return std::nullopt;
+    return result == 0;
 }
 
 // False if the listing failed before its end.
@@ -59,32 +63,41 @@ bool list(int directory, const char* path, const Wanted& wanted, std::vector<std
     return !listing.failed();
 }
 
-// In their order.
+// In their order; nothing, with errno telling why, if they cannot be listed.
 template <typename Wanted>
-std::vector<std::string> list(int directory, const char* path, const Wanted& wanted) {
+std::optional<std::vector<std::string>> list(int directory, const char* path,
+                                             const Wanted& wanted) {
     std::vector<std::string> names;
-    insistently([&] { return list(directory, path, wanted, &names) ? 0 : -1; });
+    const int result = insistently([&] { return list(directory, path, wanted, &names) ? 0 : -1; });
+    if (result != 0) return std::nullopt;
     std::sort(names.begin(), names.end());
     return names;
 }
 
-std::string driver_of(int directory, const std::string& entry) {
+// Empty without one, nothing if that cannot be told.
+std::optional<std::string> driver_of(int directory, const std::string& entry) {
     char target[PATH_MAX];
     const std::string path = entry + "/driver";
     const ssize_t length = insistently(
             [&] { return readlinkat(directory, path.c_str(), target, sizeof(target)); });
+    if (length < 0 && !has_gone(errno)) return std::nullopt;
     if (length <= 0) return "";
     const std::string_view text(target, static_cast<size_t>(length));
     return std::string(text.substr(text.rfind('/') + 1));
 }
 
-std::vector<HidDevice> hid_devices_of(int directory, const std::string& interface) {
+// Nothing if they cannot all be told.
+std::optional<std::vector<HidDevice>> hid_devices_of(int directory, const std::string& interface) {
     std::vector<HidDevice> devices;
     const auto is_hid = [](std::string_view name) { return is_hid_name(name); };
-    for (const std::string& name : list(directory, interface.c_str(), is_hid)) {
+    const auto names = list(directory, interface.c_str(), is_hid);
+    if (!names) return has_gone(errno) ? std::make_optional(devices) : std::nullopt;
+    for (const std::string& name : *names) {
         const std::string path = interface + "/" + name;
-        devices.push_back(
-                {name, exists(directory, path + "/driver"), exists(directory, path + "/input")});
+        const auto has_driver = exists(directory, path + "/driver");
+        const auto has_input = exists(directory, path + "/input");
+        if (!has_driver || !has_input) return std::nullopt;
+        devices.push_back({name, *has_driver, *has_input});
     }
     return devices;
 }
@@ -99,6 +112,27 @@ int32_t interface_number(const std::string& name) {
     return number(name.substr(name.rfind('.') + 1), 10);
 }
 
+enum class Reading { kDone, kGone, kFailed };
+
+// What has no driver has made nothing of the interface. Older kernels have none that is off.
+Reading read_interface(int directory, UsbInterface* interface) {
+    const std::string& name = interface->name;
+    const auto code = try_attribute(directory, name + "/bInterfaceClass");
+    if (!code) return has_gone(errno) ? Reading::kGone : Reading::kFailed;
+    interface->class_code = number(*code, 16);
+    auto driver = driver_of(directory, name);
+    if (!driver) return Reading::kFailed;
+    interface->driver = std::move(*driver);
+    const auto authorized = try_attribute(directory, name + "/authorized");
+    if (!authorized && !has_gone(errno)) return Reading::kFailed;
+    interface->authorized = authorized != "0";
+    if (interface->driver.empty()) return Reading::kDone;
+    auto hid_devices = hid_devices_of(directory, name);
+    if (!hid_devices) return Reading::kFailed;
+    interface->hid_devices = std::move(*hid_devices);
+    return Reading::kDone;
+}
+
 bool is_vendor_hid(const HidDevice& device) {
     return device.has_driver && !device.has_input_device;
 }
@@ -110,16 +144,26 @@ bool has_hid(const UsbInterface& interface, bool (*is_such)(const HidDevice&)) {
 }  // namespace
 
 std::vector<std::string> directory_entries(const std::string& path) {
-    return list(AT_FDCWD, path.c_str(), [](std::string_view) { return true; });
+    return list(AT_FDCWD, path.c_str(), [](std::string_view) { return true; })
+            .value_or(std::vector<std::string>());
+}
+
+bool has_gone(int error) {
+    return error == ENOENT || error == ENODEV || error == ENXIO;
 }
 
 std::string read_attribute(int directory, const std::string& path) {
+    return try_attribute(directory, path).value_or("");
+}
+
+std::optional<std::string> try_attribute(int directory, const std::string& path) {
     char text[kMostOfAnAttribute];
     const ssize_t length = insistently([&]() -> ssize_t {
         const base::unique_fd fd(openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC));
         return fd.ok() ? TEMP_FAILURE_RETRY(read(fd.get(), text, sizeof(text))) : -1;
     });
-    return length <= 0 ? "" : base::Trim(std::string(text, static_cast<size_t>(length)));
+    if (length < 0) return std::nullopt;
+    return base::Trim(std::string(text, static_cast<size_t>(length)));
 }
 
 std::string usb_attribute(const std::string& entry, const char* name) {
@@ -139,24 +183,28 @@ bool is_hid_name(std::string_view name) {
                        [&](char letter) { return has_form(letter, 'h'); });
 }
 
-// What has no driver has made nothing of the interface.
-std::vector<UsbInterface> read_interfaces(int directory, const std::string& device) {
-    std::vector<UsbInterface> interfaces;
+std::optional<std::vector<std::string>> interface_names(int directory, const std::string& device) {
     const std::string prefix = device + ":";
-    const auto is_interface = [&prefix](std::string_view name) {
+    return list(directory, ".", [&prefix](std::string_view name) {
         return name.substr(0, prefix.size()) == prefix;
-    };
-    for (const std::string& name : list(directory, ".", is_interface)) {
-        const std::string code = read_attribute(directory, name + "/bInterfaceClass");
-        if (code.empty()) continue;  // gone since it was listed
-        UsbInterface interface = {name,
-                                  interface_number(name),
-                                  number(code, 16),
-                                  driver_of(directory, name),
-                                  read_attribute(directory, name + "/authorized") != "0",
-                                  {}};
-        if (!interface.driver.empty()) interface.hid_devices = hid_devices_of(directory, name);
-        interfaces.push_back(std::move(interface));
+    });
+}
+
+std::optional<std::vector<UsbInterface>> read_interfaces(int directory, const std::string& device) {
+    std::vector<UsbInterface> interfaces;
+    const auto names = interface_names(directory, device);
+    if (!names) return has_gone(errno) ? std::make_optional(interfaces) : std::nullopt;
+    for (const std::string& name : *names) {
+        UsbInterface interface = {name, interface_number(name), 0, "", true, {}};
+        switch (read_interface(directory, &interface)) {
+            case Reading::kDone:
+                interfaces.push_back(std::move(interface));
+                break;
+            case Reading::kGone:
+                break;
+            case Reading::kFailed:
+                return std::nullopt;
+        }
     }
     std::sort(interfaces.begin(), interfaces.end(),
               [](const UsbInterface& one, const UsbInterface& other) {
@@ -174,8 +222,9 @@ int32_t usb_number(const std::string& device) {
     return number_with(device, usb_attribute(device, "devnum"));
 }
 
-int32_t usb_number(int directory, const std::string& device) {
-    return number_with(device, read_attribute(directory, "devnum"));
+std::optional<int32_t> usb_number(int directory, const std::string& device) {
+    const auto devnum = try_attribute(directory, "devnum");
+    return devnum ? std::make_optional(number_with(device, *devnum)) : std::nullopt;
 }
 
 int32_t reported_class(const UsbInterface& interface) {

@@ -10,6 +10,7 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,10 @@ bool is_hid_name(std::string_view name);
 // What a file of sysfs says, without its line end: the kernel says all of it at once. Empty if
 // there is none: no attribute that is there is empty. `path` may be one below `directory`.
 std::string read_attribute(int directory, const std::string& path);
+// The same, but nothing if it cannot be read, with errno telling why.
+std::optional<std::string> try_attribute(int directory, const std::string& path);
+// Whether an error means a device, or something of it, that has gone or is on its way.
+bool has_gone(int error);
 // The same of a device's or an interface's entry.
 std::string usb_attribute(const std::string& entry, const char* name);
 
@@ -52,8 +57,11 @@ std::string usb_attribute(const std::string& entry, const char* name);
 std::vector<std::string> directory_entries(const std::string& path);
 
 // In the order of their numbers; sysfs lists them in none. `device` is a name such as "1-2.4",
-// whose directory is open: what is read is that device's, whichever has the name by now.
-std::vector<UsbInterface> read_interfaces(int directory, const std::string& device);
+// whose directory is open: what is read is that device's, whichever has the name by now. Nothing if
+// something of one that is there cannot be read: the device would be taken for another one.
+std::optional<std::vector<UsbInterface>> read_interfaces(int directory, const std::string& device);
+// Their names alone, in their order; nothing, with errno telling why, if they cannot be listed.
+std::optional<std::vector<std::string>> interface_names(int directory, const std::string& device);
 
 // The kernel answers the attribute that is read here only when it is done with configuring the
 // device and binding its interfaces; one that stalls that would otherwise be read with half of
@@ -63,7 +71,8 @@ void wait_until_configured(const std::string& device);
 // The device's number as the daemon knows it, bus number * 1000 + device number; 0 if it has gone,
 // and of whatever is no device that can be plugged in. Its name begins with the bus number.
 int32_t usb_number(const std::string& device);
-int32_t usb_number(int directory, const std::string& device);
+// The same of an open directory. Nothing, with errno telling why, if it cannot be read.
+std::optional<int32_t> usb_number(int directory, const std::string& device);
 
 // The class that is reported: what the interface claims, unless that is HID and another driver than
 // HID's serves it. It is its vendor's own then, whatever it says.

@@ -190,7 +190,7 @@ uint64_t FakeKernel::incarnation(const Subject& device) {
     return identity(device) ? devices[device.name].incarnation : 0;
 }
 
-std::vector<UsbInterface> FakeKernel::interfaces(const Subject& device) {
+std::optional<std::vector<UsbInterface>> FakeKernel::interfaces(const Subject& device) {
     std::vector<UsbInterface> found;
     const auto at = devices.find(device.name);
     if (at == devices.end() || at->second.number != device.number || at->second.driver.empty()) {

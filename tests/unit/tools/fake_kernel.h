@@ -86,7 +86,7 @@ class FakeKernel : public GateSystem {
     void unbind(const std::string& driver, const Subject& device) override;
     std::optional<Identity> identity(const Subject& device) override;
     uint64_t incarnation(const Subject& device) override;
-    std::vector<UsbInterface> interfaces(const Subject& device) override;
+    std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) override;
     std::optional<int32_t> class_of(const std::string& interface) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;

@@ -36,9 +36,9 @@ class FakeSwitches : public Switches {
     }
 
     void close_interfaces(const Subject& device) override { Note("close " + device.name); }
-    void open_interfaces(const Subject& device) override { Note("open " + device.name); }
+    bool open_interfaces(const Subject& device) override { return Note("open " + device.name); }
     void close_device(const Subject& device) override { Note("close device " + device.name); }
-    void open_device(const Subject& device) override { Note("open device " + device.name); }
+    bool open_device(const Subject& device) override { return Note("open device " + device.name); }
     void hush_input(const std::string& input) override { Note("hush " + input); }
     bool unhush_input(const std::string& input) override {
         Note("unhush " + input);
@@ -54,10 +54,11 @@ class FakeSwitches : public Switches {
     }
 
   private:
-    void Note(const std::string& what) {
+    bool Note(const std::string& what) {
         const std::lock_guard<std::mutex> lock(mutex_);
         done_.push_back(what);
         noted_.notify_all();
+        return true;
     }
 
     std::mutex mutex_;

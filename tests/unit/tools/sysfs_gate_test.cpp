@@ -66,14 +66,14 @@ TEST_F(SysfsGateTest, NothingIsDoneToAnotherDevice) {
     EXPECT_FALSE(gate_.authorize(before, "1-2:1.0", true));
     EXPECT_EQ(ReadFile(authorized), "0\n");
     EXPECT_FALSE(gate_.identity(before));
-    EXPECT_THAT(gate_.interfaces(before), IsEmpty());
+    EXPECT_THAT(gate_.interfaces(before).value(), IsEmpty());
     EXPECT_EQ(gate_.incarnation(before), 0U);
     EXPECT_NE(gate_.incarnation(stick_), 0U);
     EXPECT_EQ(gate_.incarnation(stick_), gate_.incarnation(stick_));
     EXPECT_TRUE(gate_.authorize(stick_, "1-2:1.0", true));
     EXPECT_EQ(ReadFile(authorized), "1\n");
     EXPECT_EQ(gate_.identity(stick_)->vendorId, FlashDrive().vendor);
-    EXPECT_THAT(gate_.interfaces(stick_), SizeIs(1));
+    EXPECT_THAT(gate_.interfaces(stick_).value(), SizeIs(1));
 }
 
 TEST_F(SysfsGateTest, OneDriverIsTriedByItsName) {
@@ -108,7 +108,7 @@ TEST_F(SysfsGateTest, DriverLosesTheDeviceThatIsMeant) {
 
 TEST_F(SysfsGateTest, DeviceWithoutANodeTellsNothing) {
     EXPECT_EQ(gate_.tells_hub({"1-2", 255127}), std::nullopt);
-    EXPECT_FALSE(gate_.report_descriptor({"1-2", 255127}, gate_.interfaces(stick_).at(0)));
+    EXPECT_FALSE(gate_.report_descriptor({"1-2", 255127}, gate_.interfaces(stick_).value().at(0)));
 }
 
 TEST_F(SysfsGateTest, HidDeviceIsCalledByItsCleanName) {
