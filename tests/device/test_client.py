@@ -12,7 +12,8 @@ def test_a_missing_service_is_an_error_at_once(device):
         start = time.monotonic()
         status, text = device.machine.run(f"vusctl {command} 2>&1")
         assert (status, text) == (3, "vusctl: the daemon is not running\n"), command
-        assert time.monotonic() - start < 2
+        # libbinder's getService() would wait for 5 s.
+        assert time.monotonic() - start < 4, command
 
 
 def test_usage_errors(device):

@@ -10,7 +10,7 @@ from conftest import SYSFS, policy
 from vdev import NO_GATE
 
 # Far below the 20 s for which the kernel keeps the silent device's attributes.
-AT_ONCE = 5
+AT_ONCE = 10
 
 
 # While a driver waits for a device, the kernel locks it: behind the gate a refused one has no driver.
