@@ -43,6 +43,7 @@ DeviceDirectory::DeviceDirectory(Subject device)
 
 DeviceDirectory::Presence DeviceDirectory::presence() const {
     const auto failed = [](int error) {
+        errno = error;
         return has_gone(error) ? Presence::kGone : Presence::kUnknown;
     };
     if (!fd_.ok()) return failed(error_);
@@ -52,9 +53,10 @@ DeviceDirectory::Presence DeviceDirectory::presence() const {
     return *number == device_.number ? Presence::kThere : Presence::kGone;
 }
 
-uint64_t DeviceDirectory::inode() const {
+std::optional<uint64_t> DeviceDirectory::inode() const {
     struct stat status = {};
-    return fstat(fd_.get(), &status) == 0 ? status.st_ino : 0;
+    const int result = insistently([&] { return fstat(fd_.get(), &status); });
+    return result == 0 ? std::make_optional<uint64_t>(status.st_ino) : std::nullopt;
 }
 
 bool DeviceDirectory::write(const std::string& name, char value) const {

@@ -8,6 +8,7 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <string>
 
 #include <android-base/unique_fd.h>
@@ -30,8 +31,8 @@ class DeviceDirectory {
     Presence presence() const;
     bool is_there() const { return presence() == Presence::kThere; }
     int fd() const { return fd_.get(); }
-    // 0 if it cannot be had.
-    uint64_t inode() const;
+    // Nothing if it cannot be had.
+    std::optional<uint64_t> inode() const;
     // False, with errno telling why.
     bool write(const std::string& name, char value) const;
 

@@ -150,7 +150,8 @@ Sighting read_input_device(const std::string& input, const std::string& event) {
             open_node(node, O_RDONLY | O_NONBLOCK, std::string(kInputClassDir) + "/" + event);
     libevdev* opened = nullptr;
     Sighting seen;
-    seen.unread = !fd.ok() && !has_gone(errno);
+    // A built-in one stays as it is: no rule of any policy is about what nobody can open.
+    seen.unread = !fd.ok() && !has_gone(errno) && is_input_of_a_bus(input);
     if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) {
         seen.settled = false;
         return seen;
@@ -168,7 +169,7 @@ Sighting sighting_of_input(const std::string& input, const libevdev* device) {
     const bool is_a_source = sources.value_or(0) != 0;
     if (!sources || !(is_a_source || came)) return seen;
     seen.info = input_info(input, device, *sources);
-    if (is_a_source) seen.unread = !see_behind(input, &seen);
+    if (is_a_source && came) seen.unread = !see_behind(input, &seen);
     return seen;
 }
 

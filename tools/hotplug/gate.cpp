@@ -137,14 +137,17 @@ void Gate::unbind_from_other(const Subject& device) {
     system_->unbind(driver, device);
 }
 
-void Gate::recognise(const Subject& device, State* state) {
-    const uint64_t incarnation = system_->incarnation(device);
-    if (incarnation == state->incarnation) return;
-    state->incarnation = incarnation;
+// False if that cannot be told.
+bool Gate::recognise(const Subject& device, State* state) {
+    const std::optional<uint64_t> incarnation = system_->incarnation(device);
+    if (!incarnation) return false;
+    if (*incarnation == state->incarnation) return true;
+    state->incarnation = *incarnation;
     state->identity.reset();
     state->layout.clear();
     drop_natures(state);
     drop_answers(state);
+    return true;
 }
 
 // What was said of a device was said of these interfaces.
@@ -171,7 +174,7 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     driver_came();
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
-    recognise(device, state.get());
+    if (!recognise(device, state.get())) return unread();
     configure(device.name);
     auto interfaces = system_->interfaces(device);
     if (!interfaces) return unread();
@@ -234,21 +237,24 @@ bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& inte
     return all;
 }
 
-void Gate::close_interfaces(const Subject& device) {
+bool Gate::close_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
-    switches_->close_interfaces(device);
+    const bool is_closed = switches_->close_interfaces(device);
     state->hid_devices.clear();
     unbind_from_other(device);
+    return is_closed;
 }
 
 // By the same rules: an input device of it may still be held.
 bool Gate::open_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
-    recognise(device, state.get());
+    if (!recognise(device, state.get())) return false;
     auto interfaces = system_->interfaces(device);
-    return interfaces && !let_in(device, state.get(), std::move(*interfaces)).unread;
+    if (!interfaces) return false;
+    const Admission admission = let_in(device, state.get(), std::move(*interfaces));
+    return !admission.unread && !admission.incomplete;
 }
 
 bool Gate::unbind_hid(const std::string& hid_device) {
@@ -267,12 +273,9 @@ void Gate::probe_hid(const std::string& hid_device) {
     switches_->probe_hid(hid_device);
 }
 
-void Gate::open_held(const Subject& usb_device, const std::string& what) {
-    if (usb_device.number == 0) {
-        admit_hid(what);
-    } else {
-        open_interfaces(usb_device);
-    }
+bool Gate::open_held(const Subject& usb_device, const std::string& what) {
+    if (usb_device.number != 0) return open_interfaces(usb_device);
+    return !admit_hid(what).incomplete;
 }
 
 bool Gate::is_refused(const std::string& hid_device) {

@@ -73,6 +73,8 @@ struct HeldInput {
 struct Admission {
     // What it is could not be read: nothing was let in, and nothing else is said here.
     bool unread = false;
+    // The kernel has not switched on, or has not tried, all that is to be let in.
+    bool incomplete = false;
     // What the device says of itself; nothing if it is none that is judged, or has gone.
     std::optional<Identity> identity;
     // Whether it is to be judged on the USB side: otherwise it is nothing but input devices.
@@ -127,15 +129,15 @@ class Gate : public Switches {
     // What is known of what is held, as keys (see Present), besides the devices themselves.
     std::set<std::string> held_keys();
 
-    void close_interfaces(const Subject& device) override;
+    bool close_interfaces(const Subject& device) override;
     bool open_interfaces(const Subject& device) override;
-    void close_device(const Subject& device) override { switches_->close_device(device); }
+    bool close_device(const Subject& device) override { return switches_->close_device(device); }
     bool open_device(const Subject& device) override { return switches_->open_device(device); }
-    void hush_input(const std::string& input) override { switches_->hush_input(input); }
+    bool hush_input(const std::string& input) override { return switches_->hush_input(input); }
     bool unhush_input(const std::string& input) override { return switches_->unhush_input(input); }
     bool unbind_hid(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
-    void open_held(const Subject& usb_device, const std::string& what) override;
+    bool open_held(const Subject& usb_device, const std::string& what) override;
 
   private:
     // What is known of a USB device for as long as it is the same, and has the same interfaces.
@@ -163,7 +165,7 @@ class Gate : public Switches {
         bool wanted = false;
         bool refused = false;         // by itself, and for sure
         int32_t refused_sources = 0;  // of an input device, for which it is not
-        bool is_on = true;            // or could not be switched so
+        bool is_done = true;          // or the kernel could not be had to do it
         bool is_as_seen = true;       // nothing was done that may have made it something else
     };
 
@@ -172,7 +174,7 @@ class Gate : public Switches {
     void unbind_from_other(const Subject& device);
     bool judge_whole(const Subject& device, State* state) REQUIRES(state->mutex);
     // Drops what is known if the device is another one, of which nobody was told that it came.
-    void recognise(const Subject& device, State* state) REQUIRES(state->mutex);
+    bool recognise(const Subject& device, State* state) REQUIRES(state->mutex);
     static void drop_answers(State* state) REQUIRES(state->mutex);
     // `interfaces` are those that the device has now.
     Admission let_in(const Subject& device, State* state, std::vector<UsbInterface> interfaces)
@@ -193,6 +195,8 @@ class Gate : public Switches {
     std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface,
                                        State* state) REQUIRES(state->mutex);
     static void drop_natures(State* state) REQUIRES(state->mutex);
+    static bool is_to_be_asked_again(const UsbInterface& interface, const State& state)
+            REQUIRES(state.mutex);
     static void drop_nature_of_another(const UsbInterface& interface, State* state)
             REQUIRES(state->mutex);
     bool judge_parts(const Identity& identity, State* state, std::vector<Part>* parts)
@@ -205,10 +209,9 @@ class Gate : public Switches {
     // refused by HID's driver.
     bool bind_parts(const Subject& device, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);
-    bool bind_part(const Subject& device, const Part& part, State* state) REQUIRES(state->mutex);
-    bool bind_input(const Subject& device, const UsbInterface& interface, State* state)
-            REQUIRES(state->mutex);
-    void probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)
+    bool bind_part(const Subject& device, Part* part, State* state) REQUIRES(state->mutex);
+    bool bind_input(const Subject& device, Part* part, State* state) REQUIRES(state->mutex);
+    bool probe_hid_devices_of(const Subject& device, State* state, const std::vector<Part>& parts)
             REQUIRES(state->mutex);
     void shut_parts(const Subject& device, State* state, std::vector<Part>* parts)
             REQUIRES(state->mutex);

@@ -118,7 +118,7 @@ Admission Gate::admit_hid(const std::string& hid_device) {
     const HeldInput held = held_input(kFirstHeldOfHid + hexadecimal_after(hid_device, '.', 1),
                                       hid_device, identity, /*sources=*/0);
     if (foreseen == Foreseen::kRefused) return hold_hid(held);
-    system_->probe_hid(hid_device);
+    admission.incomplete = !system_->probe_hid(hid_device);
     if (foreseen == Foreseen::kUnknown && system_->hid_has_driver(hid_device)) {
         const auto nature = parse_report_descriptor(system_->hid_report_descriptor(hid_device));
         if (!nature || !is_source_of_input(*nature)) return hold_vendors_hid(held);

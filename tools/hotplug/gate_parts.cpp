@@ -73,8 +73,14 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     }
     const bool are_as_seen = is_in && std::all_of(parts.begin(), parts.end(),
                                                   [](const Part& part) { return part.is_as_seen; });
-    if (!are_as_seen)
-        interfaces = system_->interfaces(device).value_or(std::vector<UsbInterface>());
+    for (const Part& part : parts) {
+        admission.incomplete |= !part.is_done || is_to_be_asked_again(part.interface, *state);
+    }
+    if (!are_as_seen) {
+        auto left = system_->interfaces(device);
+        admission.incomplete |= !left;
+        interfaces = left ? std::move(*left) : std::vector<UsbInterface>();
+    }
     admission.interfaces = std::move(interfaces);
     admission.is_question = is_question(parts, admission.interfaces);
     hold_inputs(device, *state, parts, &admission);
@@ -134,11 +140,7 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
     if (interface->class_code != kHidClass) return Kind::kUsb;
     if (reported_class(*interface) != kHidClass) return Kind::kVendorHid;
     drop_nature_of_another(*interface, state);
-    const auto failures = state->failures.find(interface->name);
-    if (failures != state->failures.end() && failures->second < kMostFailures &&
-        is_of_no_use(*interface)) {
-        state->natures.erase(interface->name);
-    }
+    if (is_to_be_asked_again(*interface, *state)) state->natures.erase(interface->name);
     auto nature = state->natures.find(interface->name);
     if (nature == state->natures.end()) {
         const std::vector<HidDevice>& hid_devices = interface->hid_devices;
@@ -160,6 +162,12 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
                 state->natures.emplace(interface->name, nature_of(device, *interface, state)).first;
     }
     return nature->second && is_source_of_input(*nature->second) ? Kind::kInput : Kind::kVendorHid;
+}
+
+bool Gate::is_to_be_asked_again(const UsbInterface& interface, const State& state) {
+    const auto failures = state.failures.find(interface.name);
+    return failures != state.failures.end() && failures->second < kMostFailures &&
+           is_of_no_use(interface);
 }
 
 // What was said was said of what it was.
@@ -253,41 +261,47 @@ bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* pa
     for (Part& part : *parts) {
         if (!part.wanted || part.interface.authorized || part.kind == Kind::kInput) continue;
         part.is_as_seen = false;
-        part.is_on = system_->authorize(device, part.interface.name, true);
+        part.is_done = system_->authorize(device, part.interface.name, true);
     }
     // What is off is not tried: a driver's "no" would say something of the device.
     for (Part& part : *parts) {
-        if (!is_to_be_bound(part) || !part.is_on) continue;
+        if (!is_to_be_bound(part) || !part.is_done) continue;
         part.is_as_seen = false;
-        if (!bind_part(device, part, state)) return false;
+        if (!bind_part(device, &part, state)) return false;
     }
-    probe_hid_devices_of(device, state, *parts);
+    if (!probe_hid_devices_of(device, state, *parts)) {
+        for (Part& part : *parts) part.is_done &= !part.wanted;
+    }
     return true;
 }
 
-bool Gate::bind_part(const Subject& device, const Part& part, State* state) {
-    const std::string& name = part.interface.name;
-    if (part.kind == Kind::kInput) return bind_input(device, part.interface, state);
-    if (!system_->has_driver(name)) system_->probe(name);  // its neighbour's, it may be
+bool Gate::bind_part(const Subject& device, Part* part, State* state) {
+    const std::string& name = part->interface.name;
+    if (part->kind == Kind::kInput) return bind_input(device, part, state);
+    // It may have its neighbour's.
+    if (!system_->has_driver(name)) part->is_done = system_->probe(name);
     return true;
 }
 
 // It is on for as long as HID's driver is tried, and stays so only with that: some modules try
 // their drivers on whatever is on and has none, and ask nobody.
-bool Gate::bind_input(const Subject& device, const UsbInterface& interface, State* state) {
-    const bool is_on = interface.authorized || system_->authorize(device, interface.name, true);
+bool Gate::bind_input(const Subject& device, Part* part, State* state) {
+    const UsbInterface& interface = part->interface;
+    part->is_done = interface.authorized || system_->authorize(device, interface.name, true);
     // A driver's "no" would say something of the device.
-    if (!is_on) return true;
+    if (!part->is_done) return true;
     const GateSystem::Bound bound = system_->bind(kHidDriver, interface.name);
     if (bound == GateSystem::Bound::kYes) return true;
     system_->authorize(device, interface.name, false);
+    part->is_done = bound != GateSystem::Bound::kNotTried;
     if (bound != GateSystem::Bound::kNo) return true;
     state->natures[interface.name] = std::nullopt;
     return false;
 }
 
-// Not those of one that told HID's driver what it did not tell the gate.
-void Gate::probe_hid_devices_of(const Subject& device, State* state,
+// Not those of one that told HID's driver what it did not tell the gate. False if the kernel could
+// not be asked.
+bool Gate::probe_hid_devices_of(const Subject& device, State* state,
                                 const std::vector<Part>& parts) {
     std::set<std::string> known;
     for (const Part& part : parts) {
@@ -295,18 +309,21 @@ void Gate::probe_hid_devices_of(const Subject& device, State* state,
         const bool has_told = nature != state->natures.end() && nature->second;
         if (part.wanted && has_told) known.insert(part.interface.name);
     }
-    if (known.empty()) return;
-    const auto interfaces = system_->interfaces(device).value_or(std::vector<UsbInterface>());
-    for (const UsbInterface& interface : interfaces) {
+    if (known.empty()) return true;
+    const auto interfaces = system_->interfaces(device);
+    if (!interfaces) return false;
+    bool all = true;
+    for (const UsbInterface& interface : *interfaces) {
         if (known.count(interface.name) == 0 || interface.hid_devices.empty()) continue;
         // Another one by now: it is asked when it is heard of.
         const std::string& name = interface.hid_devices.front().name;
         if (state->hid_devices.emplace(interface.name, name).first->second != name) continue;
         for (const HidDevice& hid_device : interface.hid_devices) {
             if (hid_device.has_driver || is_refused(hid_device.name)) continue;
-            system_->probe_hid(hid_device.name);
+            all &= system_->probe_hid(hid_device.name);
         }
     }
+    return all;
 }
 
 void Gate::shut_parts(const Subject& device, State* state, std::vector<Part>* parts) {

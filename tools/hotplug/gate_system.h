@@ -41,11 +41,12 @@ class GateSystem {
     virtual std::vector<Subject> usb_devices() = 0;
     virtual std::vector<std::string> hid_devices() = 0;
 
-    // USB: devices and interfaces. The driver that one has, empty if it has none; a look for one; a
-    // try of one. The kernel's own for devices configures what it is bound to.
+    // USB: devices and interfaces. The driver that one has, empty if it has none; a look for one,
+    // false if the kernel could not be asked for it; a try of one. The kernel's own for devices
+    // configures what it is bound to.
     virtual std::string driver_of(const std::string& entry) = 0;
     bool has_driver(const std::string& entry) { return !driver_of(entry).empty(); }
-    virtual void probe(const std::string& entry) = 0;
+    virtual bool probe(const std::string& entry) = 0;
     // Not tried, or it cannot be told what came of it.
     enum class Bound { kYes, kNo, kNoSuchDriver, kNotTried };
     virtual Bound bind(const std::string& driver, const std::string& entry) = 0;
@@ -56,8 +57,8 @@ class GateSystem {
     // Nothing if the device has gone, if another one is there, or if it cannot be read.
     virtual std::optional<Identity> identity(const Subject& device) = 0;
     // Another one for each device that comes, were it at the same port, with the same number. 0 if
-    // it has gone.
-    virtual uint64_t incarnation(const Subject& device) = 0;
+    // it has gone; nothing if that cannot be told.
+    virtual std::optional<uint64_t> incarnation(const Subject& device) = 0;
     // None if it has gone; nothing if they cannot be read.
     virtual std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) = 0;
     // An interface's class, as interfaces() tells it; nothing if it has gone.
@@ -73,7 +74,7 @@ class GateSystem {
 
     // HID devices.
     virtual bool hid_has_driver(const std::string& hid_device) = 0;
-    virtual void probe_hid(const std::string& hid_device) = 0;
+    virtual bool probe_hid(const std::string& hid_device) = 0;
     virtual std::string hid_label(const std::string& hid_device) = 0;
     // Of one that has a driver. Empty if it cannot be had.
     virtual std::vector<uint8_t> hid_report_descriptor(const std::string& hid_device) = 0;

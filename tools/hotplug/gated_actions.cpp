@@ -11,7 +11,8 @@ namespace android::vus::hotplug {
 
 namespace {
 
-void report_inputs(const Admission& admission, Reporter* reporter) {
+void follow(const Admission& admission, Reporter* reporter) {
+    if (admission.incomplete) reporter->look_again_later();
     for (const Subject& held : admission.released) reporter->held_no_more(held);
     for (const HeldInput& held : admission.inputs) {
         Sighting seen;
@@ -40,7 +41,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         if (when == Ask::kFoundAlone) judge_what_was_bound(device, reporter);
         return;
     }
-    report_inputs(admission, reporter);
+    follow(admission, reporter);
     if (!admission.identity && !admission.unread) return;
     bool has_drivers = false;
     const auto look = [&] {
@@ -69,7 +70,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
     // The reporter opens what it knows to be closed. What the gate had shut beside those drivers,
     // until somebody said yes, it does not know.
     if (admission.held && has_drivers && gate->is_allowed(device)) {
-        report_inputs(gate->admit(device, anybody_there), reporter);
+        follow(gate->admit(device, anybody_there), reporter);
     }
 }
 
@@ -131,7 +132,7 @@ Tracker::Actions gated_actions(Gate* gate, Reporter* reporter,
     };
     actions.hid_appeared = [gate, reporter](const std::string& hid_device) {
         reporter->run({hid_device}, [=] {
-            if (reporter->has_service()) report_inputs(gate->admit_hid(hid_device), reporter);
+            if (reporter->has_service()) follow(gate->admit_hid(hid_device), reporter);
         });
     };
     // At once: its event node is about to come.

@@ -99,6 +99,10 @@ bool Hotplug::run(int stop_fd) {
         reporter_.lose_patience(Reporter::Clock::now());
         follow_service(/*may_have_ended=*/sources[1].revents != 0);
         follow_policy(/*may_be_new=*/sources[4].revents != 0, Tracker::Clock::now());
+        // Who connects looks at everything.
+        if (reporter_.take_another_look(Reporter::Clock::now()) && service_ != nullptr) {
+            report_present(Ask::kIfChanged);
+        }
     }
 }
 
@@ -129,9 +133,11 @@ bool Hotplug::connect(std::string* why_not) {
 
 void Hotplug::report_present(Ask when) {
     Present present;
+    bool is_all = true;
     for (const char* subsystem : kReportedSubsystems) {
-        report_present_of(subsystem, when, &present);
+        is_all &= report_present_of(subsystem, when, &present);
     }
+    if (!is_all) return reporter_.look_again_later();
     if (gate_ != nullptr) {
         for (const Subject& held : gate_->keep_only(present.keys)) reporter_.held_no_more(held);
         present.keys.merge(gate_->held_keys());
@@ -140,8 +146,11 @@ void Hotplug::report_present(Ask when) {
     reporter_.keep_only(present);
 }
 
-void Hotplug::report_present_of(const char* subsystem, Ask when, Present* present) {
-    for (const std::string& path : present_devices(subsystem)) {
+// False if who is not among them may be there all the same.
+bool Hotplug::report_present_of(const char* subsystem, Ask when, Present* present) {
+    const auto paths = present_devices(subsystem);
+    if (!paths) return false;
+    for (const std::string& path : *paths) {
         const Event device = {"", subsystem, path, usb_number(base::Basename(path))};
         if (meter_ != nullptr) meter_->found(device);
         const std::string key = tracker_.found(device, when);
@@ -151,6 +160,7 @@ void Hotplug::report_present_of(const char* subsystem, Ask when, Present* presen
         // Where there is a gate, it knows why.
         if (gate_ == nullptr && is_hid_name(key) && !has_driver) present->closed_hid.insert(key);
     }
+    return true;
 }
 
 // -1, which is for ever, while no device settles and the daemon is there.

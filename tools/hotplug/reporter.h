@@ -118,9 +118,15 @@ class Reporter {
     void keep_only(const Present& present);
 
     // Switches off what has waited for an answer for too long, and tries again what the system had
-    // no thread for, and what the kernel did not open.
+    // no thread for, and what the kernel did not switch.
     void lose_patience(Clock::time_point now);
     std::optional<Clock::time_point> next_deadline() const;
+
+    // Something could not be read, or not all of it be let in: what is present is to be looked at
+    // again, a second later, and each time that follows soon twice as long, a minute at most.
+    void look_again_later();
+    // Whether it is time for that, which is then over.
+    bool take_another_look(Clock::time_point now);
 
     // The same by a caller who is on the device's lane already (see run()).
     void judge_here(const Subject& device, const Read& read, Ask when);
@@ -170,7 +176,7 @@ class Reporter {
         bool verify = false;   // what was done may have come undone
         bool gone = false;     // an input device that its HID device may bring again
         bool unbound = false;  // that HID device has lost its driver because of this record
-        Clock::duration pause = Clock::duration::zero();  // before it is opened once more
+        Clock::duration pause = Clock::duration::zero();  // before it is switched once more
         std::optional<Clock::time_point> last_return;
     };
 
@@ -206,9 +212,9 @@ class Reporter {
 
     // On the lane of its switches.
     void make_so(const Subject& device);
-    void open_later(const Subject& device, Hold before);
+    void switch_later(const Subject& device, Hold before);
     std::vector<Subject> take_due(Clock::time_point now);
-    // False if it has to be opened once more.
+    // False if it has to be done once more.
     bool switch_as(const Record& before, Hold wanted);
     bool switch_usb(const Subject& device, Hold before, Hold wanted);
     void doubt_what_was_off(const Subject& device);
@@ -231,8 +237,11 @@ class Reporter {
     SharedSession session_ GUARDED_BY(mutex_);
     std::map<std::string, Record> records_ GUARDED_BY(mutex_);  // by key
     std::deque<std::string> gone_hid_ GUARDED_BY(mutex_);       // the last HID devices that went
-    // When what could not be opened is to be, once more.
+    // When what could not be switched is to be, once more.
     std::multimap<Clock::time_point, Subject> due_ GUARDED_BY(mutex_);
+    std::optional<Clock::time_point> another_look_ GUARDED_BY(mutex_);
+    Clock::time_point last_look_ GUARDED_BY(mutex_);
+    Clock::duration look_pause_ GUARDED_BY(mutex_) = Clock::duration::zero();
     Lanes lanes_;  // last: its threads use the others
 };
 

@@ -19,6 +19,8 @@ constexpr std::chrono::seconds kReturnsSoon(10);
 constexpr std::chrono::milliseconds kThreadRetry(100);
 // Twice as long each time: what works again after some time is open after that time once more.
 constexpr std::chrono::milliseconds kFirstPause(100);
+constexpr std::chrono::seconds kFirstLook(1);
+constexpr std::chrono::seconds kLongestLook(60);
 
 }  // namespace
 
@@ -48,7 +50,29 @@ std::optional<Reporter::Clock::time_point> Reporter::next_deadline() const {
     if (lanes_.wants_retry()) at_latest(Clock::now() + kThreadRetry);
     const MutexLock lock(mutex_);
     if (!due_.empty()) at_latest(due_.begin()->first);
+    if (another_look_) at_latest(*another_look_);
     return next;
+}
+
+void Reporter::look_again_later() {
+    {
+        const MutexLock lock(mutex_);
+        if (another_look_) return;
+        const Clock::time_point now = Clock::now();
+        const bool soon = now < last_look_ + 2 * kLongestLook;
+        look_pause_ = soon ? std::clamp<Clock::duration>(2 * look_pause_, kFirstLook, kLongestLook)
+                           : kFirstLook;
+        another_look_ = now + look_pause_;
+    }
+    if (manner_.wake) manner_.wake();
+}
+
+bool Reporter::take_another_look(Clock::time_point now) {
+    const MutexLock lock(mutex_);
+    if (!another_look_ || now < *another_look_) return false;
+    last_look_ = now;
+    another_look_.reset();
+    return true;
 }
 
 void Reporter::lose_patience(Clock::time_point now) {
@@ -92,6 +116,10 @@ void Reporter::close_unasked(const Record& known, const DeviceInfo& info, Ask wh
 // Without what could not be read it would be another device.
 void Reporter::close_unread(const SharedSession& session, const Subject& device, Ask when) {
     if (session == nullptr && when == Ask::kFoundAlone) return;
+    look_again_later();
+    const Record known = record_of(device);
+    // What closed it may have failed as well.
+    if (known.wanted != Hold::kNone) return want(device, known.wanted);
     hold_silent(device, "what it is cannot be read");
 }
 
@@ -135,18 +163,19 @@ void Reporter::make_so(const Subject& device) {
     if (manner_.closings != nullptr && is_ours) manner_.closings->add(device);
     // What a gate has just seen to be off need not be looked at again.
     const bool is_so = wanted == before.done && before.seen.held && before.seen.off;
-    if (!is_so && !switch_as(before, wanted)) return open_later(device, before.done);
+    if (!is_so && !switch_as(before, wanted)) return switch_later(device, before.done);
     if (manner_.closings != nullptr && !is_ours) manner_.closings->remove(device);
 }
 
-// It is closed still, and to be opened: who looks next does it again.
-void Reporter::open_later(const Subject& device, Hold before) {
+// It is as it was, or in part: who looks next does it again.
+void Reporter::switch_later(const Subject& device, Hold before) {
     {
         const MutexLock lock(mutex_);
         const auto known = records_.find(device.key());
         if (known == records_.end()) return;
         Record& record = known->second;
-        record.done = std::max(before, Hold::kSilence);
+        record.verify = true;
+        if (record.done == Hold::kNone) record.done = std::max(before, Hold::kSilence);
         record.pause = std::max<Clock::duration>(kFirstPause, 2 * record.pause);
         due_.emplace(Clock::now() + record.pause, device);
     }
@@ -177,11 +206,9 @@ bool Reporter::switch_usb(const Subject& device, Hold before, Hold wanted) {
             break;
         case Hold::kSilence:
         case Hold::kRefusal:
-            switches_->close_interfaces(device);
-            break;
+            return switches_->close_interfaces(device);
         case Hold::kWholeDevice:
-            switches_->close_device(device);
-            break;
+            return switches_->close_device(device);
     }
     return true;
 }
@@ -201,8 +228,7 @@ bool Reporter::switch_input(const Record& before, Hold wanted) {
         case Hold::kNone:
             return open_input(before);
         case Hold::kSilence:
-            switches_->hush_input(device.name);
-            break;
+            return switches_->hush_input(device.name);
         case Hold::kRefusal:
         case Hold::kWholeDevice:
             if (!before.unbound) close_input(before);
@@ -248,7 +274,9 @@ bool Reporter::open_input(const Record& before) {
 void Reporter::open_held(const Record& before) {
     notice("opened " + before.seen.hid_device);
     switch_hid(before, [this, before] {
-        switches_->open_held(before.seen.usb_device, before.seen.hid_device);
+        if (!switches_->open_held(before.seen.usb_device, before.seen.hid_device)) {
+            look_again_later();
+        }
         lanes_.add(before.subject.key(), [this, present = session(), device = before.subject] {
             forget(present, device);
         });

@@ -17,21 +17,22 @@ class Switches {
   public:
     virtual ~Switches() = default;
 
+    // What closes or opens answers false where something is still as it was though the device is
+    // there: it can work the next time.
+    //
     // Takes the driver from every interface of a USB device and keeps drivers off. Leaves a hub
     // alone, and a device that has become another.
-    virtual void close_interfaces(const Subject& device) = 0;
-    // Lets the interfaces that are off have drivers again, and has the kernel look for them. What
-    // opens answers false where something is off still though the device is there.
+    virtual bool close_interfaces(const Subject& device) = 0;
+    // Lets the interfaces that are off have drivers again, and has the kernel look for them.
     virtual bool open_interfaces(const Subject& device) = 0;
 
     // The same with the device as a whole: it loses its configuration, and nobody can give it
     // another.
-    virtual void close_device(const Subject& device) = 0;
+    virtual bool close_device(const Subject& device) = 0;
     virtual bool open_device(const Subject& device) = 0;
 
-    // Makes an input device send nothing, or send again. False if it sends nothing still: the
-    // kernel opens the device for that, which can fail, and work the next time.
-    virtual void hush_input(const std::string& input) = 0;
+    // Makes an input device send nothing, or send again, for which the kernel opens it.
+    virtual bool hush_input(const std::string& input) = 0;
     virtual bool unhush_input(const std::string& input) = 0;
 
     // Takes the driver from a HID device: the kernel hands out its input as hidraw, too, where
@@ -42,7 +43,7 @@ class Switches {
 
     // Lets an input device in that was held back before it was one (see gate.h): behind it is
     // `what`, an interface of the USB device, or a HID device of no USB device's.
-    virtual void open_held(const Subject& usb_device, const std::string& what) = 0;
+    virtual bool open_held(const Subject& usb_device, const std::string& what) = 0;
 };
 
 }  // namespace android::vus::hotplug

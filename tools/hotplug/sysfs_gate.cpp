@@ -96,8 +96,8 @@ std::string SysfsGate::driver_of(const std::string& entry) {
 }
 
 // The kernel answers with success in any case; the "driver" link tells.
-void SysfsGate::probe(const std::string& entry) {
-    write_attribute(kUsbProbeFile, entry);
+bool SysfsGate::probe(const std::string& entry) {
+    return write_attribute(kUsbProbeFile, entry);
 }
 
 GateSystem::Bound SysfsGate::bind(const std::string& driver, const std::string& entry) {
@@ -122,9 +122,17 @@ std::optional<Identity> SysfsGate::identity(const Subject& device) {
 }
 
 // The kernel does not use a directory's inode number again.
-uint64_t SysfsGate::incarnation(const Subject& device) {
+std::optional<uint64_t> SysfsGate::incarnation(const Subject& device) {
     const DeviceDirectory directory(device);
-    return directory.is_there() ? directory.inode() : 0;
+    switch (directory.presence()) {
+        case DeviceDirectory::Presence::kThere:
+            return directory.inode();
+        case DeviceDirectory::Presence::kGone:
+            return 0;
+        case DeviceDirectory::Presence::kUnknown:
+            return std::nullopt;
+    }
+    return std::nullopt;
 }
 
 std::optional<std::vector<UsbInterface>> SysfsGate::interfaces(const Subject& device) {
@@ -169,8 +177,8 @@ bool SysfsGate::hid_has_driver(const std::string& hid_device) {
     return entry_exists(in_hid(hid_device) + "/driver");
 }
 
-void SysfsGate::probe_hid(const std::string& hid_device) {
-    write_attribute(kHidProbeFile, hid_device);
+bool SysfsGate::probe_hid(const std::string& hid_device) {
+    return write_attribute(kHidProbeFile, hid_device);
 }
 
 std::string SysfsGate::hid_label(const std::string& hid_device) {

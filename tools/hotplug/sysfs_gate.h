@@ -20,11 +20,11 @@ class SysfsGate : public GateSystem {
     std::vector<Subject> usb_devices() override;
     std::vector<std::string> hid_devices() override;
     std::string driver_of(const std::string& entry) override;
-    void probe(const std::string& entry) override;
+    bool probe(const std::string& entry) override;
     Bound bind(const std::string& driver, const std::string& entry) override;
     void unbind(const std::string& driver, const Subject& device) override;
     std::optional<Identity> identity(const Subject& device) override;
-    uint64_t incarnation(const Subject& device) override;
+    std::optional<uint64_t> incarnation(const Subject& device) override;
     std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) override;
     std::optional<int32_t> class_of(const std::string& interface) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
@@ -33,7 +33,7 @@ class SysfsGate : public GateSystem {
     std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,
                                                           const UsbInterface& interface) override;
     bool hid_has_driver(const std::string& hid_device) override;
-    void probe_hid(const std::string& hid_device) override;
+    bool probe_hid(const std::string& hid_device) override;
     std::string hid_label(const std::string& hid_device) override;
     std::vector<uint8_t> hid_report_descriptor(const std::string& hid_device) override;
     bool is_of_a_bus(const std::string& input) override;

@@ -20,15 +20,19 @@ constexpr char kAuthorized[] = "authorized";
 
 }  // namespace
 
-void SysfsSwitches::close_interfaces(const Subject& device) {
+bool SysfsSwitches::close_interfaces(const Subject& device) {
     const DeviceDirectory directory(device);
     const auto interfaces = read_interfaces(directory.fd(), device.name);
-    if (presence_in(directory, device) != Presence::kThere) return;
-    if (interfaces && is_hub(*interfaces)) return;
-    for (const std::string& name : to_be_switched(device, directory, interfaces, true)) {
+    const Presence presence = presence_in(directory, device);
+    if (presence != Presence::kThere) return presence == Presence::kGone;
+    if (interfaces && is_hub(*interfaces)) return true;
+    const std::vector<std::string> open = to_be_switched(device, directory, interfaces, true);
+    bool all = interfaces.has_value() || !open.empty();
+    for (const std::string& name : open) {
         const std::string path = name + "/" + kAuthorized;
-        if (!directory.write(path, '0')) complain(path);
+        if (!directory.write(path, '0')) all &= !complain(path);
     }
+    return all;
 }
 
 DeviceDirectory::Presence SysfsSwitches::presence_in(const DeviceDirectory& directory,
@@ -80,8 +84,8 @@ bool SysfsSwitches::open_interfaces(const Subject& device) {
     return all;
 }
 
-void SysfsSwitches::close_device(const Subject& device) {
-    set_device(device, '0');
+bool SysfsSwitches::close_device(const Subject& device) {
+    return set_device(device, '0');
 }
 
 bool SysfsSwitches::open_device(const Subject& device) {
@@ -95,8 +99,8 @@ bool SysfsSwitches::set_device(const Subject& device, char value) {
     return directory.write(kAuthorized, value) || !complain(device.name + "/" + kAuthorized);
 }
 
-void SysfsSwitches::hush_input(const std::string& input) {
-    inhibit(input, '1');
+bool SysfsSwitches::hush_input(const std::string& input) {
+    return inhibit(input, '1');
 }
 
 bool SysfsSwitches::unhush_input(const std::string& input) {
@@ -112,7 +116,7 @@ bool SysfsSwitches::inhibit(const std::string& input, char value) {
         return true;
     }
     // Kernels before 5.11 have no such file: nothing is silent there.
-    const bool has_none = has_gone(errno);
+    const bool has_none = errno == ENOENT;
     if (access(directory.c_str(), F_OK) != 0 && has_gone(errno)) return true;
     complain_("cannot switch " + path);
     return has_none;
@@ -130,7 +134,9 @@ void SysfsSwitches::probe_hid(const std::string& hid_device) {
 }
 
 // Only a gate holds anything back.
-void SysfsSwitches::open_held(const Subject& /*usb_device*/, const std::string& /*what*/) {}
+bool SysfsSwitches::open_held(const Subject& /*usb_device*/, const std::string& /*what*/) {
+    return true;
+}
 
 bool SysfsSwitches::complain(const std::string& path) {
     const int error = errno;

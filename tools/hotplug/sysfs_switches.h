@@ -25,15 +25,15 @@ class SysfsSwitches : public Switches {
             std::function<void(const std::string& input, bool silent)> silenced = nullptr)
           : complain_(std::move(complain)), silenced_(std::move(silenced)) {}
 
-    void close_interfaces(const Subject& device) override;
+    bool close_interfaces(const Subject& device) override;
     bool open_interfaces(const Subject& device) override;
-    void close_device(const Subject& device) override;
+    bool close_device(const Subject& device) override;
     bool open_device(const Subject& device) override;
-    void hush_input(const std::string& input) override;
+    bool hush_input(const std::string& input) override;
     bool unhush_input(const std::string& input) override;
     bool unbind_hid(const std::string& hid_device) override;
     void probe_hid(const std::string& hid_device) override;
-    void open_held(const Subject& usb_device, const std::string& what) override;
+    bool open_held(const Subject& usb_device, const std::string& what) override;
 
   private:
     DeviceDirectory::Presence presence_in(const DeviceDirectory& directory, const Subject& device);

@@ -13,6 +13,7 @@
 #include <android-base/parseint.h>
 #include <cutils/uevent.h>
 
+#include "android/vus/insistently.h"
 #include "android/vus/paths.h"
 #include "tools/hotplug/sysfs_paths.h"
 #include "tools/hotplug/usb_entry.h"
@@ -72,13 +73,20 @@ std::optional<Event> parse_uevent(std::string_view message) {
                  action == "bind" ? std::string(variable(message, "DRIVER")) : ""};
 }
 
-std::vector<std::string> present_devices(const std::string& subsystem) {
+std::optional<std::vector<std::string>> present_devices(const std::string& subsystem) {
     const std::string directory = directory_of(subsystem);
+    const auto names = try_directory_entries(directory);
+    if (!names) return std::nullopt;
     std::vector<std::string> paths;
-    for (const std::string& name : directory_entries(directory)) {
+    for (const std::string& name : *names) {
+        if (name[0] == '.') continue;
         std::string path;
-        // One that is gone already is not present.
-        if (name[0] != '.' && base::Realpath(directory + "/" + name, &path)) paths.push_back(path);
+        const std::string link = directory + "/" + name;
+        if (insistently([&] { return base::Realpath(link, &path) ? 0 : -1; }) == 0) {
+            paths.push_back(path);
+        } else if (!has_gone(errno)) {
+            return std::nullopt;
+        }
     }
     std::sort(paths.begin(), paths.end());
     return paths;

@@ -32,8 +32,8 @@ std::optional<Event> parse_uevent(std::string_view message);
 
 // Where the subsystem's devices are in sysfs, in the order of their paths, parents first. Goes by
 // the links alone: more would mean to read files that the kernel keeps from us as long as it is
-// busy with a device.
-std::vector<std::string> present_devices(const std::string& subsystem);
+// busy with a device. Nothing if one of them cannot be told from one that has gone.
+std::optional<std::vector<std::string>> present_devices(const std::string& subsystem);
 
 class UeventSocket {
   public:

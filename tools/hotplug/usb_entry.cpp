@@ -143,9 +143,14 @@ bool has_hid(const UsbInterface& interface, bool (*is_such)(const HidDevice&)) {
 
 }  // namespace
 
+std::optional<std::vector<std::string>> try_directory_entries(const std::string& path) {
+    auto names = list(AT_FDCWD, path.c_str(), [](std::string_view) { return true; });
+    if (!names && has_gone(errno)) return std::vector<std::string>();
+    return names;
+}
+
 std::vector<std::string> directory_entries(const std::string& path) {
-    return list(AT_FDCWD, path.c_str(), [](std::string_view) { return true; })
-            .value_or(std::vector<std::string>());
+    return try_directory_entries(path).value_or(std::vector<std::string>());
 }
 
 bool has_gone(int error) {

@@ -53,7 +53,10 @@ bool has_gone(int error);
 // The same of a device's or an interface's entry.
 std::string usb_attribute(const std::string& entry, const char* name);
 
-// The names in a directory, in their order; none if there is no such directory.
+// The names in a directory, in their order; none if there is no such directory, nothing if they
+// cannot be read.
+std::optional<std::vector<std::string>> try_directory_entries(const std::string& path);
+// The same; none if they cannot be read.
 std::vector<std::string> directory_entries(const std::string& path);
 
 // In the order of their numbers; sysfs lists them in none. `device` is a name such as "1-2.4",

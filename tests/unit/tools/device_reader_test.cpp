@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tests/support/faulty_call.h"
@@ -232,6 +233,25 @@ TEST_F(DeviceReaderTest, InputDeviceWithoutNodeIsNothing) {
 TEST_F(DeviceReaderTest, InputNodeThatIsNoEventNodeIsNothing) {
     WriteFile("/dev/input/event3", "not a device");
     EXPECT_FALSE(read_input_device("input5", "event3").info);
+    RemoveTree("/dev/input");
+}
+
+// A built-in one that its driver cannot open, such as a touchscreen that is off, is left alone.
+TEST_F(DeviceReaderTest, InputNodeThatCannotBeOpenedIsUnreadIfItCameOfABus) {
+    MakeDir("/dev/input");
+    std::filesystem::create_symlink("event3", "/dev/input/event3");  // too many links, says open()
+    for (const auto& [parent, unread] :
+         {std::pair("/sys/devices/soc/1-2/1-2:1.0/0003:0627:0001.0001/input", true),
+          std::pair("/sys/devices/platform/panel/input", false)}) {
+        MakeDir(std::string(parent) + "/input5");
+        RemoveTree("/sys/class/input");
+        MakeDir("/sys/class/input");
+        std::filesystem::create_directory_symlink(std::string(parent) + "/input5",
+                                                  "/sys/class/input/input5");
+        const Sighting seen = read_input_device("input5", "event3");
+        EXPECT_EQ(seen.unread, unread) << parent;
+        EXPECT_FALSE(seen.info);
+    }
     RemoveTree("/dev/input");
 }
 

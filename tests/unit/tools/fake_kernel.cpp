@@ -71,29 +71,29 @@ std::string FakeKernel::driver_of(const std::string& entry) {
     return interface != nullptr ? interface->driver : "";
 }
 
-void FakeKernel::probe(const std::string& entry) {
+bool FakeKernel::probe(const std::string& entry) {
     if (bound.count(entry) != 0) {
         switched.push_back(entry + " probed");
         bound[entry] = true;
-        return;
+        return true;
     }
     if (entry.find(':') != std::string::npos) {
-        if (has_driver(entry)) return;
+        if (has_driver(entry)) return true;
         for (const std::string& driver : drivers) {
             const Interface* const interface = find(entry);
             const bool matches =
                     interface != nullptr &&
                     std::count(interface->takers.begin(), interface->takers.end(), driver) != 0;
-            if (matches && attempt(driver, entry)) return;
+            if (matches && attempt(driver, entry)) return true;
         }
-        return;
+        return true;
     }
     const auto device = devices.find(entry);
-    if (device == devices.end() || !device->second.driver.empty()) return;
+    if (device == devices.end() || !device->second.driver.empty()) return true;
     const std::string own_driver = device->second.own_driver;
     if (own_driver.empty()) {
         give(&device->second, "usb");
-        return;
+        return true;
     }
     tried.push_back(own_driver + " " + entry);
     if (device->second.is_declined) {
@@ -101,6 +101,7 @@ void FakeKernel::probe(const std::string& entry) {
     } else {
         give(&device->second, own_driver);
     }
+    return true;
 }
 
 // It is configured by that.
@@ -186,7 +187,7 @@ std::optional<Identity> FakeKernel::identity(const Subject& device) {
     return found->second.identity;
 }
 
-uint64_t FakeKernel::incarnation(const Subject& device) {
+std::optional<uint64_t> FakeKernel::incarnation(const Subject& device) {
     return identity(device) ? devices[device.name].incarnation : 0;
 }
 
@@ -248,7 +249,7 @@ bool FakeKernel::hid_has_driver(const std::string& hid_device) {
     return interface != nullptr && interface->hid->has_driver;
 }
 
-void FakeKernel::probe_hid(const std::string& hid_device) {
+bool FakeKernel::probe_hid(const std::string& hid_device) {
     tried.push_back("hid " + hid_device);
     if (other_hid.count(hid_device) != 0) {
         other_hid[hid_device] = true;
@@ -256,6 +257,7 @@ void FakeKernel::probe_hid(const std::string& hid_device) {
         interface->hid->has_driver = true;
         interface->hid->has_input_device = interface->has_input;
     }
+    return true;
 }
 
 FakeKernel::Interface* FakeKernel::find(const std::string& name) {

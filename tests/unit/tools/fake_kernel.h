@@ -81,11 +81,11 @@ class FakeKernel : public GateSystem {
     std::vector<Subject> usb_devices() override;
     std::vector<std::string> hid_devices() override;
     std::string driver_of(const std::string& entry) override;
-    void probe(const std::string& entry) override;
+    bool probe(const std::string& entry) override;
     Bound bind(const std::string& driver, const std::string& interface) override;
     void unbind(const std::string& driver, const Subject& device) override;
     std::optional<Identity> identity(const Subject& device) override;
-    uint64_t incarnation(const Subject& device) override;
+    std::optional<uint64_t> incarnation(const Subject& device) override;
     std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) override;
     std::optional<int32_t> class_of(const std::string& interface) override;
     bool authorize(const Subject& device, const std::string& interface, bool on) override;
@@ -96,7 +96,7 @@ class FakeKernel : public GateSystem {
     std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,
                                                           const UsbInterface& interface) override;
     bool hid_has_driver(const std::string& hid_device) override;
-    void probe_hid(const std::string& hid_device) override;
+    bool probe_hid(const std::string& hid_device) override;
     std::string hid_label(const std::string& hid_device) override { return "HID " + hid_device; }
     std::vector<uint8_t> hid_report_descriptor(const std::string& /*hid_device*/) override {
         return other_report;

@@ -21,6 +21,7 @@ class FakeSwitches : public Switches {
   public:
     // How often nothing can be heard again.
     std::atomic<int> failures{0};
+    std::atomic<int> close_failures{0};  // and how often interfaces stay on
 
     // What was done so far, such as "close 1-2" or "unbind 0003:0627:0001.0001"; Take() forgets it.
     std::vector<std::string> Take() {
@@ -35,11 +36,16 @@ class FakeSwitches : public Switches {
         return std::exchange(done_, {});
     }
 
-    void close_interfaces(const Subject& device) override { Note("close " + device.name); }
+    bool close_interfaces(const Subject& device) override {
+        Note("close " + device.name);
+        return close_failures.fetch_sub(1) <= 0;
+    }
     bool open_interfaces(const Subject& device) override { return Note("open " + device.name); }
-    void close_device(const Subject& device) override { Note("close device " + device.name); }
+    bool close_device(const Subject& device) override {
+        return Note("close device " + device.name);
+    }
     bool open_device(const Subject& device) override { return Note("open device " + device.name); }
-    void hush_input(const std::string& input) override { Note("hush " + input); }
+    bool hush_input(const std::string& input) override { return Note("hush " + input); }
     bool unhush_input(const std::string& input) override {
         Note("unhush " + input);
         return failures.fetch_sub(1) <= 0;
@@ -49,8 +55,8 @@ class FakeSwitches : public Switches {
         return true;
     }
     void probe_hid(const std::string& hid_device) override { Note("probe " + hid_device); }
-    void open_held(const Subject& usb_device, const std::string& what) override {
-        Note("let in " + what + " of " + usb_device.name);
+    bool open_held(const Subject& usb_device, const std::string& what) override {
+        return Note("let in " + what + " of " + usb_device.name);
     }
 
   private:

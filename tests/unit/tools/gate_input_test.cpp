@@ -211,9 +211,9 @@ TEST_F(GateTest, InputDeviceIsSilentUntilItIsKnown) {
 // Switches at which something else happens before the first device is silenced.
 class BusySwitches : public FakeSwitches {
   public:
-    void hush_input(const std::string& input) override {
+    bool hush_input(const std::string& input) override {
         if (meanwhile) std::exchange(meanwhile, nullptr)();
-        FakeSwitches::hush_input(input);
+        return FakeSwitches::hush_input(input);
     }
 
     std::function<void()> meanwhile;

@@ -169,6 +169,21 @@ TEST_F(HotplugTest, DeviceIsJudgedWhenTheKernelHasBoundIt) {
     EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("update 1002 0"));
 }
 
+// Nothing is heard of it any more: it is looked at again by itself.
+TEST_F(HotplugTest, DeviceThatCouldNotBeReadIsJudgedWhenItCanBe) {
+    AddDevice("1-1", 2);
+    const std::string code = UsbPath("1-1", "bDeviceClass");
+    const std::string read = ReadFile(code);
+    RemoveTree(code);
+    MakeDir(code);  // which the kernel opens, and does not read
+    Start();
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("close 1-1"));
+    RemoveTree(code);
+    WriteFile(code, read);
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("open 1-1"));
+}
+
 TEST_F(HotplugTest, InterfacesOfAnotherConfigurationAreJudged) {
     Start();
     AddDevice("1-1", 2);

@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "tests/support/fault_walk.h"
+#include "tests/support/faulty_call.h"
 #include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 #include "tests/unit/tools/uevents.h"
@@ -86,20 +88,40 @@ TEST(PresentDevicesTest, TheirPathsAreToldParentsFirst) {
     tree.AddDevice("1-2", {0x1d6b, 2, "", ""}, 3);
     tree.AddDevice("1-2.4", {0x0951, 0x1666, "", ""}, 4);
     tree.AddDevice("1-1", {0x0951, 0x1666, "", ""}, 5);
-    EXPECT_THAT(present_devices("usb"), ElementsAre(EndsWith(".auto/1-1"), EndsWith(".auto/1-2"),
-                                                    EndsWith(".auto/1-2/1-2.4")));
+    EXPECT_THAT(present_devices("usb").value(),
+                ElementsAre(EndsWith(".auto/1-1"), EndsWith(".auto/1-2"),
+                            EndsWith(".auto/1-2/1-2.4")));
 }
 
 TEST(PresentDevicesTest, DeviceThatIsGoneIsNotToldOf) {
     EmptyWorld();
     MakeDir("/sys/class/input");
-    EXPECT_THAT(present_devices("input"), IsEmpty());
+    EXPECT_THAT(present_devices("input").value(), IsEmpty());
     MakeDir("/sys/devices/virtual/input/input3");
     std::filesystem::create_directory_symlink("../../devices/virtual/input/input3",
                                               "/sys/class/input/input3");
     std::filesystem::create_directory_symlink("../../devices/gone", "/sys/class/input/input4");
-    EXPECT_THAT(present_devices("input"), ElementsAre("/sys/devices/virtual/input/input3"));
-    EXPECT_THAT(present_devices("hid"), IsEmpty());
+    EXPECT_THAT(present_devices("input").value(), ElementsAre("/sys/devices/virtual/input/input3"));
+    EXPECT_THAT(present_devices("hid").value(), IsEmpty());
+}
+
+// Who is not told of is taken for gone.
+TEST(PresentDevicesTest, AllAreToldOrNone) {
+    EmptyWorld();
+    UsbTree tree;
+    tree.AddDevice("1-1", {0x0951, 0x1666, "", ""}, 5);
+    tree.AddDevice("1-2", {0x0951, 0x1666, "", ""}, 3);
+    const auto all = present_devices("usb");
+    int without = 0;
+    const int calls = WalkCalls("present", kBroken, [&](int n) {
+        std::optional<std::vector<std::string>> told;
+        const auto failed = FaultyCall::run(n, EIO, [&] { told = present_devices("usb"); });
+        EXPECT_TRUE(!told || told == all);
+        without += told ? 0 : 1;
+        return failed.has_value();
+    });
+    EXPECT_GT(calls, 5);
+    EXPECT_GT(without, 2);
 }
 
 class UeventSocketTest : public testing::Test {
