@@ -176,7 +176,8 @@ class Reporter {
         bool verify = false;   // what was done may have come undone
         bool gone = false;     // an input device that its HID device may bring again
         bool unbound = false;  // that HID device has lost its driver because of this record
-        Clock::duration pause = Clock::duration::zero();  // before it is switched once more
+        std::optional<Clock::time_point> due;             // when it is to be switched once more
+        Clock::duration pause = Clock::duration::zero();  // before that; none if it has worked
         std::optional<Clock::time_point> last_return;
     };
 
@@ -213,6 +214,7 @@ class Reporter {
     // On the lane of its switches.
     void make_so(const Subject& device);
     void switch_later(const Subject& device, Hold before);
+    void note_switched(const Subject& device);
     std::vector<Subject> take_due(Clock::time_point now);
     // False if it has to be done once more.
     bool switch_as(const Record& before, Hold wanted);
@@ -237,8 +239,6 @@ class Reporter {
     SharedSession session_ GUARDED_BY(mutex_);
     std::map<std::string, Record> records_ GUARDED_BY(mutex_);  // by key
     std::deque<std::string> gone_hid_ GUARDED_BY(mutex_);       // the last HID devices that went
-    // When what could not be switched is to be, once more.
-    std::multimap<Clock::time_point, Subject> due_ GUARDED_BY(mutex_);
     std::optional<Clock::time_point> another_look_ GUARDED_BY(mutex_);
     Clock::time_point last_look_ GUARDED_BY(mutex_);
     Clock::duration look_pause_ GUARDED_BY(mutex_) = Clock::duration::zero();

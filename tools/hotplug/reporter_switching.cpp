@@ -19,6 +19,7 @@ constexpr std::chrono::seconds kReturnsSoon(10);
 constexpr std::chrono::milliseconds kThreadRetry(100);
 // Twice as long each time: what works again after some time is open after that time once more.
 constexpr std::chrono::milliseconds kFirstPause(100);
+constexpr std::chrono::hours kLongestPause(1);
 constexpr std::chrono::seconds kFirstLook(1);
 constexpr std::chrono::seconds kLongestLook(60);
 
@@ -49,7 +50,9 @@ std::optional<Reporter::Clock::time_point> Reporter::next_deadline() const {
     };
     if (lanes_.wants_retry()) at_latest(Clock::now() + kThreadRetry);
     const MutexLock lock(mutex_);
-    if (!due_.empty()) at_latest(due_.begin()->first);
+    for (const auto& [key, record] : records_) {
+        if (record.due) at_latest(*record.due);
+    }
     if (another_look_) at_latest(*another_look_);
     return next;
 }
@@ -129,8 +132,9 @@ void Reporter::want(const Subject& device, Hold hold) {
     record.subject = device;
     if (hold != Hold::kNone && hold < record.wanted) return;
     if (hold == Hold::kNone && record.wanted == Hold::kNone) return;
+    // What is only said once more is tried at once, but no more often for that.
+    if (record.wanted != hold) record.pause = Clock::duration::zero();
     record.wanted = hold;
-    record.pause = Clock::duration::zero();
     // A refusal is seen to each time that it is heard.
     record.verify = true;
     queue_switching(device);
@@ -151,6 +155,7 @@ void Reporter::make_so(const Subject& device) {
         if (known == records_.end()) return;
         Record& record = known->second;
         before = record;
+        record.due.reset();
         wanted = record.wanted;
         if (wanted == record.done && !record.verify) return;
         record.done = wanted;
@@ -164,6 +169,7 @@ void Reporter::make_so(const Subject& device) {
     // What a gate has just seen to be off need not be looked at again.
     const bool is_so = wanted == before.done && before.seen.held && before.seen.off;
     if (!is_so && !switch_as(before, wanted)) return switch_later(device, before.done);
+    if (before.pause != Clock::duration::zero()) note_switched(device);
     if (manner_.closings != nullptr && !is_ours) manner_.closings->remove(device);
 }
 
@@ -176,18 +182,26 @@ void Reporter::switch_later(const Subject& device, Hold before) {
         Record& record = known->second;
         record.verify = true;
         if (record.done == Hold::kNone) record.done = std::max(before, Hold::kSilence);
-        record.pause = std::max<Clock::duration>(kFirstPause, 2 * record.pause);
-        due_.emplace(Clock::now() + record.pause, device);
+        record.pause = std::clamp<Clock::duration>(2 * record.pause, kFirstPause, kLongestPause);
+        record.due = Clock::now() + record.pause;
     }
     if (manner_.wake) manner_.wake();
+}
+
+void Reporter::note_switched(const Subject& device) {
+    const MutexLock lock(mutex_);
+    const auto known = records_.find(device.key());
+    if (known != records_.end()) known->second.pause = Clock::duration::zero();
 }
 
 std::vector<Subject> Reporter::take_due(Clock::time_point now) {
     std::vector<Subject> devices;
     const MutexLock lock(mutex_);
-    const auto end = due_.upper_bound(now);
-    for (auto at = due_.begin(); at != end; ++at) devices.push_back(at->second);
-    due_.erase(due_.begin(), end);
+    for (auto& [key, record] : records_) {
+        if (!record.due || *record.due > now) continue;
+        record.due.reset();
+        devices.push_back(record.subject);
+    }
     return devices;
 }
 

@@ -219,43 +219,6 @@ TEST_F(SwitchingTest, DeviceIsOffWhileThereIsNoAnswerAndOnWhenThereIsOne) {
     EXPECT_THAT(Notices(), ElementsAre("opened 1-2"));
 }
 
-// Twice as late each time, as long as something cannot be read, and a minute at most.
-TEST_F(SwitchingTest, WhatCannotBeReadIsLookedAtAgainByAndBy) {
-    Sighting unread;
-    unread.unread = true;
-    Judge(kStick, unread);
-    EXPECT_THAT(Switched(), ElementsAre("close 1-2"));
-    EXPECT_THAT(Notices(), ElementsAre("closed 1-2: what it is cannot be read"));
-    std::vector<int64_t> pauses;
-    for (int look = 0; look < 8; ++look) {
-        const auto deadline = reporter_->next_deadline();
-        ASSERT_TRUE(deadline);
-        const auto pause = *deadline - Reporter::Clock::now();
-        pauses.push_back(std::chrono::ceil<seconds>(pause).count());
-        EXPECT_FALSE(reporter_->take_another_look(*deadline - milliseconds(1)));
-        EXPECT_TRUE(reporter_->take_another_look(*deadline));
-        EXPECT_FALSE(reporter_->take_another_look(*deadline)) << "once";
-        Judge(kStick, unread, Ask::kIfChanged);
-        // What closed it may have failed, too.
-        EXPECT_THAT(Switched(), ElementsAre("close 1-2"));
-    }
-    EXPECT_THAT(pauses, ElementsAre(1, 2, 4, 8, 16, 32, 60, 60));
-    EXPECT_THAT(Calls(), IsEmpty());
-    Judge(kStick, Usb(1005, {8}), Ask::kIfChanged);
-    EXPECT_THAT(Switched(), ElementsAre("open 1-2"));
-}
-
-TEST_F(SwitchingTest, WhatCouldNotBeClosedIsClosedLater) {
-    switches_.close_failures = 2;
-    Refuse(kStick, Usb(1005, {8}));
-    for (int more = 0; more < 2; ++more) {
-        ASSERT_TRUE(reporter_->next_deadline());
-        reporter_->lose_patience(*reporter_->next_deadline());
-        EXPECT_THAT(Switched(), ElementsAre("close 1-2"));
-    }
-    EXPECT_EQ(reporter_->next_deadline(), std::nullopt);
-}
-
 TEST_F(SwitchingTest, HidThatWasOffWhileItWasLookedAtIsAskedAboutAgain) {
     auto answer = Stall();
     allows_ = false;
