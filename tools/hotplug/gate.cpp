@@ -127,14 +127,17 @@ void Gate::configure(const std::string& device) {
 }
 
 // As its module is loaded, such a driver takes what it knows from the kernel's own, and has it
-// configured anew, whether the kernel looks for drivers or not. Not a hub, which is none of ours.
-void Gate::unbind_from_other(const Subject& device) {
+// configured anew, whether the kernel looks for drivers or not. Not a hub, which is none of ours:
+// false if it cannot be told whether it is one.
+bool Gate::unbind_from_other(const Subject& device) {
     const std::string driver = system_->driver_of(device.name);
-    if (driver.empty() || driver == kDeviceDriver ||
-        is_hub(system_->interfaces(device).value_or(std::vector<UsbInterface>())))
-        return;
+    if (driver.empty() || driver == kDeviceDriver) return true;
+    const auto interfaces = system_->interfaces(device);
+    if (!interfaces) return false;
+    if (is_hub(*interfaces)) return true;
     notice_("took " + device.name + " from " + driver + ": it is not let in");
     system_->unbind(driver, device);
+    return true;
 }
 
 // False if that cannot be told.
@@ -242,8 +245,7 @@ bool Gate::close_interfaces(const Subject& device) {
     const MutexLock lock(state->mutex);
     const bool is_closed = switches_->close_interfaces(device);
     state->hid_devices.clear();
-    unbind_from_other(device);
-    return is_closed;
+    return unbind_from_other(device) && is_closed;
 }
 
 // By the same rules: an input device of it may still be held.

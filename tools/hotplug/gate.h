@@ -171,7 +171,7 @@ class Gate : public Switches {
 
     SharedState state_of(const Subject& device);
     void configure(const std::string& device);
-    void unbind_from_other(const Subject& device);
+    bool unbind_from_other(const Subject& device);
     bool judge_whole(const Subject& device, State* state) REQUIRES(state->mutex);
     // Drops what is known if the device is another one, of which nobody was told that it came.
     bool recognise(const Subject& device, State* state) REQUIRES(state->mutex);

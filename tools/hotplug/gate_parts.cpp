@@ -44,6 +44,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     if (interfaces.empty() && system_->driver_of(device.name) != kDeviceDriver) {
         if (!judge_whole(device, state)) {
             admission.held = admission.is_question = true;
+            admission.incomplete = !unbind_from_other(device);
             return admission;
         }
         auto configured = system_->interfaces(device);
@@ -84,7 +85,9 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
     admission.interfaces = std::move(interfaces);
     admission.is_question = is_question(parts, admission.interfaces);
     hold_inputs(device, *state, parts, &admission);
-    if (admission.held && are_without_drivers(parts)) unbind_from_other(device);
+    if (admission.held && are_without_drivers(parts)) {
+        admission.incomplete |= !unbind_from_other(device);
+    }
     return admission;
 }
 
@@ -93,9 +96,7 @@ bool Gate::judge_whole(const Subject& device, State* state) {
     const Identity& identity = *state->identity;
     const Claim claim = {0, {}, identity.vendorId, identity.productId};
     const bool allowed = state->said ? *state->said : preview_->of(claim) == Foreseen::kAllowed;
-    if (!allowed) {
-        unbind_from_other(device);
-    } else if (!system_->has_driver(device.name)) {
+    if (allowed && !system_->has_driver(device.name)) {
         system_->probe(device.name);
         // A driver that has looked at it and does not want it has left it to the kernel's own.
         configure(device.name);

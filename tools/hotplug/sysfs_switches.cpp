@@ -26,9 +26,15 @@ bool SysfsSwitches::close_interfaces(const Subject& device) {
     const Presence presence = presence_in(directory, device);
     if (presence != Presence::kThere) return presence == Presence::kGone;
     if (interfaces && is_hub(*interfaces)) return true;
-    const std::vector<std::string> open = to_be_switched(device, directory, interfaces, true);
-    bool all = interfaces.has_value() || !open.empty();
-    for (const std::string& name : open) {
+    const auto open = to_be_switched(device, directory, interfaces, true);
+    if (!open) return false;
+    bool all = true;
+    for (const std::string& name : *open) {
+        // Everything behind it would go as well, for what may be a hub and nothing else.
+        if (!interfaces && serves_hub(directory.fd(), name)) {
+            all = false;
+            continue;
+        }
         const std::string path = name + "/" + kAuthorized;
         if (!directory.write(path, '0')) all &= !complain(path);
     }
@@ -42,14 +48,14 @@ DeviceDirectory::Presence SysfsSwitches::presence_in(const DeviceDirectory& dire
     return presence;
 }
 
-// Those that are on, or off; all of them, if that cannot be told.
-std::vector<std::string> SysfsSwitches::to_be_switched(
+// Those that are on, or off; all of them, if that cannot be told. Nothing if they cannot be listed.
+std::optional<std::vector<std::string>> SysfsSwitches::to_be_switched(
         const Subject& device, const DeviceDirectory& directory,
         const std::optional<std::vector<UsbInterface>>& interfaces, bool are_on) {
     if (!interfaces) {
         auto names = interface_names(directory.fd(), device.name);
         if (!names) complain(device.name);
-        return names ? std::move(*names) : std::vector<std::string>();
+        return names;
     }
     std::vector<std::string> names;
     for (const UsbInterface& interface : *interfaces) {
@@ -64,10 +70,11 @@ bool SysfsSwitches::open_interfaces(const Subject& device) {
     const Presence presence = presence_in(directory, device);
     if (presence != Presence::kThere) return presence == Presence::kGone;
     const auto interfaces = read_interfaces(directory.fd(), device.name);
-    const std::vector<std::string> closed = to_be_switched(device, directory, interfaces, false);
-    bool all = interfaces.has_value() || !closed.empty();
+    const auto closed = to_be_switched(device, directory, interfaces, false);
+    if (!closed) return false;
+    bool all = true;
     std::vector<std::string> opened;
-    for (const std::string& name : closed) {
+    for (const std::string& name : *closed) {
         const std::string path = name + "/" + kAuthorized;
         if (directory.write(path, '1')) {
             opened.push_back(name);

@@ -37,7 +37,7 @@ class SysfsSwitches : public Switches {
 
   private:
     DeviceDirectory::Presence presence_in(const DeviceDirectory& directory, const Subject& device);
-    std::vector<std::string> to_be_switched(
+    std::optional<std::vector<std::string>> to_be_switched(
             const Subject& device, const DeviceDirectory& directory,
             const std::optional<std::vector<UsbInterface>>& interfaces, bool are_on);
     bool set_device(const Subject& device, char value);

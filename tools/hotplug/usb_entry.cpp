@@ -245,6 +245,11 @@ bool is_hub(const std::vector<UsbInterface>& interfaces) {
            });
 }
 
+bool serves_hub(int directory, const std::string& interface) {
+    const auto driver = driver_of(directory, interface);
+    return driver ? *driver == kHubDriver : number(read_attribute(directory, "maxchild"), 10) > 0;
+}
+
 bool is_settled(const std::vector<UsbInterface>& interfaces) {
     bool waits = false;
     for (const UsbInterface& interface : interfaces) {

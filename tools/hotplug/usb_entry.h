@@ -83,6 +83,9 @@ int32_t reported_class(const UsbInterface& interface);
 
 // A hub is what the hub's driver serves, all of it.
 bool is_hub(const std::vector<UsbInterface>& interfaces);
+// Whether that driver has an interface of the device whose directory is open. If that cannot be
+// told: whether the device has ports, of which nobody but that driver tells the kernel.
+bool serves_hub(int directory, const std::string& interface);
 
 // Whether what the interfaces are can be told already. A HID device without a driver is nothing
 // yet: neither a keyboard, nor its vendor's own. (With other interfaces beside it there is

@@ -41,6 +41,7 @@ class FakeKernel : public GateSystem {
         std::string driver = {};
         std::string own_driver = {};  // for the device as a whole, before the kernel's own
         bool is_declined = false;     // by that one, once it has looked
+        bool is_unread = false;       // its interfaces cannot be read
         std::optional<bool> hub_descriptor = true;  // whether it gives one; nothing: it has no node
     };
 

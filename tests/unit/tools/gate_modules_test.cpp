@@ -95,6 +95,26 @@ TEST_F(GateTest, DriverForWholeDevicesKeepsAHub) {
     EXPECT_EQ(Of(0).driver, "hub");
 }
 
+TEST_F(GateTest, DriverForWholeDevicesKeepsWhatMayBeAHubUntilThatCanBeTold) {
+    Plug({{0, {9, {"hub"}}}});
+    Admit();
+    kernel_.load_for_devices("onboard", "1-1");
+    Admit();
+    kernel_.devices["1-1"].is_unread = true;
+    EXPECT_FALSE(gate_.close_interfaces(kPlugged)) << "it is to be done again";
+    EXPECT_EQ(kernel_.driver_of("1-1"), "onboard");
+    EXPECT_THAT(notices_, IsEmpty());
+    Plug({{0, Disk()}});
+    Admit();
+    kernel_.load_for_devices("charger", "1-1");
+    kernel_.devices["1-1"].is_unread = true;
+    EXPECT_FALSE(gate_.close_interfaces(kPlugged));
+    EXPECT_EQ(kernel_.driver_of("1-1"), "charger");
+    kernel_.devices["1-1"].is_unread = false;
+    EXPECT_TRUE(gate_.close_interfaces(kPlugged));
+    EXPECT_EQ(kernel_.driver_of("1-1"), "");
+}
+
 TEST_F(GateTest, DeviceWithoutInterfacesThatAnotherDriverHasIsAQuestionOfItsMaker) {
     Plug({});
     kernel_.load_for_devices("charger", "1-1");

@@ -31,6 +31,10 @@ class SysfsSwitchesTest : public testing::Test {
     static void Attribute(const std::string& path, const std::string& value) {
         WriteFile(UsbPath(path), value);
     }
+    static void CannotBeRead(const std::string& path) {
+        RemoveTree(UsbPath(path));
+        MakeDir(UsbPath(path));
+    }
     static std::vector<std::string> Authorized() {
         return {ReadFile(UsbPath("1-2", "authorized")), ReadFile(UsbPath("1-2:1.0", "authorized")),
                 ReadFile(UsbPath("1-2:1.1", "authorized"))};
@@ -87,6 +91,51 @@ TEST_F(SysfsSwitchesTest, OnlyPartlyAHubIsClosed) {
     tree_->Bind("1-2:1.0", "hub");
     switches_.close_interfaces(kDock);
     EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
+}
+
+// It would take away everything behind it.
+TEST_F(SysfsSwitchesTest, HubThatCannotBeReadIsLeftAlone) {
+    tree_->Bind("1-2:1.0", "hub");
+    tree_->Bind("1-2:1.1", "hub");
+    CannotBeRead("1-2:1.1/bInterfaceClass");
+    EXPECT_FALSE(switches_.close_interfaces(kDock)) << "it may be another thing as well";
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
+    RemoveTree(UsbPath("1-2:1.1/bInterfaceClass"));
+    Attribute("1-2:1.1/bInterfaceClass", "09\n");
+    EXPECT_TRUE(switches_.close_interfaces(kDock));
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "1\n"));
+    EXPECT_THAT(complaints_, IsEmpty());
+}
+
+TEST_F(SysfsSwitchesTest, WhatIsNoHubOfADeviceThatCannotBeReadIsClosed) {
+    tree_->Bind("1-2:1.0", "hub");
+    tree_->Bind("1-2:1.1", "usb-storage");
+    CannotBeRead("1-2:1.0/bInterfaceClass");
+    EXPECT_FALSE(switches_.close_interfaces(kDock));
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "0\n"));
+    // Whatever it says of itself: the driver tells.
+    Attribute("1-2:1.1/bInterfaceClass", "09\n");
+    Attribute("1-2:1.1/authorized", "1\n");
+    EXPECT_FALSE(switches_.close_interfaces(kDock));
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "0\n"));
+    // It is refused as a whole, and that is seen to when it can be.
+    RemoveTree(UsbPath("1-2:1.0/bInterfaceClass"));
+    Attribute("1-2:1.0/bInterfaceClass", "09\n");
+    EXPECT_TRUE(switches_.close_interfaces(kDock));
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
+}
+
+// Ports are what the hub's driver has told the kernel of.
+TEST_F(SysfsSwitchesTest, InterfaceWhoseDriverCannotBeToldIsClosedUnlessTheDeviceHasPorts) {
+    CannotBeRead("1-2:1.0/driver");  // which is no link
+    EXPECT_TRUE(switches_.close_interfaces(kDock));
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "0\n", "0\n"));
+    Attribute("1-2/maxchild", "7\n");
+    for (const char* interface : {"1-2:1.0/authorized", "1-2:1.1/authorized"}) {
+        Attribute(interface, "1\n");
+    }
+    EXPECT_FALSE(switches_.close_interfaces(kDock));
+    EXPECT_THAT(Authorized(), ElementsAre("1\n", "1\n", "0\n")) << "the other has no driver";
 }
 
 TEST_F(SysfsSwitchesTest, InterfacesAreOpenedAndTheirDriversLookedFor) {
