@@ -42,7 +42,8 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         return;
     }
     follow(admission, reporter);
-    if (!admission.identity && !admission.unread) return;
+    // A hub, which may have been closed while it could not be read.
+    if (!admission.identity && !admission.unread) return reporter->forget_here(device);
     bool has_drivers = false;
     const auto look = [&] {
         if (admission.unread) {

@@ -116,6 +116,11 @@ void Reporter::judge_here(const Subject& device, const Read& read, Ask when) {
     ask(present, device, read, when);
 }
 
+void Reporter::forget_here(const Subject& device) {
+    resume(device);
+    let_go(session(), device);
+}
+
 void Reporter::removed(const Subject& device) {
     // It has come and gone while it waited for its turn.
     if (lanes_.take_back(device.key()) && !has_record(device)) return;

@@ -130,6 +130,9 @@ class Reporter {
 
     // The same by a caller who is on the device's lane already (see run()).
     void judge_here(const Subject& device, const Read& read, Ask when);
+    // It is there, but none that is judged. What was known of it, or left by an earlier reporter,
+    // is no more.
+    void forget_here(const Subject& device);
     // Does it among what is asked about the device.
     void run(const Subject& device, std::function<void()> job,
              Lanes::Job meaning = Lanes::Job::kOther) {

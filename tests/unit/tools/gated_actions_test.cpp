@@ -7,6 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string>
+
+#include <android-base/file.h>
+
 #include "tests/support/usb_tree.h"
 #include "tests/support/world.h"
 #include "tests/unit/tools/fake_kernel.h"
@@ -15,6 +20,7 @@
 namespace android::vus::hotplug {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -28,7 +34,15 @@ class GatedActionsTest : public SwitchingTest {
         tree.AddBus(1);
         disk_ = {"1-2", tree.AddDevice("1-2", FlashDrive())};
         WriteFile(UsbPath("1-2", "busnum"), "1\n");
+        Start();
+    }
+
+    // A reporter, perhaps after another one.
+    void Start() {
+        reporter_.reset();
+        closings_ = std::make_unique<Closings>(file_);
         Reporter::Manner manner = Manner(/*fail_closed=*/true);
+        manner.closings = closings_.get();
         manner.answered = [this](const Subject& device, const Sighting& seen, bool allowed) {
             gate_.answered(device, allowed, seen.incarnation);
         };
@@ -36,12 +50,23 @@ class GatedActionsTest : public SwitchingTest {
         reporter_->set_service(fake_);
         actions_ = gated_actions(&gate_, reporter_.get(), [] {});
     }
+    void TearDown() override { reporter_.reset(); }
+
+    void PlugHub() {
+        Plug("");
+        kernel_.devices["1-2"].interfaces[0] = {9, {kHubDriver}};
+    }
+    void Judge() {
+        actions_.judge_usb(disk_, Ask::kIfChanged);
+        reporter_->drain();
+    }
+    bool IsWrittenDown() { return Closings(file_).take_earlier(disk_); }
 
     // As sysfs shows it already.
     void Plug(const std::string& driver) {
         if (driver.empty()) RemoveFile(UsbPath("1-2:1.0", "driver"));
         FakeKernel::Device device;
-        device.number = disk_.number;
+        device.number = device.identity.deviceId = disk_.number;
         device.interfaces[0] = {8, {"usb-storage"}};
         device.interfaces[0].authorized = !driver.empty();
         device.interfaces[0].driver = driver;
@@ -67,6 +92,9 @@ class GatedActionsTest : public SwitchingTest {
     }
 
     Subject disk_;
+    TemporaryDir top_;
+    const std::string file_ = std::string(top_.path) + "/closed";
+    std::unique_ptr<Closings> closings_;
     FakeKernel kernel_;
     PolicyPreview preview_;
     Gate gate_{&kernel_, &switches_, &preview_, [](const std::string&) {}};
@@ -103,6 +131,47 @@ TEST_F(GatedActionsTest, InterfaceThatWasShutBesideADriverIsOpenedByAYes) {
     actions_.judge_usb(disk_, Ask::kAlways);
     reporter_->drain();
     EXPECT_THAT(switches_.Take(), ElementsAre("close 1-2"));
+}
+
+TEST_F(GatedActionsTest, NothingIsKeptOfAHubThatCouldNotBeReadOnce) {
+    PlugHub();
+    kernel_.devices["1-2"].is_unread = true;
+    switches_.close_failures = 1;
+    Judge();
+    EXPECT_THAT(Notices(), ElementsAre("closed 1-2: what it is cannot be read"));
+    EXPECT_TRUE(IsWrittenDown());
+    EXPECT_TRUE(reporter_->take_another_look(start_ + std::chrono::hours(1)));
+    EXPECT_TRUE(reporter_->next_deadline()) << "it is to be closed";
+    kernel_.devices["1-2"].is_unread = false;
+    Judge();
+    EXPECT_EQ(kernel_.driver_of("1-2:1.0"), kHubDriver);
+    EXPECT_FALSE(IsWrittenDown());
+    EXPECT_EQ(reporter_->next_deadline(), std::nullopt);
+}
+
+TEST_F(GatedActionsTest, HubThatAnEarlierReporterCouldNotReadIsForgotten) {
+    PlugHub();
+    kernel_.devices["1-2"].is_unread = true;
+    Judge();
+    kernel_.devices["1-2"].is_unread = false;
+    Start();
+    EXPECT_TRUE(IsWrittenDown());
+    Judge();
+    EXPECT_FALSE(IsWrittenDown());
+    EXPECT_THAT(fake_->Take(), IsEmpty());
+}
+
+// Its driver has come.
+TEST_F(GatedActionsTest, WhatHasBecomeAHubIsNoLongerListed) {
+    PlugHub();
+    kernel_.drivers = {};
+    allows_ = false;
+    Judge();
+    EXPECT_THAT(fake_->Take(), Contains("judge " + disk_.key()));
+    kernel_.drivers = {kHubDriver};
+    Judge();
+    EXPECT_EQ(kernel_.driver_of("1-2:1.0"), kHubDriver);
+    EXPECT_THAT(fake_->Take(), ElementsAre("update " + disk_.key() + " 0"));
 }
 
 TEST_F(GatedActionsTest, InputDeviceThatCouldNotBeLookedAtStaysSilent) {
