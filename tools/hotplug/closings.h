@@ -5,8 +5,9 @@
 // somebody else, and stays closed.
 //
 // The file is replaced as a whole by each change, in a directory that is root's own, and does not
-// outlive the boot: names and numbers mean other devices then. A file that cannot be read or
-// written costs only that.
+// outlive the boot: names and numbers mean other devices then. A file that is none of ours is
+// replaced as well; one that cannot be read now is left as it is until it can be. A file that
+// cannot be read or written costs only that.
 //
 // Owns nothing that outlives a call. Thread-safe.
 
@@ -40,11 +41,12 @@ class Closings {
   private:
     // By port and number, or by an input device's name.
     static std::string line_of(const Subject& device);
-    void read();
+    void read() REQUIRES(mutex_);
     void write() REQUIRES(mutex_);
 
     const std::string file_;
     Mutex mutex_;
+    bool is_read_ GUARDED_BY(mutex_) = false;
     std::set<std::string> closed_ GUARDED_BY(mutex_);
     std::set<std::string> earlier_ GUARDED_BY(mutex_);  // of these, whose reporter is no more
 };
