@@ -138,9 +138,11 @@ bool see_behind(const std::string& input, Sighting* seen) {
     if (result != 0 && !has_gone(errno)) return false;
     const std::string name = base::Basename(path);
     if (!is_hid_name(name)) return true;
-    seen->hid_device = name;
     const std::string usb_device = base::Basename(base::Dirname(base::Dirname(path)));
-    seen->usb_device = {usb_device, usb_number(usb_device)};
+    const auto number = try_usb_number(usb_device);
+    if (!number) return false;
+    seen->hid_device = name;
+    seen->usb_device = {usb_device, *number};
     return true;
 }
 

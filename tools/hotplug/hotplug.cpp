@@ -4,7 +4,6 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,6 +13,7 @@
 
 #include "tools/hotplug/device_reader.h"
 #include "tools/hotplug/gated_actions.h"
+#include "tools/hotplug/look_around.h"
 #include "tools/hotplug/usb_entry.h"
 
 namespace android::vus::hotplug {
@@ -132,35 +132,7 @@ bool Hotplug::connect(std::string* why_not) {
 }
 
 void Hotplug::report_present(Ask when) {
-    Present present;
-    bool is_all = true;
-    for (const char* subsystem : kReportedSubsystems) {
-        is_all &= report_present_of(subsystem, when, &present);
-    }
-    if (!is_all) return reporter_.look_again_later();
-    if (gate_ != nullptr) {
-        for (const Subject& held : gate_->keep_only(present.keys)) reporter_.held_no_more(held);
-        present.keys.merge(gate_->held_keys());
-    }
-    if (meter_ != nullptr) meter_->keep_only(present.keys);
-    reporter_.keep_only(present);
-}
-
-// False if who is not among them may be there all the same.
-bool Hotplug::report_present_of(const char* subsystem, Ask when, Present* present) {
-    const auto paths = present_devices(subsystem);
-    if (!paths) return false;
-    for (const std::string& path : *paths) {
-        const Event device = {"", subsystem, path, usb_number(base::Basename(path))};
-        if (meter_ != nullptr) meter_->found(device);
-        const std::string key = tracker_.found(device, when);
-        if (key.empty()) continue;
-        present->keys.insert(key);
-        const bool has_driver = access((path + "/driver").c_str(), F_OK) == 0;
-        // Where there is a gate, it knows why.
-        if (gate_ == nullptr && is_hid_name(key) && !has_driver) present->closed_hid.insert(key);
-    }
-    return true;
+    look_around(when, &tracker_, &reporter_, gate_, meter_);
 }
 
 // -1, which is for ever, while no device settles and the daemon is there.
@@ -177,7 +149,9 @@ int Hotplug::timeout_ms() const {
 
 void Hotplug::handle_event(Event* event) {
     if (event->number == 0 && event->action != "remove") {
-        event->number = usb_number(base::Basename(event->path));
+        const auto number = try_usb_number(base::Basename(event->path));
+        if (!number) reporter_.look_again_later();
+        event->number = number.value_or(0);
     }
     if (meter_ != nullptr) meter_->heard(*event);
     tracker_.handle(*event, Tracker::Clock::now());

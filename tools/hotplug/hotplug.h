@@ -58,7 +58,6 @@ class Hotplug {
     bool connect(std::string* why_not);
     void tell_of_little_room() const;
     void report_present(Ask when);
-    bool report_present_of(const char* subsystem, Ask when, Present* present);
     int timeout_ms() const;
     void handle_events();
     void handle_event(Event* event);

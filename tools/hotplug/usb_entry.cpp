@@ -222,9 +222,15 @@ void wait_until_configured(const std::string& device) {
     usb_attribute(device, "bNumInterfaces");
 }
 
-int32_t usb_number(const std::string& device) {
+std::optional<int32_t> try_usb_number(const std::string& device) {
     if (!is_device_entry(device)) return 0;
-    return number_with(device, usb_attribute(device, "devnum"));
+    const auto devnum = try_attribute(AT_FDCWD, path_of(device) + "/devnum");
+    if (!devnum && !has_gone(errno)) return std::nullopt;
+    return number_with(device, devnum.value_or(""));
+}
+
+int32_t usb_number(const std::string& device) {
+    return try_usb_number(device).value_or(0);
 }
 
 std::optional<int32_t> usb_number(int directory, const std::string& device) {

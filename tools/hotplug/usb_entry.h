@@ -73,8 +73,11 @@ void wait_until_configured(const std::string& device);
 
 // The device's number as the daemon knows it, bus number * 1000 + device number; 0 if it has gone,
 // and of whatever is no device that can be plugged in. Its name begins with the bus number.
+// Nothing if it cannot be read.
+std::optional<int32_t> try_usb_number(const std::string& device);
+// The same; 0 if it cannot be read.
 int32_t usb_number(const std::string& device);
-// The same of an open directory. Nothing, with errno telling why, if it cannot be read.
+// That of an open directory. Nothing, with errno telling why, if it cannot be read, or has gone.
 std::optional<int32_t> usb_number(int directory, const std::string& device);
 
 // The class that is reported: what the interface claims, unless that is HID and another driver than

@@ -317,6 +317,23 @@ TEST_F(InputSightingTest, BoardsOwnKeysAreAskedAbout) {
     EXPECT_EQ(seen.hid_device, "");
 }
 
+// What is switched behind it would be in nobody's order.
+TEST_F(InputSightingTest, InputDeviceOfAUsbDeviceWithoutANumberIsUnread) {
+    Has(EV_KEY, KEY_A);
+    const std::string devnum = UsbPath("1-2", "devnum");
+    WriteFile(devnum, "5\n");
+    const Sighting seen = See("input5");
+    EXPECT_FALSE(seen.unread);
+    EXPECT_EQ(seen.hid_device, kHid);
+    EXPECT_EQ(seen.usb_device.key(), "1005");
+    RemoveFile(devnum);
+    MakeDir(devnum);
+    EXPECT_TRUE(See("input5").unread);
+    EXPECT_FALSE(See("input6").unread) << "it is nobody's";
+    RemoveTree(UsbPath("1-2"));
+    EXPECT_FALSE(See("input5").unread) << "it has gone";
+}
+
 // A device of which something could not be read would be another device: one of no vendor, or one
 // with fewer interfaces, which stays on.
 TEST_F(DeviceReaderTest, WithoutMeansForAMomentADeviceIsReadAsItIs) {

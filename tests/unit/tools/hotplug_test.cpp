@@ -184,6 +184,20 @@ TEST_F(HotplugTest, DeviceThatCouldNotBeReadIsJudgedWhenItCanBe) {
     EXPECT_THAT(switches_.TakeAtLeast(1), ElementsAre("open 1-1"));
 }
 
+// Without it a device is none that is known, and none that has gone.
+TEST_F(HotplugTest, DeviceWhoseNumberCouldNotBeReadIsJudgedWhenItCanBe) {
+    AddDevice("1-1", 2);
+    const std::string devnum = UsbPath("1-1", "devnum");
+    const std::string read = ReadFile(devnum);
+    RemoveTree(devnum);
+    MakeDir(devnum);
+    Start();
+    RemoveTree(devnum);
+    WriteFile(devnum, read);
+    EXPECT_THAT(fake_->TakeAtLeast(1), ElementsAre("judge 1002"));
+    EXPECT_THAT(switches_.Take(), IsEmpty());
+}
+
 TEST_F(HotplugTest, InterfacesOfAnotherConfigurationAreJudged) {
     Start();
     AddDevice("1-1", 2);
