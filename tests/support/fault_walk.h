@@ -30,6 +30,11 @@ inline constexpr Fault kNoDescriptors = {"EMFILE", EMFILE};
 inline constexpr Fault kNoMemory = {"ENOMEM", ENOMEM};
 inline constexpr Fault kFaults[] = {kBroken, kFull, kNoDescriptors, kNoMemory};
 
+// Whether a call that fails so is made again for a while.
+inline bool IsForAMoment(const Fault& fault) {
+    return fault.error == EMFILE || fault.error == ENOMEM;
+}
+
 inline size_t OpenDescriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));

@@ -33,14 +33,16 @@ int32_t hexadecimal(const std::string& text) {
     return static_cast<int32_t>(strtol(text.c_str(), nullptr, 16));
 }
 
-// It need not have a name.
+// It need not have a name; but what has one would be another device without it.
 std::optional<DeviceInfo> usb_identity(const DeviceDirectory& directory, int32_t number) {
     const auto vendor = try_attribute(directory.fd(), "idVendor");
     const auto product = try_attribute(directory.fd(), "idProduct");
     const auto code = try_attribute(directory.fd(), "bDeviceClass");
     if (!vendor || !product || !code) return std::nullopt;
+    const auto name = try_attribute(directory.fd(), "product");
+    if (!name && !has_gone(errno)) return std::nullopt;
     DeviceInfo info;
-    info.deviceName = clean_name(read_attribute(directory.fd(), "product"));
+    info.deviceName = clean_name(name.value_or(""));
     if (info.deviceName.empty()) info.deviceName = *vendor + ":" + *product;
     info.deviceId = number;
     info.deviceClass = hexadecimal(*code);
@@ -151,10 +153,11 @@ Sighting read_input_device(const std::string& input, const std::string& event) {
     const base::unique_fd fd =
             open_node(node, O_RDONLY | O_NONBLOCK, std::string(kInputClassDir) + "/" + event);
     libevdev* opened = nullptr;
-    Sighting seen;
-    // A built-in one stays as it is: no rule of any policy is about what nobody can open.
-    seen.unread = !fd.ok() && !has_gone(errno) && is_input_of_a_bus(input);
-    if (!fd.ok() || libevdev_new_from_fd(fd.get(), &opened) != 0) {
+    const int error = fd.ok() ? -libevdev_new_from_fd(fd.get(), &opened) : errno;
+    if (error != 0) {
+        Sighting seen;
+        // A built-in one stays as it is: no rule of any policy is about what nobody can open.
+        seen.unread = !has_gone(error) && is_input_of_a_bus(input);
         seen.settled = false;
         return seen;
     }

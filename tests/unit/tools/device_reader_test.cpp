@@ -109,6 +109,16 @@ TEST_F(DeviceReaderTest, DeviceWithoutProductTextIsCalledByItsIds) {
     EXPECT_EQ(ReadUsb("2-1")->deviceName, "0951:1666");
 }
 
+// It would be told as another device, and told as this one again.
+TEST_F(DeviceReaderTest, DeviceWhoseNameCannotBeReadIsUnread) {
+    AddDevice("2-1", 0);
+    RemoveFile(UsbPath("2-1", "product"));
+    MakeDir(UsbPath("2-1", "product"));
+    const Sighting seen = read_usb_device({"2-1", 2017});
+    EXPECT_TRUE(seen.unread);
+    EXPECT_FALSE(seen.info);
+}
+
 TEST_F(DeviceReaderTest, NameIsPrintableWhateverTheDeviceSays) {
     AddDevice("2-1", 0);
     WriteFile(UsbPath("2-1", "product"), "Stick\n   Device status: 1\x1b[2J\xff\n");
@@ -237,9 +247,10 @@ TEST_F(DeviceReaderTest, InputNodeThatIsNoEventNodeIsNothing) {
 }
 
 // A built-in one that its driver cannot open, such as a touchscreen that is off, is left alone.
-TEST_F(DeviceReaderTest, InputNodeThatCannotBeOpenedIsUnreadIfItCameOfABus) {
+TEST_F(DeviceReaderTest, InputNodeThatCannotBeReadIsUnreadIfItCameOfABus) {
     MakeDir("/dev/input");
     std::filesystem::create_symlink("event3", "/dev/input/event3");  // too many links, says open()
+    WriteFile("/dev/input/event4", "this can be opened, and does not answer");
     for (const auto& [parent, unread] :
          {std::pair("/sys/devices/soc/1-2/1-2:1.0/0003:0627:0001.0001/input", true),
           std::pair("/sys/devices/platform/panel/input", false)}) {
@@ -248,9 +259,11 @@ TEST_F(DeviceReaderTest, InputNodeThatCannotBeOpenedIsUnreadIfItCameOfABus) {
         MakeDir("/sys/class/input");
         std::filesystem::create_directory_symlink(std::string(parent) + "/input5",
                                                   "/sys/class/input/input5");
-        const Sighting seen = read_input_device("input5", "event3");
-        EXPECT_EQ(seen.unread, unread) << parent;
-        EXPECT_FALSE(seen.info);
+        for (const char* event : {"event3", "event4"}) {
+            const Sighting seen = read_input_device("input5", event);
+            EXPECT_EQ(seen.unread, unread) << parent << " " << event;
+            EXPECT_FALSE(seen.info);
+        }
     }
     RemoveTree("/dev/input");
 }
