@@ -182,13 +182,18 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     auto interfaces = system_->interfaces(device);
     if (!interfaces) return unread();
     note_layout(*interfaces, state.get());
-    shut_what_was_taken(device, state.get(), &*interfaces);
+    const bool is_shut = shut_what_was_taken(device, state.get(), &*interfaces);
     if (claims_to_be_a_hub(*interfaces)) {
-        if (bind_hub(device, *interfaces)) return {};
+        const auto is_bound = bind_hub(device, *interfaces);
+        if (!is_bound) return system_->incarnation(device) == 0 ? Admission() : unread();
+        if (*is_bound) return {};
         interfaces = system_->interfaces(device);
     }
     if (!anybody_there) return {};
-    return interfaces ? let_in(device, state.get(), std::move(*interfaces)) : unread();
+    if (!interfaces) return unread();
+    Admission admission = let_in(device, state.get(), std::move(*interfaces));
+    admission.incomplete |= !is_shut;
+    return admission;
 }
 
 Admission Gate::unread() {
@@ -199,29 +204,35 @@ Admission Gate::unread() {
 
 // What is rebound after a reset, all drivers are tried on, whether the kernel looks for drivers or
 // not. Nobody had a say in that.
-void Gate::shut_what_was_taken(const Subject& device, State* state,
+bool Gate::shut_what_was_taken(const Subject& device, State* state,
                                std::vector<UsbInterface>* interfaces) {
+    bool all = true;
     for (UsbInterface& interface : *interfaces) {
         const std::string& driver = interface.driver;
         if (driver.empty() || driver == kHidDriver || driver == kNodeDriver) continue;
         if (state->hid_devices.count(interface.name) == 0) continue;
         notice_("took " + interface.name + " from " + driver + ": it was HID's");
         state->natures.erase(interface.name);
-        shut_interface(device, state, &interface);
+        all &= shut_interface(device, state, &interface);
     }
+    return all;
 }
 
-void Gate::shut_interface(const Subject& device, State* state, UsbInterface* interface) {
-    system_->authorize(device, interface->name, false);
+// What stays on is what it was.
+bool Gate::shut_interface(const Subject& device, State* state, UsbInterface* interface) {
+    if (!system_->authorize(device, interface->name, false)) return false;
     state->hid_devices.erase(interface->name);
     interface->driver.clear();
     interface->hid_devices.clear();
     interface->authorized = false;
+    return true;
 }
 
 // What is no hub is not switched on for the hub's driver either: another one may wait for it to
 // fail.
-bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces) {
+std::optional<bool> Gate::bind_hub(const Subject& device,
+                                   const std::vector<UsbInterface>& interfaces) {
+    using Bound = GateSystem::Bound;
     const bool waits =
             std::any_of(interfaces.begin(), interfaces.end(),
                         [](const UsbInterface& interface) { return interface.driver.empty(); });
@@ -232,9 +243,11 @@ bool Gate::bind_hub(const Subject& device, const std::vector<UsbInterface>& inte
             all &= interface.driver == kHubDriver;
             continue;
         }
-        if (!interface.authorized) system_->authorize(device, interface.name, true);
-        if (system_->bind(kHubDriver, interface.name) == GateSystem::Bound::kYes) continue;
-        system_->authorize(device, interface.name, false);
+        const bool is_on = interface.authorized || system_->authorize(device, interface.name, true);
+        const Bound bound = is_on ? system_->bind(kHubDriver, interface.name) : Bound::kNotTried;
+        if (bound == Bound::kYes) continue;
+        const bool is_off = system_->authorize(device, interface.name, false);
+        if (bound == Bound::kNotTried || !is_off) return std::nullopt;
         all = false;
     }
     return all;

@@ -179,12 +179,15 @@ class Gate : public Switches {
     // `interfaces` are those that the device has now.
     Admission let_in(const Subject& device, State* state, std::vector<UsbInterface> interfaces)
             REQUIRES(state->mutex);
-    void shut_what_was_taken(const Subject& device, State* state,
+    // Those that shut answer false if the kernel has not switched something off.
+    bool shut_what_was_taken(const Subject& device, State* state,
                              std::vector<UsbInterface>* interfaces) REQUIRES(state->mutex);
-    void shut_interface(const Subject& device, State* state, UsbInterface* interface)
+    bool shut_interface(const Subject& device, State* state, UsbInterface* interface)
             REQUIRES(state->mutex);
     static Admission unread();
-    bool bind_hub(const Subject& device, const std::vector<UsbInterface>& interfaces);
+    // Nothing if the kernel could not be had to try.
+    std::optional<bool> bind_hub(const Subject& device,
+                                 const std::vector<UsbInterface>& interfaces);
     std::vector<Part> parts_of(const Subject& device, State* state,
                                std::vector<UsbInterface> interfaces) REQUIRES(state->mutex);
     static void note_layout(const std::vector<UsbInterface>& interfaces, State* state)
@@ -192,8 +195,8 @@ class Gate : public Switches {
     bool are_still(const std::vector<Part>& parts);
     Kind kind_of(const Subject& device, UsbInterface* interface, State* state)
             REQUIRES(state->mutex);
-    std::optional<HidNature> nature_of(const Subject& device, const UsbInterface& interface,
-                                       State* state) REQUIRES(state->mutex);
+    std::optional<HidNature> nature_of(const Subject& device, UsbInterface* interface, State* state)
+            REQUIRES(state->mutex);
     static void drop_natures(State* state) REQUIRES(state->mutex);
     static bool is_to_be_asked_again(const UsbInterface& interface, const State& state)
             REQUIRES(state.mutex);

@@ -159,8 +159,7 @@ Gate::Kind Gate::kind_of(const Subject& device, UsbInterface* interface, State* 
         }
         // Somebody was killed between two steps. What it is can only be asked without a driver.
         if (!interface->driver.empty()) shut_interface(device, state, interface);
-        nature =
-                state->natures.emplace(interface->name, nature_of(device, *interface, state)).first;
+        nature = state->natures.emplace(interface->name, nature_of(device, interface, state)).first;
     }
     return nature->second && is_source_of_input(*nature->second) ? Kind::kInput : Kind::kVendorHid;
 }
@@ -182,18 +181,19 @@ void Gate::drop_nature_of_another(const UsbInterface& interface, State* state) {
     drop_answers(state);
 }
 
-std::optional<HidNature> Gate::nature_of(const Subject& device, const UsbInterface& interface,
+// It is on for that.
+std::optional<HidNature> Gate::nature_of(const Subject& device, UsbInterface* interface,
                                          State* state) {
-    if (!interface.authorized) system_->authorize(device, interface.name, true);
-    const auto descriptor = system_->report_descriptor(device, interface);
-    if (!interface.authorized) system_->authorize(device, interface.name, false);
+    const std::string& name = interface->name;
+    const bool was_off = !interface->authorized;
+    if (was_off) interface->authorized = system_->authorize(device, name, true);
+    const auto descriptor = system_->report_descriptor(device, *interface);
+    if (was_off) interface->authorized = !system_->authorize(device, name, false);
     if (!descriptor) {
-        if (++state->failures[interface.name] == 1) {
-            notice_(interface.name + " says it is HID, but not what for");
-        }
+        if (++state->failures[name] == 1) notice_(name + " says it is HID, but not what for");
         return std::nullopt;
     }
-    state->failures.erase(interface.name);
+    state->failures.erase(name);
     return parse_report_descriptor(*descriptor);
 }
 
@@ -293,8 +293,8 @@ bool Gate::bind_input(const Subject& device, Part* part, State* state) {
     if (!part->is_done) return true;
     const GateSystem::Bound bound = system_->bind(kHidDriver, interface.name);
     if (bound == GateSystem::Bound::kYes) return true;
-    system_->authorize(device, interface.name, false);
-    part->is_done = bound != GateSystem::Bound::kNotTried;
+    const bool is_off = system_->authorize(device, interface.name, false);
+    part->is_done = is_off && bound != GateSystem::Bound::kNotTried;
     if (bound != GateSystem::Bound::kNo) return true;
     state->natures[interface.name] = std::nullopt;
     return false;
@@ -332,7 +332,7 @@ void Gate::shut_parts(const Subject& device, State* state, std::vector<Part>* pa
         UsbInterface& interface = part.interface;
         if (part.wanted || !interface.authorized) continue;
         if (!part.refused && system_->has_driver(interface.name)) continue;
-        shut_interface(device, state, &interface);
+        part.is_done &= shut_interface(device, state, &interface);
         part.is_as_seen = false;
     }
 }

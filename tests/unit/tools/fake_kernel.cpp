@@ -220,7 +220,7 @@ std::optional<int32_t> FakeKernel::class_of(const std::string& interface) {
 bool FakeKernel::authorize(const Subject& device, const std::string& name, bool on) {
     if (!identity(device)) return false;
     Interface* const interface = find(name);
-    if (interface == nullptr) return false;
+    if (interface == nullptr || stuck.count(name) != 0) return false;
     switched.push_back(name + (on ? " on" : " off"));
     interface->authorized = on;
     if (on) return true;

@@ -62,7 +62,8 @@ class FakeKernel : public GateSystem {
     std::vector<std::string> silent;   // input devices
     bool has_hid_bus = true;
     bool has_interface_default = true;
-    bool interfaces_on = false;  // as an interface appears
+    bool interfaces_on = false;   // as an interface appears
+    std::set<std::string> stuck;  // interfaces that cannot be switched
 
     // Loads a driver of the kind that is tried at once on whatever is on and has none, whether the
     // kernel looks for drivers or not: those of serial adapters.

@@ -72,6 +72,23 @@ TEST_F(GateTest, InputDeviceThatARewrittenPolicyRefusesIsHeldAsIfItCame) {
     EXPECT_EQ(Of(0).driver, kHidDriver);
 }
 
+// Nobody who is asked about what is held would shut it.
+TEST_F(GateTest, WhatTheKernelDoesNotSwitchOffIsLookedAtAgain) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    EXPECT_FALSE(Admit().incomplete);
+    preview_.sources = {};
+    gate_.policy_changed();
+    kernel_.stuck = {"1-1:1.0"};
+    const Admission admission = Admit();
+    EXPECT_TRUE(admission.incomplete);
+    EXPECT_THAT(admission.inputs, IsEmpty()) << "it is one still, and is asked about as that";
+    EXPECT_EQ(Of(0).driver, kHidDriver);
+    kernel_.stuck = {};
+    EXPECT_THAT(Admit().inputs, SizeIs(1));
+    EXPECT_EQ(Of(0).driver, "");
+}
+
 TEST_F(GateTest, UsbDeviceThatARewrittenPolicyRefusesKeepsItsDriverUntilTheDaemonSaysSo) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}});

@@ -76,6 +76,23 @@ TEST_F(GateTest, HubIsBoundByTheHubsDriverAlone) {
     EXPECT_FALSE(Of(0).authorized);
 }
 
+TEST_F(GateTest, HubThatCannotBeSwitchedOnIsLetInByTheNextLook) {
+    Plug({{0, {9, {"hub"}}}});
+    kernel_.stuck = {"1-1:1.0"};
+    EXPECT_TRUE(Admit().unread);
+    EXPECT_THAT(Tried(), IsEmpty());
+    kernel_.stuck = {};
+    EXPECT_FALSE(Admit().unread);
+    EXPECT_EQ(Of(0).driver, "hub");
+}
+
+TEST_F(GateTest, WhatGoesWhileTheHubsDriverIsTriedIsNothing) {
+    Plug({{0, {9, {"ftdi_sio"}}}});
+    kernel_.after_attempt = [this] { kernel_.devices.erase(kPlugged.name); };
+    EXPECT_FALSE(Admit().unread);
+    EXPECT_THAT(Tried(), ElementsAre("hub 1-1:1.0"));
+}
+
 // It would be open to any driver that comes while the hub's is at it.
 TEST_F(GateTest, WhatGivesNoHubsDescriptorIsNotSwitchedOnAsAHub) {
     Plug({{0, {9, {"hub"}}}});

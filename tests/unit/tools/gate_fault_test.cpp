@@ -195,7 +195,7 @@ TEST_F(GateFaultTest, ClosingsAreWholeOrThoseBefore) {
         });
         EXPECT_GT(calls, 5);
         RecordProperty(std::string("closings_not_written_") + fault.name, lost);
-        EXPECT_LE(lost, IsForAMoment(fault) ? 0 : 4) << fault.name;
+        EXPECT_LE(lost, IsForAMoment(fault) ? 0 : 3) << fault.name;
     }
 }
 

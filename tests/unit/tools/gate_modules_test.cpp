@@ -193,6 +193,19 @@ TEST_F(GateTest, InputDeviceIsTakenFromADriverThatGotItByAReset) {
     EXPECT_THAT(Tried(), ElementsAre("usbhid 1-1:1.0", "hid 0003:1209:0011.0002"));
 }
 
+TEST_F(GateTest, InputDeviceThatCannotBeTakenFromADriverIsTakenLater) {
+    preview_.sources = {kSourceKeyboard};
+    Plug({{0, Keyboard()}});
+    Admit();
+    Of(0).takers = {"ftdi_sio"};
+    kernel_.rebind("1-1:1.0", "ftdi_sio");
+    kernel_.stuck = {"1-1:1.0"};
+    EXPECT_TRUE(Admit().incomplete);
+    kernel_.stuck = {};
+    Admit();
+    EXPECT_EQ(Of(0).driver, "");
+}
+
 TEST_F(GateTest, InputDeviceThatWasThereBeforeIsTakenFromAnotherDriverAsWell) {
     Plug({{0, Keyboard()}});
     kernel_.interfaces_on = true;

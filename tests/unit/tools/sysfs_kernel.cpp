@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <filesystem>
+#include <iterator>
 
 #include <android-base/file.h>
 
@@ -17,6 +18,7 @@ namespace android::vus::hotplug {
 namespace {
 
 constexpr char kReportFile[] = "report_descriptor";
+constexpr char kHubFile[] = "gives_hub_descriptor";
 constexpr char kInput[] = "/input/input7";
 const std::map<int32_t, std::string> kDriverOfClass = {{1, "snd-usb-audio"},
                                                        {kHidClass, kHidDriver},
@@ -52,33 +54,51 @@ SysfsKernel::SysfsKernel() {
 }
 
 Subject SysfsKernel::Plug(const std::string& entry, const FakeDevice& device, bool was_there) {
+    const std::lock_guard<std::mutex> lock(mutex_);
     FakeDevice without_drivers = device;
     for (FakeInterface& interface : without_drivers.interfaces) {
         interface.driver.clear();
         interface.functions.clear();
     }
     const int32_t id = tree_.AddDevice(entry, without_drivers);
+    WriteFile(UsbPath(entry, kHubFile), device.ports > 0 ? "yes" : "no");
     for (size_t number = 0; number < device.interfaces.size(); ++number) {
-        const std::string interface = entry + ":1." + std::to_string(number);
-        const int32_t code = device.interfaces[number].code;
-        driver_of_[interface] = kDriverOfClass.at(code);
-        WriteFile(UsbPath(interface, "authorized"), was_there ? "1\n" : "0\n");
-        if (code == kHidClass) {
-            char name[32];
-            snprintf(name, sizeof(name), "0003:%04X:%04X.%04X",
-                     static_cast<unsigned>(device.vendor), static_cast<unsigned>(device.product),
-                     static_cast<unsigned>(number + 1));
-            hid_of_[interface] = name;
-            WriteFile(UsbPath(interface, kReportFile),
-                      std::string(kBootKeyboard.begin(), kBootKeyboard.end()));
-        }
-        if (was_there) TryDrivers(interface);
-        if (was_there && code == kHidClass) BindHid(hid_of_[interface]);
+        PlugInterface(entry + ":1." + std::to_string(number), device, number, was_there);
     }
     return {entry, id};
 }
 
-void SysfsKernel::Follow() {
+void SysfsKernel::PlugInterface(const std::string& interface, const FakeDevice& device,
+                                size_t number, bool was_there) {
+    const FakeInterface& plugged = device.interfaces[number];
+    const bool is_hid = plugged.code == kHidClass;
+    driver_of_[interface] =
+            plugged.driver.empty() ? kDriverOfClass.at(plugged.code) : plugged.driver;
+    WriteFile(UsbPath(interface, "authorized"), was_there ? "1\n" : "0\n");
+    if (is_hid) {
+        char name[32];
+        snprintf(name, sizeof(name), "0003:%04X:%04X.%04X", static_cast<unsigned>(device.vendor),
+                 static_cast<unsigned>(device.product), static_cast<unsigned>(number + 1));
+        hid_of_[interface] = name;
+        WriteFile(UsbPath(interface, kReportFile),
+                  std::string(kBootKeyboard.begin(), kBootKeyboard.end()));
+    }
+    if (was_there) TryDrivers(interface);
+    if (was_there && is_hid) BindHid(hid_of_[interface]);
+}
+
+void SysfsKernel::Unplug(const std::string& entry) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (auto at = driver_of_.begin(); at != driver_of_.end();) {
+        const bool is_its = at->first.substr(0, at->first.find(':')) == entry;
+        at = is_its ? driver_of_.erase(at) : std::next(at);
+    }
+    tree_.Remove(entry);
+}
+
+bool SysfsKernel::Follow() {
+    const std::unique_lock<std::mutex> lock(mutex_, std::try_to_lock);
+    if (!lock.owns_lock()) return false;
     for (const auto& [interface, driver] : driver_of_) {
         const bool is_off = ReadFile(UsbPath(interface, "authorized")).substr(0, 1) == "0";
         if (is_off && Exists(UsbPath(interface, "driver"))) Unbind(interface);
@@ -93,6 +113,7 @@ void SysfsKernel::Follow() {
         RemoveTree(hid_device + "/input");
         RemoveFile(std::string(kInputClassDir) + "/input7");
     }
+    return true;
 }
 
 void SysfsKernel::TryDrivers(const std::string& interface, const std::string& only) {
@@ -158,6 +179,12 @@ std::set<std::string> SysfsKernel::Authorized() const {
         if (ReadFile(UsbPath(interface, "authorized")).substr(0, 1) == "1") on.insert(interface);
     }
     return on;
+}
+
+std::optional<bool> SysfsGateOverFiles::tells_hub(const Subject& device) {
+    std::string text;
+    if (!base::ReadFileToString(UsbPath(device.name, kHubFile), &text)) return std::nullopt;
+    return text == "yes";
 }
 
 std::optional<std::vector<uint8_t>> SysfsGateOverFiles::report_descriptor(
