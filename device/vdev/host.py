@@ -15,7 +15,7 @@ from .machine import BOARD, Machine, MachineError
 
 HOST_DIR = machines.IMAGE_DIR.parent / "host"
 # A start takes minutes on a busy machine: nothing of it is given up meanwhile.
-WORDS = ("console=ttyAMA0 quiet panic=-1 cryptomgr.notests systemd.show_status=0 "
+WORDS = (f"{machines.KERNEL_WORDS} systemd.show_status=0 "
          "systemd.default_timeout_start_sec=900 systemd.mask=serial-getty@ttyAMA0.service")
 FIRST_START_SECONDS = 3600
 

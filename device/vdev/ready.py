@@ -12,7 +12,7 @@ import hashlib
 import subprocess
 
 from . import machine as machines
-from .machine import EMULATOR, GATE, HARDWARE, KERNEL_COMMAND_LINE, Machine, check_image
+from .machine import EMULATOR, GATE, HARDWARE, KERNEL_WORDS, Machine, check_image
 
 
 def wait_for_service(machine):
@@ -88,5 +88,5 @@ def _key():
     files = [(name, (machines.IMAGE_DIR / name).stat()) for name in ("Image", "soc.dtb", "device.cpio")]
     parts = [f"{name} {found.st_size} {found.st_mtime_ns}" for name, found in files]
     parts += [subprocess.run([EMULATOR, "--version"], check=True, capture_output=True, text=True).stdout]
-    parts += [*HARDWARE, KERNEL_COMMAND_LINE]
+    parts += [*HARDWARE, KERNEL_WORDS]
     return _digest("\n".join(parts))

@@ -81,8 +81,9 @@ def test_a_full_directory_leaves_the_rules_in_force(device):
                          "kill -9 $(cat /run/vusd.pid)")
     device.machine.wait_until(lambda: device.machine.run(f"cat {BACKUP}")[1] == GOOD + "\n")
     device.machine.run("dd if=/dev/zero of=/data/system/usbdeviceconfig/fill bs=1k count=64 2>/dev/null")
-    device.machine.run(f"printf '<usbconfig mode=\"whitelist\"><class>' > {POLICY}")
-    device.machine.wait_until("grep -q 'copying backup file content' /data/log/vusd.log")
+    # Again until it is heard: the daemon has its backup before it watches.
+    device.machine.wait_until("grep -q 'copying backup file content' /data/log/vusd.log || "
+                              f"{{ printf '<usbconfig mode=\"whitelist\"><class>' > {POLICY}; false; }}")
     device.machine.wait_until(lambda: device.machine.run(
         "vusctl judge --id 78 --interfaces 1")[0] == 0, what="the backup's rules in force")
 
