@@ -9,8 +9,11 @@
 // one line says how many lines were lost.
 //
 // It covers whatever is written through stdio (the logging library, perror, printf). Files, and
-// devices that are no terminals, are left as they are: they do not wait for a reader. Nobody else's
-// descriptors change: a pipe or a terminal is opened once more for this process alone.
+// devices that are no terminals, do not wait for a reader, and what they do not take is not
+// counted. Nobody else's descriptors change: a pipe or a terminal is opened once more for this
+// process alone.
+//
+// What one piece of work says in many lines can be gathered, and goes out in a few writes.
 
 #pragma once
 
@@ -18,9 +21,29 @@
 
 namespace android::vus::platform {
 
-// Makes stdout and stderr such streams, where they need it. To be called before there are threads,
+// Makes stderr such a stream, and stdout where it needs it. To be called before there are threads,
 // and before the first line is written. What cannot be had (memory) leaves a stream as it is.
 void unblockStandardStreams();
+
+// While there is one on a thread, what the thread writes to an unblocked stderr is gathered: it is
+// written when there is a page of it, and when the outermost one goes. Lines stay in their order
+// within a thread; each keeps the time that it was logged at. Not gathered is what goes to a device
+// or a datagram socket, where each write is a record of its own, and nor what more threads say at
+// once than a binder pool has.
+class GatheredOutput {
+  public:
+    GatheredOutput();
+    ~GatheredOutput();
+    GatheredOutput(const GatheredOutput&) = delete;
+    GatheredOutput& operator=(const GatheredOutput&) = delete;
+};
+
+// Writes what the calling thread has gathered: before it does what may never return.
+void writeGatheredOutput();
+
+// Writes what all threads have gathered, and lets none gather again: the process is about to end.
+// May be called by a signal's handler wherever standard error may be written to.
+void stopGatheringOutput();
 
 // A stream that writes to `fd` (a pipe, a terminal or a socket) without waiting. A pipe or a
 // terminal is opened anew under the same number where that is possible. Null if it cannot be made.

@@ -13,6 +13,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
 
+#include "android/vus/gathered_log.h"
 #include "android/vus/policy_files.h"
 #include "android/vus/stack_trace.h"
 
@@ -113,6 +114,7 @@ void signalHandler(int signum, siginfo_t* /*info*/, void* /*context*/) {
     passFirstCrash(signum);
     endProcessIfHandlerHangs();
     unblockSignals();
+    stopGatheringLog();
 
     // "Segmentation fault" for every signal, an abort included; kept: oddity 11.
     LOG(INFO) << "Segmentation faultsignum" << signum << "\n";

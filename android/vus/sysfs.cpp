@@ -15,6 +15,7 @@
 
 #include <android-base/logging.h>
 
+#include "android/vus/gathered_log.h"
 #include "android/vus/paths.h"
 
 // The C library of some platforms has the field, and no name for it.
@@ -126,6 +127,7 @@ void Patience::start_timer() {
     armed_ = timer_create(CLOCK_MONOTONIC, &event, &timer_) == 0;
     if (!armed_) {
         PLOG(WARNING) << "No timer to end reads of sysfs";
+        writeGatheredLog();  // they may take long now
         return;
     }
     const itimerspec times = {timespec_of(kTick), timespec_of(end_.time_since_epoch())};

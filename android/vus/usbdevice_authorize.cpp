@@ -11,6 +11,7 @@
 #include <android-base/unique_fd.h>
 
 #include "android/vus/device_map.h"
+#include "android/vus/gathered_log.h"
 #include "android/vus/sysfs.h"
 #include "android/vus/usbdevice_internal.h"
 
@@ -93,6 +94,8 @@ bool authorize_interface(int32_t id, const usbinterface_custom& record, char val
     char path[kSysfsValueSize];
     usb::format_path(path, record.name, "authorized");
     LOG(INFO) << "update_status path is :" << path;
+    // The kernel may take as long to write it as a driver does to let go.
+    writeGatheredLog();
     return write_authorized(id, record.name, path, value);
 }
 

@@ -12,6 +12,7 @@
 #include <tinyxml2.h>
 
 #include "android/vus/file_io.h"
+#include "android/vus/gathered_log.h"
 #include "android/vus/util.h"
 #include "android/vus/util_log.h"
 
@@ -118,6 +119,7 @@ Parsed readAndParse(const std::string& path, std::string* text) {
     PolicyText read = read_policy_text(path);
     if (!read.ok()) return unreadable(path, read.fault);
     *text = std::move(read.bytes);
+    const GatheredLog log;
     return parsePolicy(*text, logParseStep);
 }
 

@@ -17,6 +17,7 @@
 #include <utils/String16.h>
 
 #include "android/vus/device_map.h"
+#include "android/vus/gathered_log.h"
 #include "android/vus/paths.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/util.h"
@@ -160,10 +161,14 @@ status_t VUsbService::onTransact(uint32_t code, const Parcel& data, Parcel* repl
         LOG(ERROR) << "a call claims more interface classes than it holds";
         return BAD_VALUE;
     }
-    return BnVUsbService::onTransact(code, data, reply, flags);
+    const status_t result = BnVUsbService::onTransact(code, data, reply, flags);
+    // A call from within a call that the daemon made: the one that it was made for may still wait.
+    writeGatheredLog();
+    return result;
 }
 
 binder::Status VUsbService::updateDeviceList(const DeviceInfo& info, int32_t action) {
+    const GatheredLog log;
     if (isAutomationSet()) {
         LOG(INFO) << "updateDeviceList::Automation flag set, return";
         return binder::Status::ok();

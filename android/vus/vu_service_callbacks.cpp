@@ -10,6 +10,7 @@
 #include <android-base/logging.h>
 #include <binder/IInterface.h>
 
+#include "android/vus/gathered_log.h"
 #include "android/vus/vu_service.h"
 
 namespace android::vus {
@@ -98,8 +99,10 @@ void VUsbService::tellRest(const std::shared_ptr<Walk>& walk) {
         const sp<IVUsbServiceCallback> callback = recipient->callback();
         const auto tell = [walk, callback] {
             if (debugBuild) LOG(INFO) << walk->logPrefix << callback.get();
+            writeGatheredLog();
             ((*callback).*(walk->event))(walk->info);
         };
+        writeGatheredLog();
         clientCalls_.call({IInterface::asBinder(callback), recipient->process()}, tell,
                           [this, walk] { tellRest(walk); });
     }

@@ -11,6 +11,7 @@
 #include <android-base/logging.h>
 
 #include "android/vus/device_map.h"
+#include "android/vus/gathered_log.h"
 #include "android/vus/judge.h"
 #include "android/vus/util.h"
 #include "android/vus/vu_service.h"
@@ -65,6 +66,7 @@ void logVerdict(const DeviceInfo& info, const Judgement& verdict) {
 }  // namespace
 
 binder::Status VUsbService::isDeviceAllowed(const DeviceInfo& info, bool* result) {
+    const GatheredLog log;
     if (isAutomationSet()) {
         LOG(INFO) << "isDeviceAllowed::Automation flag set, return";
         *result = true;

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -21,10 +22,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
+#include <future>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <android-base/file.h>
@@ -35,8 +39,10 @@ namespace android::vus::platform {
 namespace {
 
 using base::unique_fd;
+using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 struct Closer {
@@ -277,6 +283,280 @@ TEST(UnblockedOutput, AFileIsWrittenToItsEnd) {
     ASSERT_TRUE(base::ReadFileToString(file.path, &text));
     EXPECT_THAT(text, StartsWith("before\nline "));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kLines + 1);
+}
+
+// What a process writes to standard error, each write by itself: a packet for each.
+std::vector<std::string> WritesOf(const std::function<void()>& body) {
+    int fds[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds), 0);
+    unique_fd in(fds[1]);
+    const unique_fd out(fds[0]);
+    EXPECT_EQ(RunWithStreams(in.get(), body), 0);
+    in.reset();
+    std::vector<std::string> writes;
+    char buffer[2 * PIPE_BUF];
+    while (true) {
+        const ssize_t size = read(out.get(), buffer, sizeof(buffer));
+        if (size <= 0) return writes;
+        writes.emplace_back(buffer, static_cast<size_t>(size));
+    }
+}
+
+void Say(const char* line) {
+    fprintf(stderr, "%s\n", line);
+}
+
+TEST(GatheredOutput, LinesAreAWriteEachWithoutIt) {
+    EXPECT_THAT(WritesOf([] {
+                    Say("one");
+                    Say("two");
+                }),
+                ElementsAre("one\n", "two\n"));
+}
+
+TEST(GatheredOutput, OnePieceOfWorkIsOneWrite) {
+    EXPECT_THAT(WritesOf([] {
+                    {
+                        const GatheredOutput gathered;
+                        Say("one");
+                        Say("two");
+                    }
+                    Say("three");
+                }),
+                ElementsAre("one\ntwo\n", "three\n"));
+}
+
+TEST(GatheredOutput, NothingSaidIsNoWrite) {
+    EXPECT_THAT(WritesOf([] {
+                    const GatheredOutput gathered;
+                    writeGatheredOutput();
+                }),
+                IsEmpty());
+}
+
+TEST(GatheredOutput, ACallWithinAPieceOfWorkBelongsToIt) {
+    EXPECT_THAT(WritesOf([] {
+                    const GatheredOutput outer;
+                    Say("before");
+                    {
+                        const GatheredOutput inner;
+                        Say("within");
+                    }
+                    Say("after");
+                }),
+                ElementsAre("before\nwithin\nafter\n"));
+}
+
+TEST(GatheredOutput, IsWrittenBeforeAWait) {
+    EXPECT_THAT(WritesOf([] {
+                    const GatheredOutput gathered;
+                    Say("one");
+                    writeGatheredOutput();
+                    Say("two");
+                    Say("three");
+                }),
+                ElementsAre("one\n", "two\nthree\n"));
+}
+
+// Whoever ends the process in the middle loses nothing.
+TEST(GatheredOutput, IsWrittenAtOnceAfterAStop) {
+    EXPECT_THAT(WritesOf([] {
+                    const GatheredOutput outer;
+                    const GatheredOutput inner;
+                    Say("one");
+                    stopGatheringOutput();
+                    Say("two");
+                    const GatheredOutput next;
+                    Say("three");
+                    _exit(0);
+                }),
+                ElementsAre("one\n", "two\n", "three\n"));
+}
+
+TEST(GatheredOutput, AStopWritesWhatOtherThreadsHaveGathered) {
+    EXPECT_THAT(WritesOf([] {
+                    std::promise<void> said;
+                    std::promise<void> end;
+                    std::thread other([&] {
+                        const GatheredOutput gathered;
+                        Say("there");
+                        said.set_value();
+                        end.get_future().wait();
+                        Say("and there");
+                    });
+                    said.get_future().wait();
+                    stopGatheringOutput();
+                    Say("here");
+                    end.set_value();
+                    other.join();
+                }),
+                ElementsAre("there\n", "here\n", "and there\n"));
+}
+
+TEST(GatheredOutput, OfMoreThreadsThanAPoolHasIsWrittenAsItComes) {
+    constexpr int kThreads = 100;
+    const std::vector<std::string> writes = WritesOf([] {
+        std::promise<void> end;
+        const std::shared_future<void> ended = end.get_future().share();
+        std::atomic<int> said{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&] {
+                const GatheredOutput gathered;
+                Say("one");
+                Say("two");
+                ++said;
+                ended.wait();
+            });
+        }
+        while (said < kThreads) std::this_thread::yield();
+        end.set_value();
+        for (std::thread& thread : threads) thread.join();
+        const GatheredOutput gathered;  // there are seats again
+        Say("one");
+        Say("two");
+    });
+    EXPECT_EQ(std::count(writes.begin(), writes.end(), "one\ntwo\n"), 64 + 1);
+    EXPECT_EQ(std::count(writes.begin(), writes.end(), "one\n"), kThreads - 64);
+    EXPECT_EQ(std::count(writes.begin(), writes.end(), "two\n"), kThreads - 64);
+}
+
+// Each write there is a message of its own.
+TEST(GatheredOutput, RecordsAreNotGathered) {
+    int fds[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, fds), 0);
+    const unique_fd in(fds[1]);
+    const unique_fd out(fds[0]);
+    EXPECT_EQ(RunWithStreams(in.get(),
+                             [] {
+                                 const GatheredOutput gathered;
+                                 Say("one");
+                                 Say("two");
+                             }),
+              0);
+    char buffer[100];
+    ASSERT_EQ(recv(out.get(), buffer, sizeof(buffer), MSG_DONTWAIT), 4);
+    EXPECT_EQ(std::string(buffer, 4), "one\n");
+}
+
+TEST(GatheredOutput, AnotherThreadsLinesAreWrittenAsTheyCome) {
+    EXPECT_THAT(WritesOf([] {
+                    const GatheredOutput gathered;
+                    Say("here");
+                    std::thread([] { Say("there"); }).join();
+                    Say("and here");
+                }),
+                ElementsAre("there\n", "here\nand here\n"));
+}
+
+TEST(GatheredOutput, StandardOutputIsNotGathered) {
+    EXPECT_THAT(WritesOf([] {
+                    const GatheredOutput gathered;
+                    Say("an error");
+                    printf("an answer\n");
+                    fflush(stdout);
+                }),
+                ElementsAre("an answer\n", "an error\n"));
+}
+
+// A pipe takes so much whole or not at all: lines of two writers never mix.
+TEST(GatheredOutput, IsWrittenInWholeLinesOfAPipesPage) {
+    constexpr int kSaid = 1000;
+    const std::vector<std::string> writes = WritesOf([] {
+        const GatheredOutput gathered;
+        for (int i = 0; i < kSaid; ++i) fprintf(stderr, "line %*d\n", kLineLength - 6, i);
+    });
+    EXPECT_EQ(writes.size(), kSaid * size_t{kLineLength} / PIPE_BUF + 1);
+    std::string all;
+    for (const std::string& write : writes) {
+        EXPECT_LE(write.size(), size_t{PIPE_BUF});
+        EXPECT_THAT(write, EndsWith("\n"));
+        all += write;
+    }
+    EXPECT_EQ(Account(all).arrived, kSaid);
+}
+
+class GatheredPageTest : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(GatheredPageTest, ALineOfAnyLengthKeepsItsPlace) {
+    const std::string text(GetParam() - 1, 'x');
+    const std::vector<std::string> writes = WritesOf([&] {
+        const GatheredOutput gathered;
+        Say("before");
+        Say(text.c_str());
+        Say("after");
+    });
+    std::string all;
+    for (const std::string& write : writes) all += write;
+    EXPECT_EQ(all, "before\n" + text + "\nafter\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Lengths, GatheredPageTest,
+                         ::testing::Values(PIPE_BUF - 8, PIPE_BUF - 7, PIPE_BUF - 6, PIPE_BUF - 1,
+                                           PIPE_BUF, PIPE_BUF + 1, 3 * PIPE_BUF));
+
+TEST(GatheredOutput, WhatNobodyReadsIsDroppedAndCounted) {
+    const Ends ends = MakePipe();
+    std::string text;
+    EXPECT_EQ(RunWithStreams(ends.in.get(),
+                             [&] {
+                                 {
+                                     const GatheredOutput gathered;
+                                     Flood(stderr);
+                                 }
+                                 text = ReadAll(ends.out.get());
+                                 Say("after it");
+                                 text += ReadUntil(ends.out.get(), "after it\n");
+                                 const Account account(text);
+                                 EXPECT_GT(account.lost, 0);
+                                 EXPECT_EQ(account.arrived + account.lost, kLines);
+                                 if (::testing::Test::HasFailure()) _exit(1);
+                             }),
+              0);
+}
+
+TEST(GatheredOutput, TheCallersErrorNumberStays) {
+    const Ends ends = MakeSocket();
+    EXPECT_EQ(RunWithStreams(ends.in.get(),
+                             [] {
+                                 shutdown(STDERR_FILENO, SHUT_WR);
+                                 errno = ENOTDIR;
+                                 {
+                                     const GatheredOutput gathered;
+                                     Say("one");
+                                     writeGatheredOutput();
+                                     Say("two");
+                                 }
+                                 if (errno != ENOTDIR) _exit(1);
+                             }),
+              0);
+}
+
+TEST(GatheredOutput, AFileIsWrittenToItsEnd) {
+    const TemporaryFile file;
+    EXPECT_EQ(RunWithStreams(file.fd,
+                             [] {
+                                 Say("before");
+                                 const GatheredOutput gathered;
+                                 Flood(stderr);
+                             }),
+              0);
+    std::string text;
+    ASSERT_TRUE(base::ReadFileToString(file.path, &text));
+    EXPECT_THAT(text, StartsWith("before\nline "));
+    EXPECT_EQ(Account(text).arrived, kLines);
+}
+
+TEST(GatheredOutput, AFullDeviceLosesLinesAndNothingElse) {
+    const unique_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    ASSERT_TRUE(full.ok());
+    EXPECT_EQ(RunWithStreams(full.get(),
+                             [] {
+                                 const GatheredOutput gathered;
+                                 Flood(stderr);
+                                 if (ferror(stderr) != 0) _exit(1);
+                             }),
+              0);
 }
 
 }  // namespace
