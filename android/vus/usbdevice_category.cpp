@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "android/vus/paths.h"
+#include "android/vus/plain_log.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/usbdevice_internal.h"
 
@@ -77,7 +78,7 @@ class CategoryScan {
 
   private:
     void log(std::string line) {
-        LOG(INFO) << line;
+        logText(line);
         if (lines_ != nullptr) lines_->push_back(std::move(line));
     }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "android/vus/paths.h"
+#include "android/vus/plain_log.h"
 
 namespace android::vus::usb {
 
@@ -66,7 +67,10 @@ std::shared_ptr<const NodeType> copy_of(const NodeType& node) {
 }  // namespace
 
 Cycle::Cycle(Options options)
-      : options_(std::move(options)), patience_(options_.patience), directory_(kUsbDevicesDir) {}
+      : options_(std::move(options)),
+        patience_(options_.patience),
+        directory_(kUsbDevicesDir),
+        places_(directory_.fd()) {}
 
 Cycle::~Cycle() {
     UsbDevice::delete_all_nodes();
@@ -129,26 +133,39 @@ bool Cycle::take_over(const dirent64& listed) {
     return true;
 }
 
-bool Cycle::is_unchanged(const KeptInterface& kept) const {
-    const std::string name(kept.node.name);
+bool Cycle::is_unchanged(const KeptInterface& kept) {
+    std::optional<Place> place;
+    if (kept.shape.is_below_bus) place = places_.by_bus(kept.node.name);
+    if (!place) place = places_.by_name(kept.node.name);
     struct stat status;
-    const bool is_bound =
-            fstatat(directory_.fd(), (name + "/driver").c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool is_bound = place->look_at("driver", &status);
     if ((is_bound ? status.st_ino : 0) != kept.shape.binding) return false;
     if (is_settled(kept)) return true;
-    return fstatat(directory_.fd(), name.c_str(), &status, 0) == 0 &&
-           status.st_nlink == kept.shape.directories;
+    return place->look(&status) && status.st_nlink == kept.shape.directories;
 }
 
-InterfaceShape Cycle::shape_of(const char* entry) const {
+InterfaceShape Cycle::shape_of(const char* entry) {
     InterfaceShape shape;
-    struct stat status;
-    const std::string driver = std::string(entry) + "/driver";
-    if (fstatat(directory_.fd(), driver.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
-        shape.binding = status.st_ino;
-    }
-    if (fstatat(directory_.fd(), entry, &status, 0) == 0) shape.directories = status.st_nlink;
+    const Place by_name = places_.by_name(entry);
+    struct stat directory;
+    if (!by_name.look(&directory)) return shape;
+    shape.directories = directory.st_nlink;
+    const std::optional<Place> below_bus = place_below_bus(entry, directory);
+    shape.is_below_bus = below_bus.has_value();
+    struct stat driver;
+    if (below_bus.value_or(by_name).look_at("driver", &driver)) shape.binding = driver.st_ino;
     return shape;
+}
+
+// Nothing if another directory is there, or none, than the one that is linked.
+std::optional<Place> Cycle::place_below_bus(const char* entry, const struct stat& linked) {
+    std::optional<Place> place = places_.by_bus(entry);
+    struct stat found;
+    if (place && place->look(&found) && found.st_dev == linked.st_dev &&
+        found.st_ino == linked.st_ino) {
+        return place;
+    }
+    return {};
 }
 
 // Only the links tell which entries belong to the judged device.
@@ -189,7 +206,7 @@ DeviceIdMap Cycle::connect() {
 // The log says the same of an interface that was taken over as of one that was read.
 void Cycle::classify_or_repeat(Entry* entry) {
     if (entry->kept.interface != nullptr && entry->kept.interface->is_classified) {
-        for (const std::string& line : entry->kept.interface->lines) LOG(INFO) << line;
+        for (const std::string& line : entry->kept.interface->lines) logText(line);
         return;
     }
     if (entry->kept.interface != nullptr) entry->shape = entry->kept.interface->shape;

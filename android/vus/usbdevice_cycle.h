@@ -35,6 +35,7 @@
 #include "android/vus/sysfs.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/usbdevice_internal.h"
+#include "android/vus/usbdevice_places.h"
 
 namespace android::vus::usb {
 
@@ -43,8 +44,9 @@ enum class Keeping { kNowhere, kOnSysfs, kAnywhere };
 
 // What tells that an interface may have become something else.
 struct InterfaceShape {
-    ino_t binding = 0;        // number of the link to its driver; 0 without a driver
-    nlink_t directories = 0;  // how many are in its own
+    ino_t binding = 0;          // number of the link to its driver; 0 without a driver
+    nlink_t directories = 0;    // how many are in its own
+    bool is_below_bus = false;  // where its name says, so that it can be asked there
 };
 
 // An interface as a cycle read it. The links of its node are null.
@@ -105,8 +107,9 @@ class Cycle {
     bool may_keep() const;
     void read(const dirent64& listed);
     bool take_over(const dirent64& listed);
-    bool is_unchanged(const KeptInterface& kept) const;
-    InterfaceShape shape_of(const char* entry) const;
+    bool is_unchanged(const KeptInterface& kept);
+    std::optional<Place> place_below_bus(const char* entry, const struct stat& linked);
+    InterfaceShape shape_of(const char* entry);
     void read_judged_again();
     bool is_judged(const Entry& entry) const;
     void classify_or_repeat(Entry* entry);
@@ -115,6 +118,7 @@ class Cycle {
     const Options options_;
     Patience patience_;
     DirectoryReader directory_;
+    Places places_;
     bool keeps_ = false;
     bool lacked_means_ = false;
     std::vector<Entry> entries_;  // in the order of the directory

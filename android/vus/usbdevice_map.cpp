@@ -7,6 +7,7 @@
 #include <string>
 
 #include "android/vus/device_map.h"
+#include "android/vus/plain_log.h"
 #include "android/vus/usbdevice.h"
 #include "android/vus/usbdevice_internal.h"
 
@@ -17,9 +18,9 @@ using usb::DeviceMap;
 namespace {
 
 void print_record(int32_t id, const usbinterface_custom& record, int fd) {
-    LOG(INFO) << " DeviceId: " << id << " Interface name:" << record.name
-              << " class:" << record.bInterfaceClass << " Vendor ID:" << record.idVendor
-              << " Product ID:" << record.idProduct;
+    logText(" DeviceId: " + std::to_string(id) + " Interface name:" + record.name +
+            " class:" + std::to_string(record.bInterfaceClass) + " Vendor ID:" +
+            std::to_string(record.idVendor) + " Product ID:" + std::to_string(record.idProduct));
     if (fd == -1) return;
     const std::string text = "\n DeviceId : " + std::to_string(id) +
                              ", Interface name : " + record.name +

@@ -6,17 +6,11 @@
 
 #include <android-base/logging.h>
 
+#include "android/vus/plain_log.h"
+
 namespace android::vus {
 
 namespace {
-
-// LOG(INFO) without its stream: a policy of many rules has this line once for each, and setting up
-// the streams took half of the time of its load.
-void logNumber(std::string_view text) {
-    if (!WOULD_LOG(INFO)) return;
-    const std::string line = "isValidNumber s--" + std::string(text);
-    base::LogMessage::LogLine(__FILE__, __LINE__, base::INFO, /*tag=*/nullptr, line.c_str());
-}
 
 void logListed(int32_t code, const char* list) {
     LOG(INFO) << "Found CLASS : " << static_cast<uint32_t>(code) << " in " << list;
@@ -33,7 +27,7 @@ void logParseStep(const ParseStep& step) {
             LOG(INFO) << "no element, blocking all device";
             break;
         case ParseStep::Kind::kNumber:
-            logNumber(step.text);
+            logLine("isValidNumber s--" + std::string(step.text));
             break;
         case ParseStep::Kind::kRestrictedClass:
             logStep({Step::Kind::kRestrictedClass, step.code});

@@ -119,6 +119,41 @@ TEST_F(CycleTest, AnInterfaceIsReadWhenItsDriverCameWentOrWasBoundAnew) {
     EXPECT_EQ(function_of(other_, "1-2:1.0"), "0 empty");
 }
 
+// The root hub's, behind a hub, and where no name of an interface leads to.
+TEST_F(CycleTest, ADriverThatComesIsSeenWhereverTheInterfaceIs) {
+    tree_.AddDevice("1-3", Hub());
+    tree_.AddDevice("1-3.2", Hub());
+    FakeDevice silent = SerialAdapter();
+    for (FakeInterface& interface : silent.interfaces) interface.driver.clear();
+    const int32_t behind_hubs = tree_.AddDevice("1-3.2.1", silent);
+    const int32_t elsewhere = tree_.AddDevice("1-4", silent);
+    std::filesystem::rename(std::filesystem::canonical(UsbPath("1-4:1.0")), "/sys/elsewhere");
+    RemoveFile(UsbPath("1-4:1.0"));
+    link("/sys/elsewhere", UsbPath("1-4:1.0"));
+    // At its own place is another directory, in which nothing changes.
+    const int32_t displaced = tree_.AddDevice("1-5", silent);
+    std::filesystem::copy(std::filesystem::canonical(UsbPath("1-5:1.0")), "/sys/displaced",
+                          std::filesystem::copy_options::recursive);
+    RemoveFile(UsbPath("1-5:1.0"));
+    link("/sys/displaced", UsbPath("1-5:1.0"));
+    const int32_t without_bus = tree_.AddDevice("7-1", silent);
+    map_.refresh(judged_);
+    map_.refresh(judged_);
+    const std::map<std::string, int32_t> devices = {{"1-3.2.1:1.0", behind_hubs},
+                                                    {"1-4:1.0", elsewhere},
+                                                    {"1-5:1.0", displaced},
+                                                    {"7-1:1.0", without_bus}};
+    for (const auto& [interface, id] : devices) {
+        RemoveTree(UsbPath(interface, "tty"));
+        MakeDir(UsbPath(interface, "net/usb0"));
+        map_.refresh(judged_);
+        EXPECT_EQ(function_of(id, interface), "2 ttyACM0") << interface << " has no driver yet";
+        link("../drivers/cdc_ether", UsbPath(interface, "driver"));
+        map_.refresh(judged_);
+        EXPECT_EQ(function_of(id, interface), "1 usb0") << interface;
+    }
+}
+
 TEST_F(CycleTest, AFunctionThatComesLateIsFound) {
     EXPECT_EQ(function_of(other_, "1-2:1.1"), "0 empty");
     MakeDir(UsbPath("1-2:1.1", "net"));
