@@ -30,7 +30,7 @@ namespace {
 using base::unique_fd;
 
 constexpr char kLog[] = "/data/log";
-constexpr uint32_t kGetDeviceList = IBinder::FIRST_CALL_TRANSACTION + 2;
+constexpr uint32_t kListCall = IBinder::FIRST_CALL_TRANSACTION + 2;
 constexpr int32_t kDisk = 1002;
 constexpr char kFirstLine[] = "create_usb_device_map called";
 constexpr char kLastLine[] = "isDeviceAllowed called with mode: whitelist";
@@ -159,7 +159,7 @@ TEST_F(GatheredLogTest, AllOfACallIsWrittenBeforeItsAnswerWhileAnOuterCallWaits)
             Parcel data;
             Parcel reply;
             data.writeInterfaceToken(IVUsbService::descriptor);
-            EXPECT_EQ(service_->transact(kGetDeviceList, data, &reply), OK);
+            EXPECT_EQ(service_->transact(kListCall, data, &reply), OK);
             EXPECT_TRUE(LogHas("within the client\n"));
         };
         RefuseDisk();
