@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <sys/inotify.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -19,15 +19,24 @@
 namespace android::vus::ctl {
 
 // The daemon's watcher: writes the answers, one after the other, when the policy was closed after
-// writing.
+// writing. A process, as the daemon is: what is tested starts processes itself, and one that is
+// started beside another thread may find the allocator locked for ever.
 class FakeWatcher {
   public:
     explicit FakeWatcher(std::vector<std::string> answers)
           : inotify_(inotify_init1(IN_CLOEXEC)), answers_(std::move(answers)) {
         inotify_add_watch(inotify_.get(), kConfigDir, IN_CLOSE_WRITE);
-        thread_ = std::thread([this] { Answer(); });
+        process_ = fork();
+        if (process_ != 0) return;
+        alarm(60);
+        Answer();
+        _exit(::testing::Test::HasFailure() ? 1 : 0);
     }
-    ~FakeWatcher() { thread_.join(); }
+    ~FakeWatcher() {
+        int status = -1;
+        EXPECT_EQ(waitpid(process_, &status, 0), process_);
+        EXPECT_EQ(status, 0) << "the policy was not written, or another file was";
+    }
 
   private:
     void Answer() {
@@ -39,7 +48,7 @@ class FakeWatcher {
 
     const base::unique_fd inotify_;
     const std::vector<std::string> answers_;
-    std::thread thread_;
+    pid_t process_;
 };
 
 }  // namespace android::vus::ctl
