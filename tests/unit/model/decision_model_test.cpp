@@ -38,6 +38,10 @@ using reference::Record;
 using reference::Settled;
 
 constexpr int kPolicies = CasesOf(10000);
+// Kinds of decisions come up by chance: the rarest some 130 times in as many policies, in one run
+// of ten less than a hundred times. Such a run goes on, to so many policies at most.
+constexpr int kPoliciesAtMost = 3 * kPolicies;
+constexpr int kDecisionsOfAKind = CasesOf(100);
 constexpr int kDevicesAPolicy = 10;
 constexpr int kTrees = 40;
 
@@ -193,8 +197,8 @@ class DecisionModelTest : public ::testing::Test {
     }
 
     // A run in which some kind of decision never came up has shown nothing about it.
-    void ExpectEveryKindOfDecision() const {
-        const std::vector<std::pair<Settled, bool>> kinds = {
+    std::string KindsThatCameUpTooSeldom() const {
+        static constexpr std::pair<Settled, bool> kKinds[] = {
                 {Settled::kAutomation, true}, {Settled::kLeftToInput, false},
                 {Settled::kDefault, true},    {Settled::kByClass, true},
                 {Settled::kByClass, false},   {Settled::kBySource, true},
@@ -203,13 +207,16 @@ class DecisionModelTest : public ::testing::Test {
                 {Settled::kByProduct, false}, {Settled::kByNothing, true},
                 {Settled::kByNothing, false},
         };
-        EXPECT_EQ(settled_.size(), kinds.size());
-        for (const auto& kind : kinds) {
+        EXPECT_LE(settled_.size(), std::size(kKinds));
+        std::ostringstream seldom;
+        for (const auto& kind : kKinds) {
             const auto count = settled_.find(kind);
-            EXPECT_TRUE(count != settled_.end() && count->second >= CasesOf(100))
-                    << static_cast<int>(kind.first) << " " << kind.second;
+            const int times = count == settled_.end() ? 0 : count->second;
+            if (times >= kDecisionsOfAKind) continue;
+            seldom << static_cast<int>(kind.first) << (kind.second ? " allowed " : " refused ")
+                   << times << " times; ";
         }
-        EXPECT_GE(switched_off_, CasesOf(1000));
+        return seldom.str();
     }
 
     const uint64_t seed_;
@@ -228,7 +235,11 @@ TEST_F(DecisionModelTest, TheDaemonDecidesAsTheModel) {
     printf("VUS_MODEL_SEED=%llu\n", static_cast<unsigned long long>(seed_));
     SCOPED_TRACE("VUS_MODEL_SEED=" + std::to_string(seed_));
     LogCapture logs;  // a million lines that nobody wants to see
-    for (int policy = 0; policy < kPolicies && !HasFailure(); ++policy) {
+    const auto goes_on = [this](int policy) {
+        return policy < kPolicies ||
+               (policy < kPoliciesAtMost && !KindsThatCameUpTooSeldom().empty());
+    };
+    for (int policy = 0; goes_on(policy) && !HasFailure(); ++policy) {
         SwitchTree();
         SwitchAutomation();
         LoadPolicy();
@@ -237,7 +248,8 @@ TEST_F(DecisionModelTest, TheDaemonDecidesAsTheModel) {
         ExpectSwitchedOff({});  // by an input device, say
         logs.Clear();
     }
-    ExpectEveryKindOfDecision();
+    EXPECT_EQ(KindsThatCameUpTooSeldom(), "");
+    EXPECT_GE(switched_off_, CasesOf(1000));
 }
 
 }  // namespace
