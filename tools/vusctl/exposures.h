@@ -35,9 +35,11 @@ class Exposures {
         double exposed_ms = 0;
         std::string not_measured;  // why; empty: it was
         bool on = false;
+        bool foreseen = false;
         Json::Value line;
 
-        bool is_allowed() const { return verdict == "allowed"; }
+        // By the daemon; or, of what went before that was asked, by a gate that knows the policy.
+        bool is_allowed() const { return verdict == "allowed" || (verdict == "none" && foreseen); }
     };
     using Device = std::tuple<std::string, double, std::string>;  // when it appeared, and where
 
