@@ -6,7 +6,7 @@
 # Debian's arm64 kernel, a device tree with the SoC's USB controllers in their place, a
 # small image (busybox, the kernel's modules, the board module) and in it the programs of
 # build/arm64. Packages are unpacked, not installed; each part is made anew only when what
-# it is made from has changed.
+# it is made from has changed, and replaced when it is whole.
 
 . "$(dirname "$0")/../scripts/lib.sh"
 . "$(dirname "$0")/kernel.sh"
@@ -31,8 +31,9 @@ stamp_of() { cat "$@" 2>/dev/null | sha256sum | cut -c 1-16; }
 made() { [ -f "$1" ] && [ "$(<"$1")" = "$2" ]; }
 
 make_kernel() {
-    cmp -s "$packages/boot/vmlinuz-$(kernel_version)" "$out/Image" ||
-        cp "$packages/boot/vmlinuz-$(kernel_version)" "$out/Image"
+    cmp -s "$packages/boot/vmlinuz-$(kernel_version)" "$out/Image" && return
+    cp "$packages/boot/vmlinuz-$(kernel_version)" "$out/Image.new"
+    mv "$out/Image.new" "$out/Image"
 }
 
 make_device_tree() {
@@ -42,7 +43,8 @@ make_device_tree() {
     qemu-system-aarch64 -M virt,acpi=off,gic-version=2,dumpdtb="$out/virt.dtb" -cpu cortex-a57 \
         -m "$memory_mb" -nodefaults -display none
     dtc -q -I dtb -O dts "$out/virt.dtb" | "$vus_python" "$here/device_tree.py" |
-        dtc -q -I dts -O dtb -o "$out/soc.dtb"
+        dtc -q -I dts -O dtb -o "$out/soc.dtb.new"
+    mv "$out/soc.dtb.new" "$out/soc.dtb"
     printf '%s' "$key" >"$out/.soc.dtb"
 }
 
@@ -93,17 +95,25 @@ make_base() {
     printf '%s' "$key" >"$out/.base"
 }
 
-# What changes often: our programs. The kernel unpacks both archives, one after the other.
-make_image() {
+# What changes often: our programs. The kernel unpacks both archives, one after the other. While
+# they are packed nobody lays them out anew, and a machine that starts meanwhile has what was there.
+make_image() { with_lock arm64 pack_image; }
+
+pack_image() {
     local key
     key=$(find "$vus_build/arm64/rootfs" -type f -print0 | LC_ALL=C sort -z | xargs -0 sha256sum | stamp_of)-$(<"$out/.base")
     made "$out/.device.cpio" "$key" && return
     pack "$vus_build/arm64/rootfs" "$out/programs.cpio"
-    cat "$out/base.cpio" "$out/programs.cpio" >"$out/device.cpio"
+    cat "$out/base.cpio" "$out/programs.cpio" >"$out/device.cpio.new"
+    mv "$out/device.cpio.new" "$out/device.cpio"
     printf '%s' "$key" >"$out/.device.cpio"
 }
 
-[ -d "$vus_build/arm64/rootfs" ] || die "the device's programs are not built: run scripts/build-arm64.sh first."
+need_programs() {
+    [ -d "$vus_build/arm64/rootfs" ] || die "the device's programs are not built: run scripts/build-arm64.sh first."
+}
+
+with_lock arm64 need_programs
 mkdir -p "$out"
 for part in packages kernel device_tree board_module base image; do
     started=$(now_ms)

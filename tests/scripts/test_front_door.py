@@ -74,6 +74,29 @@ def test_second_test_says_so_and_ends(checkout):
         "error: another ./test is running in this checkout: wait until it has ended.\n")
 
 
+def is_waited_for(lock):
+    """Whether somebody waits for the lock of an open file."""
+    place = f":{os.fstat(lock.fileno()).st_ino} "
+    return any("->" in line and place in line for line in open("/proc/locks", encoding="ascii"))
+
+
+def test_device_waits_until_its_programs_are_laid_out(checkout):
+    """By another ./run, which has taken away those that were there."""
+    (checkout / "device").mkdir()
+    for name in ("device/build.sh", "device/kernel.sh", "scripts/apt.sh"):
+        shutil.copy(ROOT / name, checkout / name)
+    (checkout / "build" / "downloads").mkdir(parents=True)
+    with open(checkout / "build" / "downloads" / ".arm64.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        with subprocess.Popen([checkout / "device" / "build.sh"], stderr=subprocess.PIPE, text=True) as build:
+            while not is_waited_for(lock):
+                assert build.poll() is None, build.stderr.read()
+            fcntl.flock(lock, fcntl.LOCK_UN)
+            assert build.communicate(timeout=60)[1] == (
+                "error: the device's programs are not built: run scripts/build-arm64.sh first.\n")
+            assert build.returncode == 1
+
+
 def test_what_a_step_leaves_running_does_not_hold_the_lock(checkout):
     """An emulator that outlives an interrupted ./test, for one."""
     setup = checkout / "scripts" / "setup-packages.sh"
