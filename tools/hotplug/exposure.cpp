@@ -98,11 +98,8 @@ std::string exposed_text(const Exposure& exposure) {
         case Unmeasured::kNo:
             break;
     }
-    const char* const what = !exposure.is_allowed() ? "exposed "
-                             : exposure.verdict == MeteredVerdict::kNone
-                                     ? "in use for "
-                                     : "before that in use for ";
-    return what + milliseconds(exposure.exposed) + " ms" + drivers_text(exposure);
+    return (exposure.verdict == MeteredVerdict::kAllowed ? "before that in use for " : "exposed ") +
+           milliseconds(exposure.exposed) + " ms" + drivers_text(exposure);
 }
 
 }  // namespace
@@ -146,14 +143,11 @@ std::string to_text(const Exposure& exposure) {
     text += exposure.verdict == MeteredVerdict::kNone ? "not judged" : text_of(exposure.verdict);
     if (exposure.verdict_after) text += " after " + milliseconds(*exposure.verdict_after) + " ms";
     if (exposure.held) text += ", held until then";
-    if (exposure.verdict == MeteredVerdict::kNone && exposure.foreseen) {
-        text += ", let in because the policy allows it";
-    }
     text += ", " + exposed_text(exposure);
     if (exposure.verdict == MeteredVerdict::kAllowed && exposure.driver_after) {
         text += ", first driver after " + milliseconds(*exposure.driver_after) + " ms";
     }
-    if (exposure.on && !exposure.is_allowed()) text += ", and still on";
+    if (exposure.on && exposure.verdict != MeteredVerdict::kAllowed) text += ", and still on";
     if (exposure.gone) text += ", gone";
     return text;
 }

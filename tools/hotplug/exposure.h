@@ -61,12 +61,6 @@ struct Exposure {
     bool held = false;      // it was asked about while a gate held it
     bool foreseen = false;  // a gate has let it in because the policy allows it
     bool gone = false;      // the device has gone
-
-    // Somebody has allowed it: the daemon; or, of what went before the daemon could say so, a gate.
-    bool is_allowed() const {
-        return verdict == MeteredVerdict::kAllowed ||
-               (verdict == MeteredVerdict::kNone && foreseen);
-    }
 };
 
 // A JSON object on one line, without a line end. Its members are in docs/integration.md.

@@ -95,10 +95,6 @@ class Gate : public Switches {
          std::function<void(const std::string&)> notice,
          Composites composites = Composites::kWhole);
 
-    // Who is told, right before it, that a USB device is let in, or a part of it, as the policy or
-    // the daemon allows. Set before anything is admitted; called from whoever admits.
-    void on_letting_in(std::function<void(const Subject&)> tell) { lets_in_ = std::move(tell); }
-
     // Shuts the door. What of it this kernel does not have is said, and gone without.
     void shut();
     // Opens it for good, and everything that is held, or that whoever enforces verdicts closed.
@@ -236,7 +232,6 @@ class Gate : public Switches {
     Switches* const switches_;
     Preview* const preview_;
     const std::function<void(const std::string&)> notice_;
-    std::function<void(const Subject&)> lets_in_;
     const Composites composites_;
     std::atomic<int> policies_{0};  // how many there have been
     Mutex mutex_;

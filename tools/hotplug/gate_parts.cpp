@@ -256,9 +256,8 @@ bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* pa
     const auto is_to_be_bound = [](const Part& part) {
         return part.wanted && part.interface.driver.empty();
     };
-    if (std::any_of(parts->begin(), parts->end(), is_to_be_bound)) {
-        if (!are_still(*parts)) return false;
-        if (lets_in_) lets_in_(device);
+    if (std::any_of(parts->begin(), parts->end(), is_to_be_bound) && !are_still(*parts)) {
+        return false;
     }
     for (Part& part : *parts) {
         if (!part.wanted || part.interface.authorized || part.kind == Kind::kInput) continue;

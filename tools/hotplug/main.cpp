@@ -123,7 +123,6 @@ int run(const Options& options) {
     PolicyPreview preview;
     Gate gate(&kernel, &switches, &preview, say,
               options.interfaces ? Gate::Composites::kInPart : Gate::Composites::kWhole);
-    gate.on_letting_in([&](const Subject& device) { metering.let_in(device); });
     // Before anything can fail: without binder there is no daemon, and what comes waits all the
     // same.
     if (options.gate && options.fail_closed) gate.shut();

@@ -114,18 +114,6 @@ void Meter::count(Device* device, Time now) {
     }
 }
 
-void Meter::let_in(const Subject& subject) {
-    const MutexLock lock(mutex_);
-    Device* const device = find(subject);
-    if (device != nullptr) vouch(device, true);
-}
-
-// It may go before it is judged, as what it becomes: then this is all that was ever said of it.
-void Meter::vouch(Device* device, bool vouched) {
-    device->vouched = vouched;
-    if (device->known.verdict == MeteredVerdict::kNone) device->known.foreseen = vouched;
-}
-
 void Meter::asked(const Subject& subject, const Sighting& seen) {
     if (!seen.info) return;
     const MutexLock lock(mutex_);
@@ -136,7 +124,7 @@ void Meter::asked(const Subject& subject, const Sighting& seen) {
     if (device == nullptr) return;
     device->asked = true;
     device->held = seen.held;
-    vouch(device, seen.vouched);
+    device->vouched = seen.vouched;
     device->known.id = seen.info->deviceId;
     device->known.vendor = seen.info->vendorId;
     device->known.product = seen.info->productId;

@@ -18,9 +18,9 @@
 //    when it is silenced.
 //  - An input device that is held back by a gate is off unless something has a driver where it is
 //    held.
-//  - A device that nobody has judged before it went is told as such, and whether a gate had let it
-//    in because the policy allows it. What is no hub and has no input to be judged on its own is to
-//    be judged as a USB device.
+//  - A device that nobody has judged before it went is told as such. What is no hub and has no
+//  input
+//    to be judged on its own is to be judged as a USB device.
 //
 // A device is told when it is judged, of an allowed one when it has its first driver; and of a
 // refused one whenever it comes on or goes off again, because nobody may be there later. What is
@@ -67,8 +67,6 @@ class Meter {
     // All that is there, as keys (see Present): whatever is not has gone.
     void keep_only(const std::set<std::string>& keys);
 
-    // A gate lets a USB device in.
-    void let_in(const Subject& device);
     // The daemon is asked, and has answered.
     void asked(const Subject& device, const Sighting& seen);
     void answered(const Subject& device, bool allowed);
@@ -135,7 +133,6 @@ class Meter {
     void tell_rest(Device* device) REQUIRES(mutex_);
     Device* find(const Subject& device) REQUIRES(mutex_);
 
-    static void vouch(Device* device, bool vouched);
     static void count(Device* device, Time now);
     static void judged(Device* device, MeteredVerdict verdict, Time now);
 

@@ -41,10 +41,6 @@ void Metering::listen(Reporter::Manner* manner) {
     };
 }
 
-void Metering::let_in(const Subject& device) {
-    if (meter_) meter_->let_in(device);
-}
-
 void Metering::silenced(const std::string& input, bool silent) {
     if (meter_) meter_->silenced(input, silent);
 }

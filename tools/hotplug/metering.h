@@ -30,8 +30,6 @@ class Metering {
     Meter* meter() { return meter_ ? &*meter_ : nullptr; }
     // Has the meter hear what a reporter asks and is answered, besides who hears that already.
     void listen(Reporter::Manner* manner);
-    // What the gate is to tell (see Gate::on_letting_in).
-    void let_in(const Subject& device);
     // What the switches are to tell (see SysfsSwitches).
     void silenced(const std::string& input, bool silent);
     // Tells what was not told yet. A disk that does not answer is not waited for long.

@@ -63,7 +63,6 @@ bool Exposures::add_device(const Json::Value& line) {
     known.not_measured = line["notMeasured"].isString() ? line["notMeasured"].asString() : "";
     known.exposed_ms = known.not_measured.empty() ? line["exposedMs"].asDouble() : 0;
     known.on = line["on"].isBool() && line["on"].asBool();
-    known.foreseen = line["foreseen"].isBool() && line["foreseen"].asBool();
     known.line = line;
     return true;
 }

@@ -35,11 +35,9 @@ class Exposures {
         double exposed_ms = 0;
         std::string not_measured;  // why; empty: it was
         bool on = false;
-        bool foreseen = false;
         Json::Value line;
 
-        // By the daemon; or, of what went before that was asked, by a gate that knows the policy.
-        bool is_allowed() const { return verdict == "allowed" || (verdict == "none" && foreseen); }
+        bool is_allowed() const { return verdict == "allowed"; }
     };
     using Device = std::tuple<std::string, double, std::string>;  // when it appeared, and where
 

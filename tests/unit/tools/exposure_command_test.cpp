@@ -96,26 +96,6 @@ TEST_F(ExposureTest, TheWorstIsNamed) {
     EXPECT_EQ((*value)["worstAllowed"]["entry"].asString(), "1-7");
 }
 
-TEST_F(ExposureTest, WhatAGateLetInAndNobodyJudgedIsNoExposure) {
-    Exposure let_in = Refused("1-5");
-    let_in.verdict = hotplug::MeteredVerdict::kNone;
-    let_in.foreseen = true;
-    let_in.exposed = milliseconds(157);
-    Exposure not_let_in = let_in;
-    not_let_in.entry = "1-6";
-    not_let_in.foreseen = false;
-    not_let_in.exposed = milliseconds(4);
-    Write({let_in});
-    EXPECT_EQ(Summary(),
-              "1 device, 0 refused, 1 not judged, 0 ms exposed\n"
-              "  allowed ones were in use before that for at most 157.0 ms: 1-5 0403:6001 "
-              "\"Adapter\"\n");
-    EXPECT_EQ(Run({"exposure", kFile, "--fail-above", "0"}), kDone);
-    Write({let_in, not_let_in});
-    EXPECT_THAT(Summary(), StartsWith("2 devices, 0 refused, 2 not judged, 4.0 ms exposed"));
-    EXPECT_EQ(Run({"exposure", kFile, "--fail-above", "0"}), kRefused);
-}
-
 TEST_F(ExposureTest, ALittleIsNotNothing) {
     Exposure one = Refused("1-5");
     one.exposed = microseconds(20);

@@ -153,22 +153,6 @@ TEST_F(GateTest, WhatRidesAlongWithListedClassesStaysShutIfSoWished) {
     EXPECT_EQ(Of(1).driver + Of(2).driver, "");
 }
 
-TEST_F(GateTest, LettingInIsToldBeforeAnyDriverHasTheDevice) {
-    std::vector<std::string> told;
-    gate_.on_letting_in([&](const Subject& device) {
-        told.push_back(device.name + (Tried().empty() ? ": no driver" : ": too late"));
-    });
-    preview_.classes = {kDiskClass};
-    Plug({{0, {kVendorSpecificClass, {"ftdi_sio"}}}});
-    Admit();
-    EXPECT_THAT(told, IsEmpty()) << "it is held";
-    gate_.forget(kPlugged);
-    Plug({{0, Disk()}});
-    Admit();
-    Admit();
-    EXPECT_THAT(told, ElementsAre("1-1: no driver")) << "and once";
-}
-
 TEST_F(GateTest, CompositeThatIsAllowedComesInAsAWholeByDefault) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}, {1, {kVendorSpecificClass, {"ftdi_sio"}}}});

@@ -164,44 +164,6 @@ TEST_F(MeterTest, NobodyJudgedIt) {
                                     "ms), gone"));
 }
 
-// A keyboard that is unplugged again before its input device was asked about.
-TEST_F(MeterTest, WhatAGateHasLetInAndNobodyJudgedWasAllowed) {
-    Usb("add", kMeteredPort);
-    meter_.let_in(kAdapter);
-    LetKeyboardIn();
-    Pass(30);
-    Usb("remove", kMeteredPort);
-    EXPECT_THAT(Told(),
-                ElementsAre("1-5 usb 0000:0000 not judged, let in because the policy allows "
-                            "it, in use for 30.0 ms (hid-generic 30.0 ms, usbhid 30.0 ms), "
-                            "gone"));
-}
-
-TEST_F(MeterTest, WhatWasLetInAndIsHeldAgainIsExposedIfNobodyJudgesIt) {
-    Usb("add", kMeteredPort);
-    meter_.let_in(kAdapter);
-    Usb("bind", kFirstPart, "ftdi_sio");
-    Sighting seen = SeenUsb();
-    seen.held = true;
-    meter_.asked(kAdapter, seen);  // the daemon has ended, say
-    Pass(7);
-    Usb("remove", kMeteredPort);
-    EXPECT_THAT(Told(), ElementsAre("1-5 usb 0403:6001 not judged, exposed 7.0 ms (ftdi_sio 7.0 "
-                                    "ms), gone"));
-}
-
-TEST_F(MeterTest, WhatWasLetInAndIsRefusedWasExposed) {
-    Usb("add", kMeteredPort);
-    meter_.let_in({"1-5", 1006});  // which is there no more
-    Usb("bind", kFirstPart, "ftdi_sio");
-    meter_.let_in(kAdapter);
-    Pass(7);
-    Judge(kAdapter, SeenUsb(), false);
-    ASSERT_THAT(told_, SizeIs(1));
-    EXPECT_FALSE(told_[0].foreseen);
-    EXPECT_EQ(told_[0].exposed, milliseconds(7));
-}
-
 TEST_F(MeterTest, AnAnswerAboutWhatWasThereBeforeIsNoneAboutWhatIs) {
     PlugAdapter();
     meter_.answered({"1-5", 1006}, false);
