@@ -70,24 +70,27 @@ compile() {
 }
 
 stage() {
-    local name path
-    rm -rf "${out:?}/bin" "${out:?}/rootfs"
+    local name path root=$out/rootfs.new
+    rm -rf "${out:?}/bin" "${root:?}"
     mkdir -p "$out/bin"
     for name in "${programs[@]}"; do
         llvm_strip -o "$out/bin/$name" "$objects/bin/$name"
-        install -D -m 0755 "$out/bin/$name" "$out/rootfs/$(place_of "$name")/$name"
+        install -D -m 0755 "$out/bin/$name" "$root/$(place_of "$name")/$name"
     done
     # In the platform's name, and in front of it; see platform/lazy_backtrace.cpp.
     llvm_strip -o "$out/libbacktrace.so.0" "$objects/lib/libbacktrace.so.0"
-    install -D -m 0755 "$out/libbacktrace.so.0" "$out/rootfs/usr/lib/vus/libbacktrace.so.0"
+    install -D -m 0755 "$out/libbacktrace.so.0" "$root/usr/lib/vus/libbacktrace.so.0"
     (cd "$out/bin" && closure "${programs[@]}") >"$out/libs.txt"
     while read -r path; do
         # The device has one folder for both of Debian's.
-        install -D -m 0755 "$sysroot/$path" "$out/rootfs/usr/${path#usr/}"
+        install -D -m 0755 "$sysroot/$path" "$root/usr/${path#usr/}"
     done <"$out/libs.txt"
     sed -i 's,^lib/,usr/lib/,' "$out/libs.txt"
-    ln -s usr/lib "$out/rootfs/lib"
-    ln -s aarch64-linux-gnu/ld-linux-aarch64.so.1 "$out/rootfs/usr/lib/ld-linux-aarch64.so.1"
+    ln -s usr/lib "$root/lib"
+    ln -s aarch64-linux-gnu/ld-linux-aarch64.so.1 "$root/usr/lib/ld-linux-aarch64.so.1"
+    # Whoever is interrupted before here leaves what was there.
+    rm -rf "${out:?}/rootfs"
+    mv "$root" "$out/rootfs"
 }
 
 "$(dirname "$0")/fetch-binder.sh"

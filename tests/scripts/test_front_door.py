@@ -6,6 +6,7 @@ import os
 import pathlib
 import shutil
 import subprocess
+import time
 
 import pytest
 
@@ -88,13 +89,20 @@ def test_device_waits_until_its_programs_are_laid_out(checkout):
     (checkout / "build" / "downloads").mkdir(parents=True)
     with open(checkout / "build" / "downloads" / ".arm64.lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        with subprocess.Popen([checkout / "device" / "build.sh"], stderr=subprocess.PIPE, text=True) as build:
+        build = subprocess.Popen([checkout / "device" / "build.sh"], stderr=subprocess.PIPE, text=True)
+        try:
+            give_up_at = time.monotonic() + 60
             while not is_waited_for(lock):
                 assert build.poll() is None, build.stderr.read()
+                assert time.monotonic() < give_up_at
+                time.sleep(0.01)
             fcntl.flock(lock, fcntl.LOCK_UN)
             assert build.communicate(timeout=60)[1] == (
                 "error: the device's programs are not built: run scripts/build-arm64.sh first.\n")
             assert build.returncode == 1
+        finally:
+            build.kill()
+            build.wait()
 
 
 def test_what_a_step_leaves_running_does_not_hold_the_lock(checkout):
