@@ -280,6 +280,8 @@ class Story:
         self.check_record("3 s later", self.probe.judged("2-3", reason), False, reason)
         self.page.expect("policy after the trial", self.machine.read(POLICY), good)
         self.page.expect("status after the trial", self.machine.run("vusctl status"), (0, "SUCCESS\n"))
+        # What goes before it is judged counts as exposed, and it is about to be unplugged.
+        self.check_record("keyboard", self.probe.judged_input("Keyboard", NO_BLACKLIST_RULE), True, NO_BLACKLIST_RULE)
 
     def show_command(self, label, command, expected):
         output = self.machine.run(command)[1]

@@ -64,6 +64,24 @@ def test_nothing_that_the_gate_refuses_is_exposed(metered):
     assert metered.machine.run("vusctl exposure --fail-above 0")[0] == 0
 
 
+def test_what_goes_before_it_is_judged_counts_as_exposed(metered):
+    """Even a keyboard that the policy allows, and that the gate has let in by what it says of itself."""
+    metered.set_policy(KEYBOARD)
+
+    def goes_at_once():
+        metered.plug("keyboard", "1")
+        metered.machine.wait_until("[ -e /sys/bus/usb/devices/1-1:1.0/driver ]", what="a driver")
+        metered.machine.unplug("keyboard")
+        metered.machine.wait_until("[ ! -e /sys/bus/usb/devices/1-1 ]", what="its end")
+        return summary(metered)["exposedMs"] > 0
+    # It may have gone before its driver was told of, or after it was judged.
+    assert any(goes_at_once() for _ in range(20))
+    result = summary(metered)
+    assert (result["refused"], result["stillOn"], result["worst"]["entry"]) == (0, 0, "1-1"), result
+    assert (result["worst"]["verdict"], result["worst"]["gone"]) == ("none", True)
+    assert metered.machine.run("vusctl exposure --fail-above 0")[0] == 1
+
+
 @pytest.mark.reporter(NO_GATE)
 def test_exposure_is_what_the_kernel_says(metered):
     metered.set_policy(STORAGE)
