@@ -92,7 +92,8 @@ void Gate::open_everything() {
         if (!system_->has_driver(device.name)) system_->probe(device.name);
         const auto interfaces = system_->interfaces(device).value_or(std::vector<UsbInterface>());
         for (const UsbInterface& interface : interfaces) {
-            if (!interface.authorized) system_->authorize(device, interface.name, true);
+            if (!interface.authorized)
+                system_->authorize(device, /*incarnation=*/0, interface.name, true);
         }
         for (const UsbInterface& interface : interfaces) {
             if (!system_->has_driver(interface.name)) system_->probe(interface.name);
@@ -184,7 +185,7 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     note_layout(*interfaces, state.get());
     const bool is_shut = shut_what_was_taken(device, state.get(), &*interfaces);
     if (claims_to_be_a_hub(*interfaces)) {
-        const auto is_bound = bind_hub(device, *interfaces);
+        const auto is_bound = bind_hub(device, state->incarnation, *interfaces);
         if (!is_bound) return system_->incarnation(device) == 0 ? Admission() : unread();
         if (*is_bound) return {};
         interfaces = system_->interfaces(device);
@@ -220,7 +221,7 @@ bool Gate::shut_what_was_taken(const Subject& device, State* state,
 
 // What stays on is what it was.
 bool Gate::shut_interface(const Subject& device, State* state, UsbInterface* interface) {
-    if (!system_->authorize(device, interface->name, false)) return false;
+    if (!system_->authorize(device, state->incarnation, interface->name, false)) return false;
     state->hid_devices.erase(interface->name);
     interface->driver.clear();
     interface->hid_devices.clear();
@@ -230,7 +231,7 @@ bool Gate::shut_interface(const Subject& device, State* state, UsbInterface* int
 
 // What is no hub is not switched on for the hub's driver either: another one may wait for it to
 // fail.
-std::optional<bool> Gate::bind_hub(const Subject& device,
+std::optional<bool> Gate::bind_hub(const Subject& device, uint64_t incarnation,
                                    const std::vector<UsbInterface>& interfaces) {
     using Bound = GateSystem::Bound;
     const bool waits =
@@ -243,10 +244,13 @@ std::optional<bool> Gate::bind_hub(const Subject& device,
             all &= interface.driver == kHubDriver;
             continue;
         }
-        const bool is_on = interface.authorized || system_->authorize(device, interface.name, true);
+        const auto authorize = [&](bool on) {
+            return system_->authorize(device, incarnation, interface.name, on);
+        };
+        const bool is_on = interface.authorized || authorize(true);
         const Bound bound = is_on ? system_->bind(kHubDriver, interface.name) : Bound::kNotTried;
         if (bound == Bound::kYes) continue;
-        const bool is_off = system_->authorize(device, interface.name, false);
+        const bool is_off = authorize(false);
         if (bound == Bound::kNotTried || !is_off) return std::nullopt;
         all = false;
     }

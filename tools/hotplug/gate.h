@@ -186,7 +186,7 @@ class Gate : public Switches {
             REQUIRES(state->mutex);
     static Admission unread();
     // Nothing if the kernel could not be had to try.
-    std::optional<bool> bind_hub(const Subject& device,
+    std::optional<bool> bind_hub(const Subject& device, uint64_t incarnation,
                                  const std::vector<UsbInterface>& interfaces);
     std::vector<Part> parts_of(const Subject& device, State* state,
                                std::vector<UsbInterface> interfaces) REQUIRES(state->mutex);

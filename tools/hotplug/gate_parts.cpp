@@ -186,9 +186,10 @@ std::optional<HidNature> Gate::nature_of(const Subject& device, UsbInterface* in
                                          State* state) {
     const std::string& name = interface->name;
     const bool was_off = !interface->authorized;
-    if (was_off) interface->authorized = system_->authorize(device, name, true);
+    if (was_off) interface->authorized = system_->authorize(device, state->incarnation, name, true);
     const auto descriptor = system_->report_descriptor(device, *interface);
-    if (was_off) interface->authorized = !system_->authorize(device, name, false);
+    if (was_off)
+        interface->authorized = !system_->authorize(device, state->incarnation, name, false);
     if (!descriptor) {
         if (++state->failures[name] == 1) notice_(name + " says it is HID, but not what for");
         return std::nullopt;
@@ -262,7 +263,7 @@ bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* pa
     for (Part& part : *parts) {
         if (!part.wanted || part.interface.authorized || part.kind == Kind::kInput) continue;
         part.is_as_seen = false;
-        part.is_done = system_->authorize(device, part.interface.name, true);
+        part.is_done = system_->authorize(device, state->incarnation, part.interface.name, true);
     }
     // What is off is not tried: a driver's "no" would say something of the device.
     for (Part& part : *parts) {
@@ -288,12 +289,13 @@ bool Gate::bind_part(const Subject& device, Part* part, State* state) {
 // their drivers on whatever is on and has none, and ask nobody.
 bool Gate::bind_input(const Subject& device, Part* part, State* state) {
     const UsbInterface& interface = part->interface;
-    part->is_done = interface.authorized || system_->authorize(device, interface.name, true);
+    part->is_done = interface.authorized ||
+                    system_->authorize(device, state->incarnation, interface.name, true);
     // A driver's "no" would say something of the device.
     if (!part->is_done) return true;
     const GateSystem::Bound bound = system_->bind(kHidDriver, interface.name);
     if (bound == GateSystem::Bound::kYes) return true;
-    const bool is_off = system_->authorize(device, interface.name, false);
+    const bool is_off = system_->authorize(device, state->incarnation, interface.name, false);
     part->is_done = is_off && bound != GateSystem::Bound::kNotTried;
     if (bound != GateSystem::Bound::kNo) return true;
     state->natures[interface.name] = std::nullopt;

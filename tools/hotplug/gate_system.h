@@ -63,7 +63,9 @@ class GateSystem {
     virtual std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) = 0;
     // An interface's class, as interfaces() tells it; nothing if it has gone.
     virtual std::optional<int32_t> class_of(const std::string& interface) = 0;
-    virtual bool authorize(const Subject& device, const std::string& interface, bool on) = 0;
+    // Only of the device that is meant: false if another one is there. 0 means whichever is.
+    virtual bool authorize(const Subject& device, uint64_t incarnation,
+                           const std::string& interface, bool on) = 0;
     // A root hub's own interface, which is no part of a device that has come.
     virtual void authorize_root(const std::string& root_hub, const std::string& interface) = 0;
     // Whether one that is configured gives a hub's descriptor; nothing if it could not be asked.

@@ -155,9 +155,13 @@ std::optional<int32_t> SysfsGate::class_of(const std::string& interface) {
     return static_cast<int32_t>(strtol(code.c_str(), nullptr, 16));
 }
 
-bool SysfsGate::authorize(const Subject& device, const std::string& interface, bool on) {
+// The directory is held, so that what is written goes to the device that was compared, or nowhere.
+bool SysfsGate::authorize(const Subject& device, uint64_t incarnation, const std::string& interface,
+                          bool on) {
     const DeviceDirectory directory(device);
-    return directory.is_there() && directory.write(interface + "/authorized", on ? '1' : '0');
+    if (!directory.is_there()) return false;
+    if (incarnation != 0 && directory.inode() != incarnation) return false;
+    return directory.write(interface + "/authorized", on ? '1' : '0');
 }
 
 void SysfsGate::authorize_root(const std::string& root_hub, const std::string& interface) {

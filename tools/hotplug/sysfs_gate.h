@@ -27,7 +27,8 @@ class SysfsGate : public GateSystem {
     std::optional<uint64_t> incarnation(const Subject& device) override;
     std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) override;
     std::optional<int32_t> class_of(const std::string& interface) override;
-    bool authorize(const Subject& device, const std::string& interface, bool on) override;
+    bool authorize(const Subject& device, uint64_t incarnation, const std::string& interface,
+                   bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;
     std::optional<bool> tells_hub(const Subject& device) override;
     std::optional<std::vector<uint8_t>> report_descriptor(const Subject& device,

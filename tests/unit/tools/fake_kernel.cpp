@@ -217,8 +217,8 @@ std::optional<int32_t> FakeKernel::class_of(const std::string& interface) {
     return found->class_code;
 }
 
-bool FakeKernel::authorize(const Subject& device, const std::string& name, bool on) {
-    if (!identity(device)) return false;
+bool FakeKernel::authorize(const Subject& device, uint64_t of, const std::string& name, bool on) {
+    if (!identity(device) || (of != 0 && of != incarnation(device))) return false;
     Interface* const interface = find(name);
     if (interface == nullptr || stuck.count(name) != 0) return false;
     switched.push_back(name + (on ? " on" : " off"));

@@ -90,7 +90,8 @@ class FakeKernel : public GateSystem {
     std::optional<uint64_t> incarnation(const Subject& device) override;
     std::optional<std::vector<UsbInterface>> interfaces(const Subject& device) override;
     std::optional<int32_t> class_of(const std::string& interface) override;
-    bool authorize(const Subject& device, const std::string& interface, bool on) override;
+    bool authorize(const Subject& device, uint64_t of, const std::string& interface,
+                   bool on) override;
     void authorize_root(const std::string& root_hub, const std::string& interface) override;
     std::optional<bool> tells_hub(const Subject& device) override {
         return devices[device.name].hub_descriptor;

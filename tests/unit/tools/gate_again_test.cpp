@@ -156,6 +156,23 @@ TEST_F(GateTest, DeviceInheritsNothingFromOneOfTheSamePortAndNumber) {
     EXPECT_THAT(Tried(), IsEmpty());
 }
 
+// The controllers were reset while the other one took its time to tell what it is.
+TEST_F(GateTest, DeviceIsNotLetInForOneOfTheSamePortAndNumberThatItReplaces) {
+    preview_.vendors = {0x1209};
+    Plug({{0, Disk()}, {1, Keyboard()}});
+    kernel_.meanwhile = [this] {
+        Plug({{0, Disk()}, {1, Keyboard()}});
+        kernel_.devices[kPlugged.name].incarnation = 2;
+        kernel_.devices[kPlugged.name].identity.vendorId = 0xBAD;
+    };
+    EXPECT_TRUE(Admit().incomplete);
+    EXPECT_THAT(Tried(), IsEmpty());
+    EXPECT_FALSE(Of(0).authorized || Of(1).authorized);
+    kernel_.meanwhile = [] {};
+    EXPECT_TRUE(Admit().held) << "by what it is itself";
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
 TEST_F(GateTest, DeviceThatHasBecomeAnotherIsLeftAlone) {
     preview_.classes = {kDiskClass};
     Plug({{0, Disk()}});
