@@ -13,7 +13,7 @@ class ATTACK(Attack):
     who = "a person with an allowed disk and a serial adapter, who swaps them while the board resets its controller"
     wants = "the disk's record for the adapter: numbers begin anew with a reset, as they do after 127 devices on a bus"
     expected = {REPORTER: EXPOSED, GATE: HELD}
-    answer = "A record belongs to a device, not to a number: the removal of the one comes before the question about the other."
+    answer = "A record belongs to a device, not to a number: the removal of the one comes before the question about the other; and the gate switches on the device that it has looked at, or nothing."
     unwanted = r"ftdi_sio 1-1:"
 
     def run(self, scene):
