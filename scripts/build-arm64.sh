@@ -88,9 +88,11 @@ stage() {
     sed -i 's,^lib/,usr/lib/,' "$out/libs.txt"
     ln -s usr/lib "$root/lib"
     ln -s aarch64-linux-gnu/ld-linux-aarch64.so.1 "$root/usr/lib/ld-linux-aarch64.so.1"
-    # Whoever is interrupted before here leaves what was there.
-    rm -rf "${out:?}/rootfs"
+    # Whoever is interrupted leaves all of them or, for a moment, none.
+    rm -rf "${out:?}/rootfs.old"
+    [ ! -e "$out/rootfs" ] || mv "$out/rootfs" "$out/rootfs.old"
     mv "$root" "$out/rootfs"
+    rm -rf "${out:?}/rootfs.old"
 }
 
 "$(dirname "$0")/fetch-binder.sh"

@@ -77,8 +77,11 @@ def test_what_goes_before_it_is_judged_counts_as_exposed(metered):
     # It may have gone before its driver was told of, or after it was judged.
     assert any(goes_at_once() for _ in range(20))
     result = summary(metered)
-    assert (result["refused"], result["stillOn"], result["worst"]["entry"]) == (0, 0, "1-1"), result
-    assert (result["worst"]["verdict"], result["worst"]["gone"]) == ("none", True)
+    worst = result["worst"]
+    assert (result["refused"], result["stillOn"]) == (0, 0), result
+    # The input device, if that was just being asked about.
+    assert worst["entry"] == "1-1" or worst["entry"].startswith("input"), worst
+    assert (worst["verdict"], worst["gone"]) == ("none", True)
     assert metered.machine.run("vusctl exposure --fail-above 0")[0] == 1
 
 

@@ -82,7 +82,7 @@ def is_waited_for(lock):
 
 
 def test_device_waits_until_its_programs_are_laid_out(checkout):
-    """By another ./run, which has taken away those that were there."""
+    """By another ./run, and only then looks whether they are there."""
     (checkout / "device").mkdir()
     for name in ("device/build.sh", "device/kernel.sh", "scripts/apt.sh"):
         shutil.copy(ROOT / name, checkout / name)

@@ -179,6 +179,7 @@ Admission Gate::admit(const Subject& device, bool anybody_there) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     if (!recognise(device, state.get())) return unread();
+    if (state->incarnation == 0) return {};  // it has gone, and another one may be about to come
     configure(device.name);
     auto interfaces = system_->interfaces(device);
     if (!interfaces) return unread();
@@ -270,6 +271,7 @@ bool Gate::open_interfaces(const Subject& device) {
     const SharedState state = state_of(device);
     const MutexLock lock(state->mutex);
     if (!recognise(device, state.get())) return false;
+    if (state->incarnation == 0) return true;
     auto interfaces = system_->interfaces(device);
     if (!interfaces) return false;
     const Admission admission = let_in(device, state.get(), std::move(*interfaces));

@@ -77,6 +77,7 @@ struct Admission {
     bool incomplete = false;
     // What the device says of itself; nothing if it is none that is judged, or has gone.
     std::optional<Identity> identity;
+    uint64_t incarnation = 0;  // of which that was
     // Whether it is to be judged on the USB side: otherwise it is nothing but input devices.
     bool is_question = false;
     bool held = false;             // the USB device is not let in
@@ -110,7 +111,7 @@ class Gate : public Switches {
     // What the daemon said before is of another policy.
     void policy_changed();
     // The daemon has answered: about a USB device, or about what is held of an input device, behind
-    // which another USB device may be by now.
+    // which another USB device may be by now. 0: about whichever there is.
     void answered(const Subject& subject, bool allowed, uint64_t incarnation = 0);
     // Whether it has allowed this USB device, as it is.
     bool is_allowed(const Subject& device);
@@ -192,6 +193,8 @@ class Gate : public Switches {
                                std::vector<UsbInterface> interfaces) REQUIRES(state->mutex);
     static void note_layout(const std::vector<UsbInterface>& interfaces, State* state)
             REQUIRES(state->mutex);
+    // Whether the device is the one that was recognised. False if that cannot be told.
+    bool is_still(const Subject& device, const State& state) REQUIRES(state.mutex);
     bool are_still(const std::vector<Part>& parts);
     Kind kind_of(const Subject& device, UsbInterface* interface, State* state)
             REQUIRES(state->mutex);

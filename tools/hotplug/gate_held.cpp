@@ -171,7 +171,7 @@ void Gate::answered(const Subject& subject, bool allowed, uint64_t incarnation) 
     if (subject.is_usb()) {
         const SharedState state = state_of(subject);
         const MutexLock lock(state->mutex);
-        state->said = allowed;
+        if (incarnation == 0 || incarnation == state->incarnation) state->said = allowed;
         return;
     }
     Subject usb_device;

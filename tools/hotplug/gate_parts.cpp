@@ -40,6 +40,7 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
         state->failures.clear();
     }
     admission.identity = identity;
+    admission.incarnation = state->incarnation;
     // What has interfaces is configured.
     if (interfaces.empty() && system_->driver_of(device.name) != kDeviceDriver) {
         if (!judge_whole(device, state)) {
@@ -63,6 +64,9 @@ Admission Gate::let_in(const Subject& device, State* state, std::vector<UsbInter
         admission.held = !judge_parts(identity, state, &parts);
         is_in = bind_parts(device, state, &parts);
     }
+    // Nothing of what was found here is of the one that has replaced it.
+    const uint64_t now = system_->incarnation(device).value_or(0);
+    if (now != 0 && now != state->incarnation) return unread();
     if (!is_in) {
         notice_("held " + device.name + ": it does not stay what it is");
         admission.held = true;
@@ -97,6 +101,7 @@ bool Gate::judge_whole(const Subject& device, State* state) {
     const Claim claim = {0, {}, identity.vendorId, identity.productId};
     const bool allowed = state->said ? *state->said : preview_->of(claim) == Foreseen::kAllowed;
     if (allowed && !system_->has_driver(device.name)) {
+        if (!is_still(device, *state)) return false;
         system_->probe(device.name);
         // A driver that has looked at it and does not want it has left it to the kernel's own.
         configure(device.name);
@@ -245,6 +250,10 @@ void Gate::judge_input(const Identity& identity, State* state, Part* part) {
     part->refused = !said->second;
 }
 
+bool Gate::is_still(const Subject& device, const State& state) {
+    return system_->incarnation(device) == state.incarnation;
+}
+
 bool Gate::are_still(const std::vector<Part>& parts) {
     return std::all_of(parts.begin(), parts.end(), [this](const Part& part) {
         return !part.wanted || system_->class_of(part.interface.name) == part.interface.class_code;
@@ -257,7 +266,8 @@ bool Gate::bind_parts(const Subject& device, State* state, std::vector<Part>* pa
     const auto is_to_be_bound = [](const Part& part) {
         return part.wanted && part.interface.driver.empty();
     };
-    if (std::any_of(parts->begin(), parts->end(), is_to_be_bound) && !are_still(*parts)) {
+    if (std::any_of(parts->begin(), parts->end(), is_to_be_bound) &&
+        !(is_still(device, *state) && are_still(*parts))) {
         return false;
     }
     for (Part& part : *parts) {

@@ -61,6 +61,7 @@ void let_in_and_judge(const Subject& device, Ask when, Gate* gate, Reporter* rep
         has_drivers = !seen.bare;
         // One that was bound before the gate came has its drivers, allowed or not: the reporter has
         // to take them.
+        seen.incarnation = admission.incarnation;
         seen.held = admission.held && seen.bare;
         seen.vouched = !admission.held;
         // What is off is known for what it is.

@@ -29,10 +29,15 @@ auto fields(const DeviceInfo& info) {
                     info.vendorId, info.productId, info.deviceName);
 }
 
+// Nor another one that came with the same number.
+bool may_be_one_device(const Sighting& one, const Sighting& other) {
+    return one.incarnation == 0 || other.incarnation == 0 || one.incarnation == other.incarnation;
+}
+
 // Nor held where it was not: what it became is another thing to tell.
 bool is_same(const Sighting& one, const Sighting& other) {
     return one.info && other.info && fields(*one.info) == fields(*other.info) &&
-           one.held == other.held;
+           one.held == other.held && may_be_one_device(one, other);
 }
 
 // An answer that is waited for as long as this object is there, be it that the question waits for

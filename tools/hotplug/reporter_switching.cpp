@@ -291,8 +291,11 @@ void Reporter::open_held(const Record& before) {
         if (!switches_->open_held(before.seen.usb_device, before.seen.hid_device)) {
             look_again_later();
         }
-        lanes_.add(before.subject.key(), [this, present = session(), device = before.subject] {
-            forget(present, device);
+        // Not what is held of the next one at that port.
+        lanes_.add(before.subject.key(), [this, present = session(), before] {
+            const bool is_there =
+                    record_of(before.subject).seen.incarnation == before.seen.incarnation;
+            if (is_there) forget(present, before.subject);
         });
     });
 }

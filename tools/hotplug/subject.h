@@ -62,7 +62,8 @@ struct Sighting {
     // and the USB device behind that. Of one that is held: the interface, if it is one's.
     std::string hid_device;
     Subject usb_device;
-    // Of one that is held: which of the USB devices that were ever at that port.
+
+    // Which of the USB devices that were ever at that port it is, or is behind it. 0: not known.
     uint64_t incarnation = 0;
 };
 

@@ -192,6 +192,7 @@ std::optional<uint64_t> FakeKernel::incarnation(const Subject& device) {
 }
 
 std::optional<std::vector<UsbInterface>> FakeKernel::interfaces(const Subject& device) {
+    when_listed();
     std::vector<UsbInterface> found;
     const auto at = devices.find(device.name);
     if (at != devices.end() && at->second.is_unread) return std::nullopt;

@@ -53,6 +53,8 @@ class FakeKernel : public GateSystem {
     std::vector<uint8_t> other_report = kBootKeyboard;  // of those
     // Called when a descriptor is read, which takes its time.
     std::function<void()> meanwhile = [] {};
+    // Called when a device's interfaces are listed.
+    std::function<void()> when_listed = [] {};
     // Called once, when a driver has been tried on an interface, if it is set.
     std::function<void()> after_attempt = nullptr;
     std::vector<std::string> hubs;

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -22,6 +23,9 @@ class FakeSwitches : public Switches {
     // How often nothing can be heard again.
     std::atomic<int> failures{0};
     std::atomic<int> close_failures{0};  // and how often interfaces stay on
+
+    // Called when an input device is let in.
+    std::function<void()> when_let_in = [] {};
 
     // What was done so far, such as "close 1-2" or "unbind 0003:0627:0001.0001"; Take() forgets it.
     std::vector<std::string> Take() {
@@ -56,6 +60,7 @@ class FakeSwitches : public Switches {
     }
     void probe_hid(const std::string& hid_device) override { Note("probe " + hid_device); }
     bool open_held(const Subject& usb_device, const std::string& what) override {
+        when_let_in();
         return Note("let in " + what + " of " + usb_device.name);
     }
 

@@ -165,11 +165,46 @@ TEST_F(GateTest, DeviceIsNotLetInForOneOfTheSamePortAndNumberThatItReplaces) {
         kernel_.devices[kPlugged.name].incarnation = 2;
         kernel_.devices[kPlugged.name].identity.vendorId = 0xBAD;
     };
-    EXPECT_TRUE(Admit().incomplete);
+    EXPECT_TRUE(Admit().unread);
     EXPECT_THAT(Tried(), IsEmpty());
     EXPECT_FALSE(Of(0).authorized || Of(1).authorized);
     kernel_.meanwhile = [] {};
     EXPECT_TRUE(Admit().held) << "by what it is itself";
+    EXPECT_THAT(Tried(), IsEmpty());
+}
+
+TEST_F(GateTest, WhatComesWhileAPortIsLookedAtThatWasEmptyIsNotLetIn) {
+    preview_.classes = {kDiskClass};
+    Plug({{0, Disk()}});
+    kernel_.devices[kPlugged.name].incarnation = 0;  // it was not there when it was looked for
+    Admit();
+    gate_.open_interfaces(kPlugged);
+    EXPECT_THAT(Tried(), IsEmpty());
+    kernel_.devices[kPlugged.name].incarnation = 1;
+    Admit();
+    EXPECT_THAT(Tried(), SizeIs(1)) << "but when it is asked about itself";
+}
+
+// It was asked about again when the next one came, which a job of the reporter's has met by then.
+TEST_F(GateTest, AnswerAboutOneDeviceIsNoneAboutTheNextOfTheSameNumber) {
+    Plug({{0, Disk()}});
+    const uint64_t before = Admit().incarnation;
+    Plug({{0, Disk()}});
+    kernel_.devices[kPlugged.name].incarnation = 2;
+    gate_.open_interfaces(kPlugged);
+    gate_.answered(kPlugged, true, before);
+    EXPECT_TRUE(Admit().held);
+    EXPECT_THAT(Tried(), IsEmpty());
+    gate_.answered(kPlugged, true, Admit().incarnation);
+    EXPECT_FALSE(Admit().held);
+}
+
+TEST_F(GateTest, DriverForWholeDevicesIsNotTriedOnWhatHasReplacedTheDevice) {
+    preview_.vendors = {0x1209};
+    Plug({{0, Disk()}});
+    kernel_.devices["1-1"].own_driver = "charger";
+    kernel_.when_listed = [this] { kernel_.devices["1-1"].incarnation = 2; };
+    EXPECT_TRUE(Admit().held);
     EXPECT_THAT(Tried(), IsEmpty());
 }
 

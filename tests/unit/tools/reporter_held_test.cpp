@@ -98,6 +98,33 @@ TEST_F(ReporterHeldTest, AllowedInputDeviceIsLetInAndWillBeAnother) {
     EXPECT_THAT(Notices(), ElementsAre("opened 1-2:1.1"));
 }
 
+TEST_F(ReporterHeldTest, AnotherOneThatIsHeldAtThatPortIsAskedAbout) {
+    allows_ = false;
+    Sighting seen = HeldKeyboard();
+    seen.incarnation = 1;
+    Judge(kHeldInput, seen);
+    Judge(kHeldInput, seen, Ask::kIfChanged);
+    EXPECT_THAT(Calls(), ElementsAre("judge 1000256769"));
+    seen.incarnation = 2;
+    Judge(kHeldInput, seen, Ask::kIfChanged);
+    EXPECT_THAT(Calls(), ElementsAre("update 1000256769 0", "judge 1000256769"));
+}
+
+TEST_F(ReporterHeldTest, LettingInForgetsNothingOfTheNextOneAtThatPort) {
+    Sighting seen = HeldKeyboard();
+    seen.incarnation = 1;
+    switches_.when_let_in = [this, next = seen]() mutable {
+        allows_ = false;
+        next.incarnation = 2;
+        Judge(kHeldInput, next);
+    };
+    Judge(kHeldInput, seen);
+    EXPECT_THAT(Calls(),
+                ElementsAre("judge 1000256769", "update 1000256769 0", "judge 1000256769"));
+    reporter_->hid_removed(kBehind);
+    EXPECT_THAT(Calls(), ElementsAre("update 1000256769 0"));
+}
+
 TEST_F(ReporterHeldTest, SilencedInputDeviceSpeaksWhenItIsAllowed) {
     reporter_->came_silenced(kInputDevice);
     Judge(kInputDevice, Input(5, kHid));
